@@ -1,0 +1,100 @@
+// VoFmt::StackBackedBuffer<Inline, Max>: an append-only character buffer whose
+// first `Inline` characters live inside the object (on the caller's stack),
+// so formatting one community or one short list allocates nothing. When it is
+// outgrown it moves to the heap: the new capacity is twice the used size,
+// capped at `Max`, but never less than what the next write needs (`Max` caps
+// the doubling, not the text).
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "Kiv/Assert.h"
+#include "Kiv/String.h"
+#include "Kiv/Types.h"
+
+namespace VoFmt {
+
+template <std::size_t Inline, std::size_t Max = 1024>
+class StackBackedBuffer {
+    static_assert(Inline > 0 && Inline <= Max);
+
+public:
+    StackBackedBuffer() = default;
+    StackBackedBuffer(StackBackedBuffer const&) = delete;
+    StackBackedBuffer& operator=(StackBackedBuffer const&) = delete;
+    ~StackBackedBuffer() {
+        if (begin_ != inline_) delete[] begin_;
+    }
+
+    // Makes room for `required` more characters and returns where they go;
+    // commit() then says how many were written.
+    char* reserve(std::size_t required) {
+        if (static_cast<std::size_t>(endPtr_ - writePtr_) < required) grow(required);
+        KIV_ASSERT(endPtr_ - writePtr_ >= ptrdiff_t(required),
+                   "endPtr - writePtr >= ptrdiff_t( required )");
+        return writePtr_;
+    }
+    void commit(std::size_t written) { writePtr_ += written; }
+
+    void append(char c) {
+        *reserve(1) = c;
+        ++writePtr_;
+    }
+    void append(std::string_view text) {
+        if (text.empty()) return;
+        std::memcpy(reserve(text.size()), text.data(), text.size());
+        writePtr_ += text.size();
+    }
+    // Unsigned decimal, no padding.
+    void appendDecimal(U64 value) {
+        char digits[20];
+        std::size_t n = 0;
+        do {
+            digits[n++] = static_cast<char>('0' + value % 10);
+            value /= 10;
+        } while (value != 0);
+        char* out = reserve(n);
+        for (std::size_t i = 0; i < n; ++i) out[i] = digits[n - 1 - i];
+        writePtr_ += n;
+    }
+    // Two lower-case hexadecimal digits.
+    void appendHex2(U8 octet) {
+        static constexpr char kHex[] = "0123456789abcdef";
+        char* out = reserve(2);
+        out[0] = kHex[octet >> 4];
+        out[1] = kHex[octet & 0xf];
+        writePtr_ += 2;
+    }
+
+    std::size_t size() const { return static_cast<std::size_t>(writePtr_ - begin_); }
+    std::size_t capacity() const { return static_cast<std::size_t>(endPtr_ - begin_); }
+    bool onHeap() const { return begin_ != inline_; }
+    char const* data() const { return begin_; }
+    std::string_view view() const { return {begin_, size()}; }
+    std::string str() const { return std::string(view()); }
+    Kiv::String kivString() const { return Kiv::String(view()); }
+    void clear() { writePtr_ = begin_; }
+
+private:
+    void grow(std::size_t required) {
+        std::size_t used = size();
+        std::size_t doubled = used * 2 < Max ? used * 2 : Max;
+        std::size_t capacity = doubled > used + required ? doubled : used + required;
+        char* heap = new char[capacity];
+        std::memcpy(heap, begin_, used);
+        if (begin_ != inline_) delete[] begin_;
+        begin_ = heap;
+        writePtr_ = heap + used;
+        endPtr_ = heap + capacity;
+    }
+
+    char inline_[Inline];
+    char* begin_ = inline_;
+    char* writePtr_ = inline_;
+    char* endPtr_ = inline_ + Inline;
+};
+
+}  // namespace VoFmt
