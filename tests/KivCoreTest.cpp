@@ -64,7 +64,8 @@ TEST(Ptr, AtomicCountsSurviveConcurrentCopies) {
                 (void)copy;
             }
         });
-    for (auto& t : threads) t.join();
+    for (auto& t : threads)
+        t.join();
     EXPECT_EQ(1u, shared->references());
 }
 
@@ -178,9 +179,9 @@ TEST(ValueText, FormatsAndParsesTheFrameworkForm) {
 }
 
 TEST(ValueText, MissingLiteralRaisesParseError) {
-    for (char const* bad : {"Value('Ns::Other', ** {'flag': True})",
-                            "Value('Ns::Thing', ** {'flag' True})",
-                            "Value('Ns::Thing', ** {'flag': Maybe})"}) {
+    for (char const* bad :
+         {"Value('Ns::Other', ** {'flag': True})", "Value('Ns::Thing', ** {'flag' True})",
+          "Value('Ns::Thing', ** {'flag': Maybe})"}) {
         Kiv::String s(bad);
         auto it = s.begin();
         EXPECT_THROW(

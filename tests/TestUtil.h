@@ -12,8 +12,7 @@
     EXPECT_DEATH(statement, ::testing::HasSubstr(std::string("Assertion `") + (text) + "' failed"))
 
 // As above, also checking the reported function.
-#define EXPECT_ASSERT_DEATH_IN(statement, text, function)                                 \
-    EXPECT_DEATH(statement,                                                               \
-                 ::testing::AllOf(::testing::HasSubstr(std::string(function) + ": "),     \
-                                  ::testing::HasSubstr(std::string("Assertion `") + (text) + \
-                                                       "' failed")))
+#define EXPECT_ASSERT_DEATH_IN(statement, text, function)                                        \
+    EXPECT_DEATH(statement, ::testing::AllOf(::testing::HasSubstr(std::string(function) + ": "), \
+                                             ::testing::HasSubstr(std::string("Assertion `") +   \
+                                                                  (text) + "' failed")))

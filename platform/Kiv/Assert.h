@@ -19,13 +19,17 @@ namespace Kiv {
 [[noreturn]] void assertFailed(char const* text, char const* function, char const* file,
                                int line) noexcept;
 
-constexpr char const* assertText(char const* expression) { return expression; }
-constexpr char const* assertText(char const*, char const* text) { return text; }
+constexpr char const* assertText(char const* expression) {
+    return expression;
+}
+constexpr char const* assertText(char const*, char const* text) {
+    return text;
+}
 
 }  // namespace Kiv
 
-#define KIV_ASSERT(cond, ...)                                                              \
-    (static_cast<bool>(cond)                                                               \
-         ? void(0)                                                                         \
-         : ::Kiv::assertFailed(::Kiv::assertText(#cond __VA_OPT__(, ) __VA_ARGS__),        \
+#define KIV_ASSERT(cond, ...)                                                       \
+    (static_cast<bool>(cond)                                                        \
+         ? void(0)                                                                  \
+         : ::Kiv::assertFailed(::Kiv::assertText(#cond __VA_OPT__(, ) __VA_ARGS__), \
                                __PRETTY_FUNCTION__, __FILE__, __LINE__))

@@ -6,7 +6,9 @@
 
 namespace Kiv::EnumDetail {
 
-std::string numberText(U64 value) { return std::to_string(value); }
+std::string numberText(U64 value) {
+    return std::to_string(value);
+}
 
 void throwUnknownName(std::string_view typeName, std::string_view word) {
     throw RangeError("unknown " + std::string(typeName) + " member '" + std::string(word) + "'");
@@ -21,13 +23,15 @@ std::string_view readWord(char const*& it, char const* end, std::string_view typ
     while (it != end && ((*it >= 'a' && *it <= 'z') || (*it >= 'A' && *it <= 'Z') ||
                          (*it >= '0' && *it <= '9') || *it == '_'))
         ++it;
-    if (it == start) throw ParseError("expected a " + std::string(typeName) + " member name");
+    if (it == start)
+        throw ParseError("expected a " + std::string(typeName) + " member name");
     return std::string_view(start, static_cast<std::size_t>(it - start));
 }
 
 bool isNumber(std::string_view word) {
     for (char c : word)
-        if (c < '0' || c > '9') return false;
+        if (c < '0' || c > '9')
+            return false;
     return !word.empty();
 }
 

@@ -58,14 +58,16 @@ constexpr EnumTable<E> enumTable() {
 template <class E>
 constexpr EnumMember<E> const* enumMemberByValue(E value) {
     for (auto const& m : enumTable<E>().members)
-        if (m.value == value) return &m;
+        if (m.value == value)
+            return &m;
     return nullptr;
 }
 
 template <class E>
 constexpr EnumMember<E> const* enumMemberByName(std::string_view name) {
     for (auto const& m : enumTable<E>().members)
-        if (m.name == name) return &m;
+        if (m.name == name)
+            return &m;
     return nullptr;
 }
 
@@ -82,7 +84,8 @@ U64 parseNumber(std::string_view word, std::string_view typeName);
 
 template <class E>
 std::string enumName(E value) {
-    if (auto const* m = enumMemberByValue(value)) return std::string(m->name);
+    if (auto const* m = enumMemberByValue(value))
+        return std::string(m->name);
     return EnumDetail::numberText(static_cast<U64>(value));
 }
 
@@ -96,7 +99,8 @@ E enumInstance(U64 value) {
 
 template <class E>
 E enumInstance(std::string_view name) {
-    if (auto const* m = enumMemberByName<E>(name)) return m->value;
+    if (auto const* m = enumMemberByName<E>(name))
+        return m->value;
     EnumDetail::throwUnknownName(enumTable<E>().typeName, name);
 }
 
@@ -123,26 +127,31 @@ void enumSequenceToValue(char const*& it, char const* end, E* out) {
 
 // Declares the operations of an enumeration defined elsewhere (for example one
 // whose members must not be declared by the macro).
-#define KIV_ENUM_OPERATIONS(Name)                                                        \
-    inline Name Name##Instance(U32 value) { return ::Kiv::enumInstance<Name>(value); }   \
-    inline Name Name##Instance(::Kiv::String const& name) {                              \
-        return ::Kiv::enumInstance<Name>(name.view());                                   \
-    }                                                                                    \
-    inline ::Kiv::String valueToStrep(Name value) { return ::Kiv::enumName(value); }     \
-    inline std::string stringValue(Name value) { return ::Kiv::enumName(value); }        \
-    inline std::ostream& operator<<(std::ostream& os, Name value) {                      \
-        return os << ::Kiv::enumName(value);                                             \
-    }                                                                                    \
-    inline void sequenceToValue(::Kiv::String::IteratorConst& it,                        \
-                                ::Kiv::String::IteratorConst const& end, Name* out) {    \
-        ::Kiv::enumSequenceToValue(it, end, out);                                        \
+#define KIV_ENUM_OPERATIONS(Name)                                                     \
+    inline Name Name##Instance(U32 value) {                                           \
+        return ::Kiv::enumInstance<Name>(value);                                      \
+    }                                                                                 \
+    inline Name Name##Instance(::Kiv::String const& name) {                           \
+        return ::Kiv::enumInstance<Name>(name.view());                                \
+    }                                                                                 \
+    inline ::Kiv::String valueToStrep(Name value) {                                   \
+        return ::Kiv::enumName(value);                                                \
+    }                                                                                 \
+    inline std::string stringValue(Name value) {                                      \
+        return ::Kiv::enumName(value);                                                \
+    }                                                                                 \
+    inline std::ostream& operator<<(std::ostream& os, Name value) {                   \
+        return os << ::Kiv::enumName(value);                                          \
+    }                                                                                 \
+    inline void sequenceToValue(::Kiv::String::IteratorConst& it,                     \
+                                ::Kiv::String::IteratorConst const& end, Name* out) { \
+        ::Kiv::enumSequenceToValue(it, end, out);                                     \
     }
 
-#define KIV_ENUM(Name, Underlying, TypeName, MEMBERS)                                     \
-    enum Name : Underlying { MEMBERS(KIV_ENUM_ENUMERATOR_) };                             \
-    inline constexpr ::Kiv::EnumMember<Name> kivEnumMembers##Name[] = {                   \
-        MEMBERS(KIV_ENUM_ENTRY_)};                                                        \
-    constexpr ::Kiv::EnumTable<Name> kivEnumTable(Name const*) {                          \
-        return {TypeName, kivEnumMembers##Name};                                          \
-    }                                                                                     \
+#define KIV_ENUM(Name, Underlying, TypeName, MEMBERS)                                             \
+    enum Name : Underlying { MEMBERS(KIV_ENUM_ENUMERATOR_) };                                     \
+    inline constexpr ::Kiv::EnumMember<Name> kivEnumMembers##Name[] = {MEMBERS(KIV_ENUM_ENTRY_)}; \
+    constexpr ::Kiv::EnumTable<Name> kivEnumTable(Name const*) {                                  \
+        return {TypeName, kivEnumMembers##Name};                                                  \
+    }                                                                                             \
     KIV_ENUM_OPERATIONS(Name)

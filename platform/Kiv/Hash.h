@@ -29,6 +29,8 @@ inline U32 hashPointer(void const* p, U32 seed = hashSeed) {
 }
 
 // Mixes another value into a running hash (for values of several attributes).
-constexpr U32 hashCombine(U32 running, U64 value) { return hashU64(value, running); }
+constexpr U32 hashCombine(U32 running, U64 value) {
+    return hashU64(value, running);
+}
 
 }  // namespace Kiv

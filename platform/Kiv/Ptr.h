@@ -24,7 +24,7 @@ namespace Kiv {
 
 template <class T>
 class Ptr {
-public:
+  public:
     using element_type = T;
 
     constexpr Ptr() noexcept = default;
@@ -75,12 +75,14 @@ public:
         return std::less<T*>()(a.p_, b.p_);
     }
 
-private:
+  private:
     void inc() const noexcept {
-        if (p_) p_->referencesInc();
+        if (p_)
+            p_->referencesInc();
     }
     void dec() const noexcept {
-        if (p_) p_->referencesDec();
+        if (p_)
+            p_->referencesDec();
     }
     T* p_ = nullptr;
 };
@@ -108,7 +110,7 @@ class PtrInterface;
 // inside the call that made the change, with the attribute and a pointer to
 // the changed key (its type is the attribute's key type).
 class Notifiee {
-public:
+  public:
     Notifiee() = default;
     Notifiee(Notifiee const&) = delete;
     Notifiee& operator=(Notifiee const&) = delete;
@@ -123,14 +125,14 @@ public:
     bool hasNotificationActive() const { return notificationActive_; }
     void hasNotificationActiveIs(bool active) { notificationActive_ = active; }
 
-private:
+  private:
     PtrInterface const* notifier_ = nullptr;
     bool notificationActive_ = false;
 };
 
 // The observers registered on one object, in registration order.
 class NotifieeList {
-public:
+  public:
     using Container = std::vector<Notifiee*>;
 
     bool empty() const { return notifiees_.empty(); }
@@ -144,14 +146,14 @@ public:
     // notifiee may detach itself (or others) from inside the callback.
     void visit(AttributeId attribute, void const* key) const;
 
-private:
+  private:
     Container notifiees_;
 };
 
 // Base of reference-counted framework objects: an atomic count, the
 // notification-active switch and the list of observers.
 class PtrInterface {
-public:
+  public:
     PtrInterface() = default;
     PtrInterface(PtrInterface const&) = delete;
     PtrInterface& operator=(PtrInterface const&) = delete;
@@ -159,7 +161,8 @@ public:
 
     void referencesInc() const noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
     void referencesDec() const noexcept {
-        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
     }
     U32 references() const noexcept { return references_.load(std::memory_order_relaxed); }
 
@@ -168,16 +171,17 @@ public:
 
     NotifieeList const& notifieeList() const { return notifiees_; }
 
-protected:
+  protected:
     // Tells every active notifiee that `attribute` changed for `key`; does
     // nothing while this object's own notification is switched off.
     void notify(AttributeId attribute, void const* key) const {
-        if (notificationActive_ && !notifiees_.empty()) notifiees_.visit(attribute, key);
+        if (notificationActive_ && !notifiees_.empty())
+            notifiees_.visit(attribute, key);
     }
     // Detaches every notifiee (their notifier becomes null).
     void notifieeListClear() const;
 
-private:
+  private:
     friend class Notifiee;
     mutable std::atomic<U32> references_{0};
     bool notificationActive_ = false;

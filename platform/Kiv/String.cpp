@@ -19,7 +19,8 @@ namespace {
 String::Rep* repNew(std::string_view text) {
     void* memory = ::operator new(sizeof(String::Rep) + text.size() + 1);
     auto* rep = new (memory) String::Rep{{1}, text.size()};
-    if (!text.empty()) std::memcpy(rep->chars(), text.data(), text.size());
+    if (!text.empty())
+        std::memcpy(rep->chars(), text.data(), text.size());
     rep->chars()[text.size()] = '\0';
     return rep;
 }
@@ -36,13 +37,17 @@ void repDec(String::Rep* rep) {
 String::String(std::string_view text) : rep_(repNew(text)) {}
 
 String::String(String const& other) noexcept : rep_(other.rep_) {
-    if (rep_) rep_->references.fetch_add(1, std::memory_order_relaxed);
+    if (rep_)
+        rep_->references.fetch_add(1, std::memory_order_relaxed);
 }
 
-String::~String() { repDec(rep_); }
+String::~String() {
+    repDec(rep_);
+}
 
 String& String::operator=(String const& other) noexcept {
-    if (other.rep_) other.rep_->references.fetch_add(1, std::memory_order_relaxed);
+    if (other.rep_)
+        other.rep_->references.fetch_add(1, std::memory_order_relaxed);
     repDec(rep_);
     rep_ = other.rep_;
     return *this;
@@ -57,10 +62,16 @@ String& String::operator=(String&& other) noexcept {
     return *this;
 }
 
-std::size_t String::size() const noexcept { return rep_ ? rep_->size : 0; }
+std::size_t String::size() const noexcept {
+    return rep_ ? rep_->size : 0;
+}
 
-char const* String::data() const noexcept { return rep_ ? rep_->chars() : ""; }
+char const* String::data() const noexcept {
+    return rep_ ? rep_->chars() : "";
+}
 
-std::ostream& operator<<(std::ostream& os, String const& s) { return os << s.view(); }
+std::ostream& operator<<(std::ostream& os, String const& s) {
+    return os << s.view();
+}
 
 }  // namespace Kiv

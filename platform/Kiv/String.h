@@ -15,7 +15,7 @@
 namespace Kiv {
 
 class String {
-public:
+  public:
     using IteratorConst = char const*;
 
     // The null string.
@@ -50,7 +50,8 @@ public:
 
     // Null equals only null; texts compare by content.
     friend bool operator==(String const& a, String const& b) noexcept {
-        if (a.isNull() || b.isNull()) return a.isNull() && b.isNull();
+        if (a.isNull() || b.isNull())
+            return a.isNull() && b.isNull();
         return a.view() == b.view();
     }
     friend bool operator==(String const& a, std::string_view b) noexcept {
@@ -60,14 +61,15 @@ public:
         return a == std::string_view(b);
     }
     friend bool operator<(String const& a, String const& b) noexcept {
-        if (a.isNull() || b.isNull()) return a.isNull() && !b.isNull();
+        if (a.isNull() || b.isNull())
+            return a.isNull() && !b.isNull();
         return a.view() < b.view();
     }
 
     // The shared buffer: a count, the size and the characters (implementation detail).
     struct Rep;
 
-private:
+  private:
     Rep* rep_ = nullptr;
 };
 

@@ -25,7 +25,8 @@ ValueFormatter::ValueFormatter(std::string_view typeName) {
 }
 
 ValueFormatter& ValueFormatter::attr(std::string_view name, std::string_view valueText) {
-    if (!first_) text_ += ", ";
+    if (!first_)
+        text_ += ", ";
     first_ = false;
     text_ += '\'';
     text_ += name;
@@ -46,8 +47,10 @@ void parseLiteral(String::IteratorConst& it, String::IteratorConst end, std::str
 U64 parseUnsigned(String::IteratorConst& it, String::IteratorConst end) {
     U64 value = 0;
     auto [ptr, ec] = std::from_chars(it, end, value);
-    if (ec == std::errc::invalid_argument) throw ParseError("expected an unsigned number");
-    if (ec != std::errc()) throw RangeError("number out of range");
+    if (ec == std::errc::invalid_argument)
+        throw ParseError("expected an unsigned number");
+    if (ec != std::errc())
+        throw RangeError("number out of range");
     it = ptr;
     return value;
 }
@@ -55,17 +58,21 @@ U64 parseUnsigned(String::IteratorConst& it, String::IteratorConst end) {
 std::int64_t parseSigned(String::IteratorConst& it, String::IteratorConst end) {
     std::int64_t value = 0;
     auto [ptr, ec] = std::from_chars(it, end, value);
-    if (ec == std::errc::invalid_argument) throw ParseError("expected a number");
-    if (ec != std::errc()) throw RangeError("number out of range");
+    if (ec == std::errc::invalid_argument)
+        throw ParseError("expected a number");
+    if (ec != std::errc())
+        throw RangeError("number out of range");
     it = ptr;
     return value;
 }
 
 void const* parsePointer(String::IteratorConst& it, String::IteratorConst end) {
-    if (end - it < 3 || it[0] != '0' || it[1] != 'x') throw RangeError("expected a pointer 0x...");
+    if (end - it < 3 || it[0] != '0' || it[1] != 'x')
+        throw RangeError("expected a pointer 0x...");
     std::uintptr_t value = 0;
     auto [ptr, ec] = std::from_chars(it + 2, end, value, 16);
-    if (ec != std::errc()) throw RangeError("pointer value out of range");
+    if (ec != std::errc())
+        throw RangeError("pointer value out of range");
     it = ptr;
     return reinterpret_cast<void const*>(value);
 }
@@ -77,17 +84,22 @@ ValueParser::ValueParser(IteratorConst& it, IteratorConst end, std::string_view 
     literal("', ** {");
 }
 
-void ValueParser::literal(std::string_view text) { parseLiteral(it_, end_, text); }
+void ValueParser::literal(std::string_view text) {
+    parseLiteral(it_, end_, text);
+}
 
 void ValueParser::attr(std::string_view name) {
-    if (!first_) literal(", ");
+    if (!first_)
+        literal(", ");
     first_ = false;
     literal("'");
     literal(name);
     literal("': ");
 }
 
-void ValueParser::close() { literal("})"); }
+void ValueParser::close() {
+    literal("})");
+}
 
 bool ValueParser::readBool() {
     std::string_view rest(it_, static_cast<std::size_t>(end_ - it_));
@@ -99,12 +111,17 @@ bool ValueParser::readBool() {
         it_ += 5;
         return false;
     }
-    throw ParseError("expected True or False but found \"" + std::string(rest.substr(0, 8)) +
-                     "\"");
+    throw ParseError("expected True or False but found \"" + std::string(rest.substr(0, 8)) + "\"");
 }
 
-U64 ValueParser::readUnsigned() { return parseUnsigned(it_, end_); }
-std::int64_t ValueParser::readSigned() { return parseSigned(it_, end_); }
-void const* ValueParser::readPointer() { return parsePointer(it_, end_); }
+U64 ValueParser::readUnsigned() {
+    return parseUnsigned(it_, end_);
+}
+std::int64_t ValueParser::readSigned() {
+    return parseSigned(it_, end_);
+}
+void const* ValueParser::readPointer() {
+    return parsePointer(it_, end_);
+}
 
 }  // namespace Kiv

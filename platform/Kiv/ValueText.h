@@ -26,24 +26,26 @@
 
 namespace Kiv {
 
-inline char const* boolText(bool value) { return value ? "True" : "False"; }
+inline char const* boolText(bool value) {
+    return value ? "True" : "False";
+}
 
 // Text form of a raw object pointer: "0x" and lower-case hex digits.
 std::string pointerText(void const* p);
 
 class ValueFormatter {
-public:
+  public:
     explicit ValueFormatter(std::string_view typeName);
     ValueFormatter& attr(std::string_view name, std::string_view valueText);
     std::string str() const { return text_ + "})"; }
 
-private:
+  private:
     std::string text_;
     bool first_ = true;
 };
 
 class ValueParser {
-public:
+  public:
     using IteratorConst = String::IteratorConst;
 
     // Reads "Value('<typeName>', ** {" at `it`.
@@ -64,7 +66,7 @@ public:
     IteratorConst& position() { return it_; }
     IteratorConst end() const { return end_; }
 
-private:
+  private:
     IteratorConst& it_;
     IteratorConst end_;
     IteratorConst start_;

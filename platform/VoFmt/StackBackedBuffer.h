@@ -21,18 +21,20 @@ template <std::size_t Inline, std::size_t Max = 1024>
 class StackBackedBuffer {
     static_assert(Inline > 0 && Inline <= Max);
 
-public:
+  public:
     StackBackedBuffer() = default;
     StackBackedBuffer(StackBackedBuffer const&) = delete;
     StackBackedBuffer& operator=(StackBackedBuffer const&) = delete;
     ~StackBackedBuffer() {
-        if (begin_ != inline_) delete[] begin_;
+        if (begin_ != inline_)
+            delete[] begin_;
     }
 
     // Makes room for `required` more characters and returns where they go;
     // commit() then says how many were written.
     char* reserve(std::size_t required) {
-        if (static_cast<std::size_t>(endPtr_ - writePtr_) < required) grow(required);
+        if (static_cast<std::size_t>(endPtr_ - writePtr_) < required)
+            grow(required);
         KIV_ASSERT(endPtr_ - writePtr_ >= ptrdiff_t(required),
                    "endPtr - writePtr >= ptrdiff_t( required )");
         return writePtr_;
@@ -44,7 +46,8 @@ public:
         ++writePtr_;
     }
     void append(std::string_view text) {
-        if (text.empty()) return;
+        if (text.empty())
+            return;
         std::memcpy(reserve(text.size()), text.data(), text.size());
         writePtr_ += text.size();
     }
@@ -57,7 +60,8 @@ public:
             value /= 10;
         } while (value != 0);
         char* out = reserve(n);
-        for (std::size_t i = 0; i < n; ++i) out[i] = digits[n - 1 - i];
+        for (std::size_t i = 0; i < n; ++i)
+            out[i] = digits[n - 1 - i];
         writePtr_ += n;
     }
     // Two lower-case hexadecimal digits.
@@ -78,14 +82,15 @@ public:
     Kiv::String kivString() const { return Kiv::String(view()); }
     void clear() { writePtr_ = begin_; }
 
-private:
+  private:
     void grow(std::size_t required) {
         std::size_t used = size();
         std::size_t doubled = used * 2 < Max ? used * 2 : Max;
         std::size_t capacity = doubled > used + required ? doubled : used + required;
         char* heap = new char[capacity];
         std::memcpy(heap, begin_, used);
-        if (begin_ != inline_) delete[] begin_;
+        if (begin_ != inline_)
+            delete[] begin_;
         begin_ = heap;
         writePtr_ = heap + used;
         endPtr_ = heap + capacity;

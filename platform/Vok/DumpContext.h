@@ -10,7 +10,7 @@
 namespace Vok {
 
 class DumpContext {
-public:
+  public:
     using PrintFunction = std::function<void(std::string_view)>;
 
     explicit DumpContext(PrintFunction print) : print_(std::move(print)) {}
@@ -23,7 +23,7 @@ public:
         return DumpContext([&out](std::string_view text) { out.append(text); });
     }
 
-private:
+  private:
     PrintFunction print_;
 };
 

@@ -11,7 +11,7 @@
 namespace Vok {
 
 class HashMix {
-public:
+  public:
     constexpr void mixOctet(U8 octet) {
         h_ += octet;
         h_ += h_ << 10;
@@ -25,7 +25,9 @@ public:
         mixOctet(static_cast<U8>(value >> 24));
     }
     // The identity of an object: the low four octets of its address.
-    void mixIdentity(void const* p) { mixU32(static_cast<U32>(reinterpret_cast<std::uintptr_t>(p))); }
+    void mixIdentity(void const* p) {
+        mixU32(static_cast<U32>(reinterpret_cast<std::uintptr_t>(p)));
+    }
 
     constexpr U32 result() const {
         U32 h = h_;
@@ -37,7 +39,7 @@ public:
     // True until the first octet is mixed in.
     constexpr bool untouched() const { return h_ == 0; }
 
-private:
+  private:
     U32 h_ = 0;
 };
 

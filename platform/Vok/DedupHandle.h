@@ -1,0 +1,161 @@
+// Vok::DedupHandle: the base of every interned (deduplicated) object.
+//
+// Routes share community values and lists massively, so each distinct value
+// exists once, in a DedupHashTable, and is shared by reference count. A
+// handle carries, in 16 bytes after its vtable pointer:
+//   - one atomic word: the reference count (low 28 bits) and the dedup state
+//     (top 4 bits), so that count and state change together;
+//   - one user-data word the concrete class may use (a classification, cached
+//     attribute bits);
+//   - the table it is interned in (null while never deduped or once removed).
+//
+// The table holds one reference of its own. Lookups take their reference
+// under the table's (shard) lock, and the release that would leave only the
+// table's reference is done under that same lock, together with the removal
+// (doRemoveFromDedupTable). So a lookup racing with the last release either
+// revives the handle first (and the release then leaves it in the table) or
+// finds it gone; it never returns a freed or removed handle. Other releases
+// take no lock.
+//
+// States: never deduped (private, still mutable), deduped (interned,
+// immutable), not to be deduped (built for display and never to be interned).
+//
+// A process-wide switch turns all counting off, for handles that live in
+// read-only shared memory: with it set, holders neither count nor remove.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "Kiv/Assert.h"
+#include "Kiv/Ptr.h"
+#include "Kiv/Types.h"
+
+namespace Vok {
+
+enum DedupHandleState : U8 {
+    dedupHandleStateNeverDeduped_ = 0,
+    dedupHandleStateDeduped_ = 1,
+    dedupHandleStateNotToBeDeduped_ = 4,
+};
+constexpr DedupHandleState dedupHandleStateNeverDeduped() {
+    return dedupHandleStateNeverDeduped_;
+}
+constexpr DedupHandleState dedupHandleStateDeduped() {
+    return dedupHandleStateDeduped_;
+}
+constexpr DedupHandleState dedupHandleStateNotToBeDeduped() {
+    return dedupHandleStateNotToBeDeduped_;
+}
+
+class DedupHashTable;
+
+class DedupHandle {
+  public:
+    using PtrConst = Kiv::Ptr<DedupHandle const>;
+    using RawPtrConst = DedupHandle const*;
+
+    DedupHandle(DedupHandle const&) = delete;
+    DedupHandle& operator=(DedupHandle const&) = delete;
+    virtual ~DedupHandle();
+
+    // Interning hooks: equal handles must hash equally.
+    virtual U32 hash() const = 0;
+    virtual bool compare(DedupHandle const* other) const = 0;
+
+    void referencesInc() const noexcept {
+        if (!countingEnabled_.load(std::memory_order_relaxed))
+            return;
+        U32 old = countAndState_.fetch_add(1, std::memory_order_relaxed);
+        KIV_ASSERT((old & countMask) != countMask, "referencesIncReturnRef");
+    }
+    void referencesDec() const noexcept {
+        if (!countingEnabled_.load(std::memory_order_relaxed))
+            return;
+        U32 current = countAndState_.load(std::memory_order_relaxed);
+        for (;;) {
+            U32 count = current & countMask;
+            // The release that would leave only the table's reference runs
+            // under the table's lock, where lookups cannot revive the handle.
+            if (count == tableReferences + 1 && table_ != nullptr) {
+                releaseLastOutsideReference();
+                return;
+            }
+            if (countAndState_.compare_exchange_weak(
+                    current, current - 1, std::memory_order_acq_rel, std::memory_order_relaxed)) {
+                if (count == 1)
+                    delete this;
+                return;
+            }
+        }
+    }
+    U32 references() const noexcept {
+        return countAndState_.load(std::memory_order_relaxed) & countMask;
+    }
+
+    DedupHandleState dedupState() const noexcept {
+        return static_cast<DedupHandleState>(countAndState_.load(std::memory_order_acquire) >>
+                                             stateShift);
+    }
+    bool isDeduped() const noexcept { return dedupState() == dedupHandleStateDeduped(); }
+    // Marks a private handle as never to be interned (display and snapshot
+    // copies); interning it later is a programming error.
+    void dedupStateNotToBeDedupedIs() const;
+
+    // The table this handle is interned in; null when not (or no longer) in one.
+    DedupHashTable const* dedupTable() const noexcept { return table_; }
+
+    U32 userData() const noexcept { return userData_; }
+
+    // Process-wide counting switch (on by default).
+    static bool countingEnabled() { return countingEnabled_.load(std::memory_order_relaxed); }
+    static void countingEnabledIs(bool enabled) {
+        countingEnabled_.store(enabled, std::memory_order_relaxed);
+    }
+
+    // References a table holds on each of its entries.
+    static constexpr U32 tableReferences = 1;
+
+  protected:
+    DedupHandle() = default;
+    // Only while private: interned handles are immutable.
+    void userDataIs(U32 value) noexcept { userData_ = value; }
+
+  private:
+    friend class DedupHashTable;
+    static constexpr unsigned stateShift = 28;
+    static constexpr U32 countMask = (U32(1) << stateShift) - 1;
+
+    void releaseLastOutsideReference() const noexcept;
+    void stateIs(DedupHandleState state) const noexcept;
+
+    mutable std::atomic<U32> countAndState_{0};
+    U32 userData_ = 0;
+    mutable DedupHashTable const* table_ = nullptr;
+
+    static std::atomic<bool> countingEnabled_;
+};
+
+// Aborts unless `p` (when non-null) has been interned.
+#define VOK_ASSERT_IS_DEDUPED(p)                                                             \
+    KIV_ASSERT(nullptr == (p) || (p)->dedupState() != ::Vok::dedupHandleStateNeverDeduped(), \
+               "__null == ( " #p " ) || ( " #p                                               \
+               " )->dedupState() != Vok::dedupHandleStateNeverDeduped()")
+
+// Aborts unless `p` (when non-null) has never been interned.
+#define VOK_ASSERT_NEVER_DEDUPED(p)                                                          \
+    KIV_ASSERT(nullptr == (p) || (p)->dedupState() == ::Vok::dedupHandleStateNeverDeduped(), \
+               "__null == ( " #p " ) || ( " #p                                               \
+               " )->dedupState() == Vok::dedupHandleStateNeverDeduped()")
+
+// Views a generic handle as the concrete interned type it is.
+template <class T>
+T const* fromDedupHandle(DedupHandle const* handle) {
+    return static_cast<T const*>(handle);
+}
+template <class T>
+Kiv::Ptr<T const> fromDedupHandle(DedupHandle::PtrConst const& handle) {
+    return Kiv::Ptr<T const>(static_cast<T const*>(handle.ptr()));
+}
+
+}  // namespace Vok
