@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "Kiv/Assert.h"
+#include "Kiv/DenseBoolSet.h"
 #include "Kiv/Enum.h"
 #include "Kiv/Errors.h"
 #include "Kiv/Ptr.h"
@@ -255,6 +256,31 @@ TEST(AssertDeathTest, MessageHoldsTextFunctionAndLine) {
     auto explicitText = [] { KIV_ASSERT(false, "commVectorSorted()"); };
     EXPECT_ASSERT_DEATH(explicitText(), "commVectorSorted()");
     EXPECT_DEATH(fails(), "KivCoreTest.cpp:[0-9]+: ");
+}
+
+}  // namespace KivCoreTest
+
+namespace KivCoreTest {
+
+#define TEST_ATTR_FLAGS(X) X(sorted) X(hasThing) X(hasOther)
+KIV_DENSE_BOOL_SET(TestAttrs, "Ns::TestAttrs", TEST_ATTR_FLAGS)
+
+TEST(DenseBoolSet, NamedFlagsTextFormAndRange) {
+    TestAttrs attrs(5);
+    EXPECT_TRUE(attrs.sorted());
+    EXPECT_FALSE(attrs.hasThing());
+    EXPECT_TRUE(attrs.hasOther());
+    attrs.hasThingIs(true);
+    attrs.sortedIs(false);
+    EXPECT_EQ(6, attrs.value());
+    std::string text = attrs.toStrep();
+    EXPECT_EQ("Value('Ns::TestAttrs', ** {'sorted': False, 'hasThing': True, 'hasOther': True})",
+              text);
+    Kiv::String s(text);
+    auto it = s.begin();
+    EXPECT_EQ(attrs, TestAttrs::parse(it, s.end()));
+    EXPECT_NO_THROW(TestAttrs(7));
+    EXPECT_THROW(TestAttrs(8), Kiv::DenseBoolSetRangeError);
 }
 
 }  // namespace KivCoreTest

@@ -1,9 +1,15 @@
-// VoFmt::StackBackedBuffer<Inline, Max>: an append-only character buffer whose
-// first `Inline` characters live inside the object (on the caller's stack),
-// so formatting one community or one short list allocates nothing. When it is
-// outgrown it moves to the heap: the new capacity is twice the used size,
-// capped at `Max`, but never less than what the next write needs (`Max` caps
-// the doubling, not the text).
+// Append-only text buffers.
+//
+// VoFmt::TextBuffer is the interface every formatter writes to: appends of
+// text, decimal numbers and hex octets, growing when needed. It is not a
+// template, so virtual formatting hooks (one per community type) can take it.
+//
+// VoFmt::StackBackedBuffer<Inline, Max> is a TextBuffer whose first `Inline`
+// characters live inside the object (on the caller's stack), so formatting one
+// community or one short list allocates nothing. When it is outgrown it moves
+// to the heap: the new capacity is twice the used size, capped at `Max`, but
+// never less than what the next write needs (`Max` caps the doubling, not the
+// text).
 #pragma once
 
 #include <cstddef>
@@ -17,18 +23,10 @@
 
 namespace VoFmt {
 
-template <std::size_t Inline, std::size_t Max = 1024>
-class StackBackedBuffer {
-    static_assert(Inline > 0 && Inline <= Max);
-
+class TextBuffer {
   public:
-    StackBackedBuffer() = default;
-    StackBackedBuffer(StackBackedBuffer const&) = delete;
-    StackBackedBuffer& operator=(StackBackedBuffer const&) = delete;
-    ~StackBackedBuffer() {
-        if (begin_ != inline_)
-            delete[] begin_;
-    }
+    TextBuffer(TextBuffer const&) = delete;
+    TextBuffer& operator=(TextBuffer const&) = delete;
 
     // Makes room for `required` more characters and returns where they go;
     // commit() then says how many were written.
@@ -82,10 +80,22 @@ class StackBackedBuffer {
     Kiv::String kivString() const { return Kiv::String(view()); }
     void clear() { writePtr_ = begin_; }
 
+  protected:
+    TextBuffer(char* inlineStorage, std::size_t inlineSize, std::size_t maxDoubling)
+        : inline_(inlineStorage),
+          begin_(inlineStorage),
+          writePtr_(inlineStorage),
+          endPtr_(inlineStorage + inlineSize),
+          maxDoubling_(maxDoubling) {}
+    ~TextBuffer() {
+        if (begin_ != inline_)
+            delete[] begin_;
+    }
+
   private:
     void grow(std::size_t required) {
         std::size_t used = size();
-        std::size_t doubled = used * 2 < Max ? used * 2 : Max;
+        std::size_t doubled = used * 2 < maxDoubling_ ? used * 2 : maxDoubling_;
         std::size_t capacity = doubled > used + required ? doubled : used + required;
         char* heap = new char[capacity];
         std::memcpy(heap, begin_, used);
@@ -96,10 +106,22 @@ class StackBackedBuffer {
         endPtr_ = heap + capacity;
     }
 
-    char inline_[Inline];
-    char* begin_ = inline_;
-    char* writePtr_ = inline_;
-    char* endPtr_ = inline_ + Inline;
+    char* inline_;
+    char* begin_;
+    char* writePtr_;
+    char* endPtr_;
+    std::size_t maxDoubling_;
+};
+
+template <std::size_t Inline, std::size_t Max = 1024>
+class StackBackedBuffer : public TextBuffer {
+    static_assert(Inline > 0 && Inline <= Max);
+
+  public:
+    StackBackedBuffer() : TextBuffer(storage_, Inline, Max) {}
+
+  private:
+    char storage_[Inline];
 };
 
 }  // namespace VoFmt
