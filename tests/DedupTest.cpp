@@ -201,6 +201,8 @@ TEST_P(DedupTableTest, RevivingWhileTheLastHolderReleasesIsSafe) {
 
 INSTANTIATE_TEST_SUITE_P(Variants, DedupTableTest, ::testing::Values(false, true),
                          [](auto const& info) { return info.param ? "ThreadSafe" : "Plain"; });
+// A plain table serves one thread.
+INSTANTIATE_TEST_SUITE_P(Variants, DedupThreadSafeTableTest, ::testing::Values(true));
 
 TEST(DedupHandleDeathTest, InterningTwiceIsFatal) {
     auto table = Vok::DedupHashTableUnorderedSet::create(false);

@@ -1,0 +1,321 @@
+#include "VoBgp/VoBgpCommunity.h"
+
+#include <ostream>
+#include <sstream>
+
+#include "Kiv/Errors.h"
+#include "Kiv/Hash.h"
+#include "Kiv/ValueText.h"
+
+namespace Routing::Bgp {
+
+void formatExtCommContent(VoFmt::TextBuffer& out, ExtCommContent content) {
+    if (content.value() == 0) {
+        out.append("000000000000000000");
+        return;
+    }
+    out.append("0x");
+    for (unsigned i = 0; i < 8; ++i)
+        out.appendHex2(content.octet(i));
+}
+
+std::ostream& operator<<(std::ostream& os, ExtCommContent content) {
+    VoFmt::StackBackedBuffer<24> buffer;
+    formatExtCommContent(buffer, content);
+    return os << buffer.view();
+}
+
+Kiv::String valueToStrep(ExtCommContent content) {
+    VoFmt::StackBackedBuffer<24> buffer;
+    formatExtCommContent(buffer, content);
+    return buffer.kivString();
+}
+
+void sequenceToValue(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst const& end,
+                     ExtCommContent* out) {
+    auto cursor = it;
+    if (end - cursor >= 2 && cursor[0] == '0' && (cursor[1] == 'x' || cursor[1] == 'X'))
+        cursor += 2;
+    U64 value = 0;
+    unsigned digits = 0;
+    for (; cursor != end; ++cursor, ++digits) {
+        char c = *cursor;
+        unsigned d;
+        if (c >= '0' && c <= '9')
+            d = unsigned(c - '0');
+        else if (c >= 'a' && c <= 'f')
+            d = unsigned(c - 'a' + 10);
+        else if (c >= 'A' && c <= 'F')
+            d = unsigned(c - 'A' + 10);
+        else
+            break;
+        if (value >> 60)
+            throw Kiv::RangeError("extended community content exceeds 64 bits");
+        value = value << 4 | d;
+    }
+    if (digits == 0)
+        throw Kiv::ParseError("expected an extended community content 0x...");
+    it = cursor;
+    *out = ExtCommContent(value);
+}
+
+namespace {
+
+// The derived form's opening: "<" type [" " subtype].
+void formatTypeAndSubtype(std::ostream& os, ExtComm const& comm) {
+    os << '<' << comm.pktType();
+    if (!comm.pktSubtype().isUnspecified()) {
+        os << ' ';
+        comm.formatSubtype(os);
+    }
+}
+
+}  // namespace
+
+ExtComm::ExtComm(ExtCommClassification classification, ExtCommContent const& content)
+    : content_(content) {
+    userDataIs(classification);
+}
+
+ExtComm::Ptr ExtComm::ExtCommIs(ExtCommClassification classification,
+                                ExtCommContent const& content) {
+    return makeExtComm<ExtComm>(classification, content);
+}
+
+U32 ExtComm::hash() const {
+    return Kiv::hashU64(content_.value());
+}
+
+bool ExtComm::compare(Vok::DedupHandle const* other) const {
+    return static_cast<ExtComm const*>(other)->content_ == content_;
+}
+
+bool ExtComm::compareByContent(ExtCommContent const& content) const {
+    return content == content_;
+}
+
+BgpExtCommPktSubtype ExtComm::pktSubtype() const {
+    return BgpExtCommPktSubtype();
+}
+
+#define VOBGP_DEFINE_SUBTYPE_ACCESSOR_(accessor, typeMember, Subtype)      \
+    Kiv::String ExtComm::accessor() const {                                \
+        KIV_ASSERT(typeMember == pktType(), #typeMember "_ == pktType()"); \
+        KIV_ASSERT(!pktSubtype().isUnspecified());                         \
+        return extCommSubtypeString<Subtype>(content_.subtypeOctet());     \
+    }
+VOBGP_EXT_COMM_SUBTYPE_ACCESSORS(VOBGP_DEFINE_SUBTYPE_ACCESSOR_)
+#undef VOBGP_DEFINE_SUBTYPE_ACCESSOR_
+
+void ExtComm::formatSubtype(std::ostream& os) const {
+    if (pktSubtype().isUnspecified()) {
+        os << "unspecified";
+        return;
+    }
+    switch (pktType()) {
+#define VOBGP_SUBTYPE_CASE_(accessor, typeMember, Subtype) \
+    case typeMember:                                       \
+        os << accessor();                                  \
+        return;
+        VOBGP_EXT_COMM_SUBTYPE_ACCESSORS(VOBGP_SUBTYPE_CASE_)
+#undef VOBGP_SUBTYPE_CASE_
+        default:
+            os << "none";
+    }
+}
+
+void ExtComm::formatCommunityValue(std::ostream& os) const {
+    os << content_;
+}
+
+void ExtComm::formatDerivedType(std::ostream& os) const {
+    formatTypeAndSubtype(os, *this);
+    os << ' ';
+    formatCommunityValue(os);
+    os << '>';
+}
+
+Kiv::String ExtComm::toStrep() const {
+    std::ostringstream os;
+    os << this;
+    return Kiv::String(os.str());
+}
+
+void ExtComm::formatPolicy(VoFmt::TextBuffer& out, StrepFormat format) const {
+    if (!format.strepFormatClassification() || !format.strepFormatUI())
+        return;
+    addExtCommTypeAsString(out, "", content_.typeOctet(), content_.subtypeOctet(), isTransitive());
+    for (unsigned i = 2; i < 8; ++i)
+        out.appendHex2(content_.octet(i));
+}
+
+Kiv::String ExtComm::toStrepForPolicy(StrepFormat format) const {
+    VoFmt::StackBackedBuffer<64> buffer;
+    formatPolicy(buffer, format);
+    return buffer.kivString();
+}
+
+ExtComm::StrepFormat ExtComm::uiFormat(bool asdot, bool linkBwWeighted, bool json) {
+    StrepFormat format;
+    format.strepFormatClassificationIs(true);
+    format.strepFormatUIIs(true);
+    format.strepFormatAsdotIs(asdot);
+    format.strepFormatLinkBwWeightedIs(linkBwWeighted);
+    format.strepFormatJsonIs(json);
+    return format;
+}
+
+Kiv::String ExtComm::toStrepForUI(bool asdot, bool linkBwWeighted, bool json) const {
+    return toStrepForPolicy(uiFormat(asdot, linkBwWeighted, json));
+}
+
+bool ExtComm::isBetterThan(PtrConst const& other) const {
+    return content_.value() < other->content_.value();
+}
+
+ExtCommSubtyped::Ptr ExtCommSubtyped::ExtCommSubtypedIs(ExtCommClassification classification,
+                                                        ExtCommContent const& content) {
+    return makeExtComm<ExtCommSubtyped>(classification, content);
+}
+
+BgpExtCommPktSubtype ExtCommSubtyped::pktSubtype() const {
+    return BgpExtCommPktSubtype(getContent().subtypeOctet());
+}
+
+void formatAsNumber(VoFmt::TextBuffer& out, U32 asNumber, bool asdot) {
+    if (asdot && asNumber > 0xffff) {
+        out.appendDecimal(asNumber >> 16);
+        out.append('.');
+        out.appendDecimal(asNumber & 0xffff);
+    } else {
+        out.appendDecimal(asNumber);
+    }
+}
+
+void formatIpv4Address(VoFmt::TextBuffer& out, U32 address) {
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        out.appendDecimal((address >> shift) & 0xff);
+        if (shift)
+            out.append('.');
+    }
+}
+
+ExtCommAsNumber::ExtCommAsNumber(ExtCommClassification classification,
+                                 ExtCommContent const& content, bool fourOctetAs)
+    : ExtCommSubtyped(classification, content) {
+    if (fourOctetAs)
+        userDataIs(userData() | fourOctetAsFlag);
+}
+
+ExtCommAsNumber::Ptr ExtCommAsNumber::ExtCommAsNumberIs(ExtCommClassification classification,
+                                                        ExtCommContent const& content,
+                                                        bool fourOctetAs) {
+    return makeExtComm<ExtCommAsNumber>(classification, content, fourOctetAs);
+}
+
+U32 ExtCommAsNumber::asNumber() const {
+    return fourOctetAs() ? static_cast<U32>(community() >> 16)
+                         : static_cast<U16>(community() >> 32);
+}
+
+void ExtCommAsNumber::formatAsNumberToBuffer(VoFmt::TextBuffer& out, bool asdot) const {
+    Routing::Bgp::formatAsNumber(out, asNumber(), asdot);
+}
+
+Kiv::String ExtCommAsNumber::formatAsNumber(bool asdot) const {
+    VoFmt::StackBackedBuffer<16> buffer;
+    formatAsNumberToBuffer(buffer, asdot);
+    return buffer.kivString();
+}
+
+void ExtCommAsNumber::formatAsAndAdmin(VoFmt::TextBuffer& out, bool asdot) const {
+    formatAsNumberToBuffer(out, asdot);
+    out.append(':');
+    out.appendDecimal(localAdmin());
+}
+
+void ExtCommAsNumber::formatPolicy(VoFmt::TextBuffer& out, StrepFormat format) const {
+    if (format.strepFormatClassification() && format.strepFormatUI()) {
+        ExtCommContent content = getContent();
+        addExtCommTypeAsString(out, fourOctetAs() ? "-AS4" : "-AS", content.typeOctet(),
+                               content.subtypeOctet(), isTransitive());
+        out.append(':');
+    }
+    formatAsAndAdmin(out, format.strepFormatAsdot());
+}
+
+void ExtCommAsNumber::formatDerivedType(std::ostream& os) const {
+    formatTypeAndSubtype(os, *this);
+    os << " ASN=" << asNumber() << ' ';
+    formatCommunityValue(os);
+    os << '>';
+}
+
+ExtCommIpv4Address::Ptr ExtCommIpv4Address::ExtCommIpv4AddressIs(
+    ExtCommClassification classification, ExtCommContent const& content) {
+    return makeExtComm<ExtCommIpv4Address>(classification, content);
+}
+
+void ExtCommIpv4Address::formatAddressAndAdmin(VoFmt::TextBuffer& out) const {
+    formatIpv4Address(out, ipv4Address());
+    out.append(':');
+    out.appendDecimal(localAdmin());
+}
+
+void ExtCommIpv4Address::formatPolicy(VoFmt::TextBuffer& out, StrepFormat format) const {
+    if (format.strepFormatClassification() && format.strepFormatUI()) {
+        ExtCommContent content = getContent();
+        addExtCommTypeAsString(out, "-IP", content.typeOctet(), content.subtypeOctet(),
+                               isTransitive());
+        out.append(':');
+    }
+    formatAddressAndAdmin(out);
+}
+
+void ExtCommIpv4Address::formatDerivedType(std::ostream& os) const {
+    formatTypeAndSubtype(os, *this);
+    VoFmt::StackBackedBuffer<16> address;
+    formatIpv4Address(address, ipv4Address());
+    os << ' ' << address.view() << ' ';
+    formatCommunityValue(os);
+    os << '>';
+}
+
+std::ostream& operator<<(std::ostream& os, ExtComm const* comm) {
+    if (comm == nullptr)
+        return os << "NULL";
+    std::ios_base::fmtflags flags = os.flags();
+    comm->formatDerivedType(os);
+    os.flags(flags);
+    return os;
+}
+
+std::ostream& operator<<(std::ostream& os, ExtComm const& comm) {
+    return os << &comm;
+}
+
+std::ostream& operator<<(std::ostream& os, ExtComm::StrepFormat format) {
+    return os << format.toStrep();
+}
+
+void sequenceToValue(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst const& end,
+                     ExtComm::StrepFormat* out) {
+    *out = ExtComm::StrepFormat::parse(it, end);
+}
+
+void addExtCommTypeAsString(VoFmt::TextBuffer& out, std::string_view name, U8 type, U8 subtype,
+                            bool transitive) {
+    out.appendHex2(static_cast<U8>(type & ~0x40));
+    out.appendHex2(subtype);
+    out.append(name);
+    if (!transitive)
+        out.append("(NT)");
+}
+
+Kiv::String extCommTypeAsString(std::string_view name, U8 type, U8 subtype, bool transitive) {
+    VoFmt::StackBackedBuffer<32> buffer;
+    addExtCommTypeAsString(buffer, name, type, subtype, transitive);
+    return buffer.kivString();
+}
+
+}  // namespace Routing::Bgp
