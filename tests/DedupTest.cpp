@@ -167,7 +167,9 @@ TEST_P(DedupTableTest, CountingSwitchedOffLeavesCountsAlone) {
 // handle (and the release must then leave it in the table) or find it gone
 // (and create a new one); it must never return a freed or removed handle. The
 // notifiee must hear exactly one insert and one remove per lifetime.
-TEST_P(DedupTableTest, RevivingWhileTheLastHolderReleasesIsSafe) {
+class DedupThreadSafeTableTest : public DedupTableTest {};
+
+TEST_P(DedupThreadSafeTableTest, RevivingWhileTheLastHolderReleasesIsSafe) {
     if (!GetParam())
         GTEST_SKIP() << "a plain table serves one thread";
     constexpr int threads = 4;
