@@ -170,8 +170,6 @@ TEST_P(DedupTableTest, CountingSwitchedOffLeavesCountsAlone) {
 class DedupThreadSafeTableTest : public DedupTableTest {};
 
 TEST_P(DedupThreadSafeTableTest, RevivingWhileTheLastHolderReleasesIsSafe) {
-    if (!GetParam())
-        GTEST_SKIP() << "a plain table serves one thread";
     constexpr int threads = 4;
     constexpr int rounds = 30000;
     std::atomic<bool> wrong{false};
