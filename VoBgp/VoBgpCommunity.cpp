@@ -183,21 +183,11 @@ BgpExtCommPktSubtype ExtCommSubtyped::pktSubtype() const {
 }
 
 void formatAsNumber(VoFmt::TextBuffer& out, U32 asNumber, bool asdot) {
-    if (asdot && asNumber > 0xffff) {
-        out.appendDecimal(asNumber >> 16);
-        out.append('.');
-        out.appendDecimal(asNumber & 0xffff);
-    } else {
-        out.appendDecimal(asNumber);
-    }
+    out.appendAsNumber(asNumber, asdot);
 }
 
 void formatIpv4Address(VoFmt::TextBuffer& out, U32 address) {
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        out.appendDecimal((address >> shift) & 0xff);
-        if (shift)
-            out.append('.');
-    }
+    out.appendIpv4Address(address);
 }
 
 ExtCommAsNumber::ExtCommAsNumber(ExtCommClassification classification,

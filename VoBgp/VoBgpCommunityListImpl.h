@@ -19,6 +19,7 @@
 #include "Acl/CommunityValue.h"
 #include "Kiv/String.h"
 #include "Kiv/Types.h"
+#include "VoFmt/Numbers.h"
 
 namespace Routing::Bgp {
 
@@ -55,16 +56,7 @@ inline constexpr std::size_t maxLargeLength = 33;
 inline constexpr std::size_t standardInline = 20;
 inline constexpr std::size_t largeInline = 42;
 
-// Writes `value` in decimal at `out` (room for 10 digits) and returns the
-// number of digits.
-inline std::size_t writeDecimal(char* out, U32 value) {
-    std::size_t digits = 1;
-    for (U32 rest = value; rest >= 10; rest /= 10)
-        ++digits;
-    for (std::size_t i = digits; i-- > 0; value /= 10)
-        out[i] = static_cast<char>('0' + value % 10);
-    return digits;
-}
+using VoFmt::writeDecimal;
 
 }  // namespace CommunityFormatDetail
 
@@ -113,13 +105,7 @@ class LargeCommunityFormatter {
         char* const out = buffer.reserve(CommunityFormatDetail::maxLargeLength);
         std::size_t n = 0;
         U32 const admin = value.globalAdmin();
-        if (asdot && admin > 0xFFFF) {
-            n += writeDecimal(out, admin >> 16);
-            out[n++] = '.';
-            n += writeDecimal(out + n, admin & 0xFFFF);
-        } else {
-            n += writeDecimal(out, admin);
-        }
+        n += VoFmt::writeAsNumber(out, admin, asdot);
         out[n++] = ':';
         n += writeDecimal(out + n, value.localData1());
         out[n++] = ':';

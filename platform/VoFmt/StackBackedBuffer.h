@@ -20,6 +20,7 @@
 #include "Kiv/Assert.h"
 #include "Kiv/String.h"
 #include "Kiv/Types.h"
+#include "VoFmt/Numbers.h"
 
 namespace VoFmt {
 
@@ -51,25 +52,17 @@ class TextBuffer {
     }
     // Unsigned decimal, no padding.
     void appendDecimal(U64 value) {
-        char digits[20];
-        std::size_t n = 0;
-        do {
-            digits[n++] = static_cast<char>('0' + value % 10);
-            value /= 10;
-        } while (value != 0);
-        char* out = reserve(n);
-        for (std::size_t i = 0; i < n; ++i)
-            out[i] = digits[n - 1 - i];
-        writePtr_ += n;
+        writePtr_ += writeDecimal(reserve(decimalDigits(value)), value);
+    }
+    // An AS number, in asdot when asked and above 65535.
+    void appendAsNumber(U32 asNumber, bool asdot) {
+        writePtr_ += writeAsNumber(reserve(maxAsNumber), asNumber, asdot);
+    }
+    void appendIpv4Address(U32 address) {
+        writePtr_ += writeIpv4Address(reserve(maxIpv4Address), address);
     }
     // Two lower-case hexadecimal digits.
-    void appendHex2(U8 octet) {
-        static constexpr char kHex[] = "0123456789abcdef";
-        char* out = reserve(2);
-        out[0] = kHex[octet >> 4];
-        out[1] = kHex[octet & 0xf];
-        writePtr_ += 2;
-    }
+    void appendHex2(U8 octet) { writePtr_ += writeHex(reserve(2), octet, 2); }
 
     std::size_t size() const { return static_cast<std::size_t>(writePtr_ - begin_); }
     std::size_t capacity() const { return static_cast<std::size_t>(endPtr_ - begin_); }

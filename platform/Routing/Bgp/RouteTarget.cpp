@@ -6,6 +6,7 @@
 
 #include "Kiv/Errors.h"
 #include "Kiv/ValueText.h"
+#include "VoFmt/Numbers.h"
 
 namespace Routing::Bgp {
 
@@ -15,16 +16,8 @@ constexpr std::string_view kValueOpening = "Value('Routing::Bgp::RouteTarget', *
 constexpr std::string_view kValueClosing = "})";
 constexpr std::size_t kHexDigits = 16;
 
-char* putDecimal(char* out, U32 value) {
-    char digits[10];
-    std::size_t n = 0;
-    do {
-        digits[n++] = static_cast<char>('0' + value % 10);
-        value /= 10;
-    } while (value != 0);
-    while (n != 0)
-        *out++ = digits[--n];
-    return out;
+char* putDecimal(char* out, U64 value) {
+    return out + VoFmt::writeDecimal(out, value);
 }
 
 char* putText(char* out, std::string_view text) {
@@ -34,10 +27,7 @@ char* putText(char* out, std::string_view text) {
 }
 
 char* putHex16(char* out, U64 value) {
-    static constexpr char kHex[] = "0123456789abcdef";
-    for (std::size_t i = 0; i < kHexDigits; ++i)
-        out[i] = kHex[(value >> (4 * (kHexDigits - 1 - i))) & 0xf];
-    return out + kHexDigits;
+    return out + VoFmt::writeHex(out, value, kHexDigits);
 }
 
 }  // namespace
@@ -53,20 +43,12 @@ std::size_t RouteTarget::toStrep(char* out, bool asDot) const {
             p = putDecimal(p, static_cast<U32>(value_));
             break;
         case 0x01:
-            for (int shift = 24; shift >= 0; shift -= 8) {
-                p = putDecimal(p, (high32 >> shift) & 0xff);
-                *p++ = shift ? '.' : ':';
-            }
+            p += VoFmt::writeIpv4Address(p, high32);
+            *p++ = ':';
             p = putDecimal(p, low16);
             break;
         case 0x02:
-            if (asDot && high32 > 0xffff) {
-                p = putDecimal(p, high32 >> 16);
-                *p++ = '.';
-                p = putDecimal(p, high32 & 0xffff);
-            } else {
-                p = putDecimal(p, high32);
-            }
+            p += VoFmt::writeAsNumber(p, high32, asDot);
             *p++ = ':';
             p = putDecimal(p, low16);
             break;
