@@ -15,11 +15,16 @@ inline constexpr std::size_t maxDecimalU64 = 20;
 inline constexpr std::size_t maxAsNumber = 11;  // "65535.65535" or "4294967295"
 inline constexpr std::size_t maxIpv4Address = 15;
 
+inline std::size_t decimalDigits(U64 value) {
+    std::size_t digits = 1;
+    for (; value >= 10; value /= 10)
+        ++digits;
+    return digits;
+}
+
 // Unsigned decimal without padding; returns the number of characters.
 inline std::size_t writeDecimal(char* out, U64 value) {
-    std::size_t digits = 1;
-    for (U64 rest = value; rest >= 10; rest /= 10)
-        ++digits;
+    std::size_t digits = decimalDigits(value);
     for (std::size_t i = digits; i-- > 0; value /= 10)
         out[i] = static_cast<char>('0' + value % 10);
     return digits;
