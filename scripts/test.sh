@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Builds and runs every test: gcc with AddressSanitizer and
-# UndefinedBehaviorSanitizer, then clang with optimisation.
+# UndefinedBehaviorSanitizer, clang with optimisation, and the concurrency
+# tests again under ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/ensure-deps.sh
 cmake --workflow --preset debug
 cmake --workflow --preset clang
+cmake --workflow --preset tsan
