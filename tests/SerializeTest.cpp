@@ -147,12 +147,10 @@ TEST(SerializePathAttributeDeathTest, ProgrammingErrorsStopTheProcess) {
     // Checked before anything is written.
     EXPECT_ASSERT_DEATH_IN(SerializePathAttribute(attrTypeUnknown, optionalTransitive, 4),
                            "attrType <= 0xFF", kReInitHdr);
-    EXPECT_DEATH(SerializePathAttribute(attrTypeUnknown, optionalTransitive, 4),
-                 ::testing::HasSubstr("VoBgp/VoBgpSerialize.cpp:18: "));
     EXPECT_ASSERT_DEATH_IN(SerializePathAttribute(largeCommunity, optionalTransitive, 65536),
                            "attrSize <= 0xFFFF", kReInitHdr);
-    EXPECT_DEATH(SerializePathAttribute(largeCommunity, optionalTransitive, 0xFFFFFFFF),
-                 ::testing::HasSubstr("VoBgp/VoBgpSerialize.cpp:33: "));
+    EXPECT_ASSERT_DEATH(SerializePathAttribute(largeCommunity, optionalTransitive, 0xFFFFFFFF),
+                        "attrSize <= 0xFFFF");
     EXPECT_ASSERT_DEATH_IN(
         {
             SerializePathAttribute attr(community, optionalTransitive, 8);
@@ -161,13 +159,13 @@ TEST(SerializePathAttributeDeathTest, ProgrammingErrorsStopTheProcess) {
         },
         "serialized.size() == attrSize_ + headerSize_",
         "Kiv::String Routing::Bgp::SerializePathAttribute::serializedString() const");
-    EXPECT_DEATH(
+    EXPECT_ASSERT_DEATH(
         {
             SerializePathAttribute attr(community, optionalTransitive, 0);
-            attr.addU8(1);
+            attr.addU8(1);  // one octet more than announced
             attr.serializedString();
         },
-        ::testing::HasSubstr("VoBgp/VoBgpSerialize.cpp:90: "));
+        "serialized.size() == attrSize_ + headerSize_");
 }
 
 TEST(SerializePathAttributeAutoExtLen, FitsTheHeaderInFrontOfTheValue) {
