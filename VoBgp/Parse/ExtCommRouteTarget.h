@@ -1,0 +1,71 @@
+// Route targets: the extended communities that VPN import and export key on.
+//
+//   ExtCommRouteTargetAs           types 0x00 and 0x02, subtype 0x02 (RT:<AS>:<admin>)
+//   ExtCommRouteTargetIpv4Address  type 0x01, subtype 0x02 (RT:<a.b.c.d>:<admin>)
+//
+// Both carry extCommClassificationRouteTarget; their text forms are
+// described in ExtCommRouteTargetOriginBase.h.
+#pragma once
+
+#include "VoBgp/Parse/ExtCommRouteTargetOriginBase.h"
+
+namespace Routing::Bgp {
+
+struct ExtCommRouteTargetWords {
+    static constexpr ExtCommRouteWords words{
+        extCommClassificationRouteTarget,
+        "RT:",
+        "Route-Target-AS",
+        "Route-Target-IP:",
+        "RouteTarget2ByteASN ",
+        "RouteTarget4ByteASN ",
+        "RouteTarget ",
+    };
+};
+
+class ExtCommRouteTargetAs final : public ExtCommRouteAs<ExtCommRouteTargetWords> {
+  public:
+    using Ptr = Kiv::Ptr<ExtCommRouteTargetAs>;
+    using PtrConst = Kiv::Ptr<ExtCommRouteTargetAs const>;
+
+    // fourOctetAs: false for type 0x00, true for type 0x02.
+    static Ptr ExtCommRouteTargetAsIs(ExtCommContent const& content, bool fourOctetAs);
+
+  private:
+    using ExtCommRouteAs::ExtCommRouteAs;
+    template <class T, class... Args>
+    friend Kiv::Ptr<T> makeExtComm(Args&&... args);
+};
+
+class ExtCommRouteTargetIpv4Address final
+    : public ExtCommRouteIpv4Address<ExtCommRouteTargetWords> {
+  public:
+    using Ptr = Kiv::Ptr<ExtCommRouteTargetIpv4Address>;
+    using PtrConst = Kiv::Ptr<ExtCommRouteTargetIpv4Address const>;
+
+    static Ptr ExtCommRouteTargetIpv4AddressIs(ExtCommContent const& content);
+
+  private:
+    using ExtCommRouteIpv4Address::ExtCommRouteIpv4Address;
+    template <class T, class... Args>
+    friend Kiv::Ptr<T> makeExtComm(Args&&... args);
+};
+
+inline ExtCommRouteTargetAs::Ptr extCommRouteTargetAsFactory(ExtCommContent const& content,
+                                                             bool fourOctetAs) {
+    return ExtCommRouteTargetAs::ExtCommRouteTargetAsIs(content, fourOctetAs);
+}
+inline ExtCommRouteTargetIpv4Address::Ptr extCommRouteTargetIpv4AddressFactory(
+    ExtCommContent const& content) {
+    return ExtCommRouteTargetIpv4Address::ExtCommRouteTargetIpv4AddressIs(content);
+}
+
+// ---- Parse rules and parser plug-in (to come with the rule framework) ----
+// BgpParseExtComSubTypeTransTwoOctetAsRouteTargetRule and
+//     BgpParseExtComSubTypeTransFourOctetAsRouteTargetRule
+//     (inhale: extCommRouteTargetAsFactory(content, false / true)),
+//   BgpParseExtComSubTypeTransIpv4AddressRouteTargetRule
+//     (inhale: extCommRouteTargetIpv4AddressFactory(content)),
+//   and the plug-in BgpParseExtCommRouteTargetSm that instantiates the three.
+
+}  // namespace Routing::Bgp
