@@ -136,20 +136,16 @@ TYPED_TEST(CommListKindTest, EqualContentSharesOneInstanceWhateverTheOrder) {
     auto b = this->intern({3, 1, 2, 2, 1});
     auto c = this->table->dedup(privateList<TypeParam>({2, 3, 1}).ptr());
     auto other = this->intern({1, 2, 4});
+    auto longer = this->intern({1, 2, 3, 4});
     EXPECT_EQ(a.ptr(), b.ptr());
     EXPECT_EQ(a.ptr(), c.ptr());
     EXPECT_NE(a.ptr(), other.ptr());
     EXPECT_FALSE(a->compare(other.ptr()));
-    EXPECT_FALSE(other->compare(a.ptr()));
+    EXPECT_FALSE(a->compare(longer.ptr()));
+    EXPECT_FALSE(longer->compare(a.ptr()));
     EXPECT_TRUE(a->compare(a.ptr()));
-    EXPECT_EQ(2u, this->table->dedupTable()->size());
-}
-
-TYPED_TEST(CommListKindTest, ListsOfOtherLengthsDiffer) {
-    auto shorter = this->intern({1, 2});
-    auto longer = this->intern({1, 2, 3});
-    EXPECT_FALSE(shorter->compare(longer.ptr()));
-    EXPECT_FALSE(longer->compare(shorter.ptr()));
+    EXPECT_EQ(3u, this->table->dedupTable()->size());
+    EXPECT_FALSE(this->table->dedupTable()->threadSafe());
 }
 
 TYPED_TEST(CommListKindTest, EmptyListHashesToZeroAndEqualsEveryEmptyList) {
@@ -234,7 +230,7 @@ TYPED_TEST(CommListKindTest, SerializesWithTheHeaderItsLengthNeeds) {
     }
 }
 
-TYPED_TEST(CommListKindTest, TableSideDedupAndDumpAgree) {
+TYPED_TEST(CommListKindTest, DumpShowsTheTableAndEachList) {
     auto a = this->intern({1, 2});
     std::string out;
     this->table->dumpState(Vok::DumpContext::toString(out), 2);
@@ -288,16 +284,6 @@ TYPED_TEST(CommListKindTest, ThreadSafeTableHandsOutOneInstanceUnderContention) 
     EXPECT_EQ(0u, table->dedupTable()->size());
 }
 
-TEST(CommList, TablesFollowTheAgentsThreadingMode) {
-    for (bool threaded : {false, true}) {
-        VoBgpGlobals::multiThreadedIs(threaded);
-        EXPECT_EQ(threaded, commListDedupTableFactory()->dedupTable()->threadSafe());
-        EXPECT_EQ(threaded,
-                  LargeCommListDedupTable::LargeCommListDedupTableIs()->dedupTable()->threadSafe());
-    }
-    VoBgpGlobals::multiThreadedIs(false);
-}
-
 TEST(CommList, CachesTheWellKnownFlagsOnDedup) {
     struct Case {
         std::vector<U32> members;
@@ -323,15 +309,6 @@ TEST(CommList, CachesTheWellKnownFlagsOnDedup) {
     }
 }
 
-TEST(CommList, CompareIsOverTheRawWords) {
-    auto table = commListDedupTableFactory();
-    auto a = commListFactory();
-    a->commIs(0x00010002);
-    auto b = commListFactory();
-    b->commIs(0x00020001);
-    EXPECT_NE(a->dedup(table.ptr()).ptr(), b->dedup(table.ptr()).ptr());
-}
-
 TEST(CommList, ExactOctetsOfSmallLists) {
     auto table = commListDedupTableFactory();
     auto list = commListFactory();
@@ -351,15 +328,11 @@ TEST(CommList, ExactOctetsOfSmallLists) {
 }
 
 TEST(CommList, TextForms) {
-    EXPECT_EQ("no-export", CommList::wellKnownName(0xFFFFFF01));
     EXPECT_EQ("local-as", CommList::wellKnownName(0xFFFFFF03));
     EXPECT_EQ("", CommList::wellKnownName(0x00010002));
-    EXPECT_FALSE(CommList::wellKnownName(0x00010002).isNull());
     EXPECT_EQ("65535:65281", CommList::getStringValue(0xFFFFFF01));
-    EXPECT_EQ("0:0", CommList::getStringValue(0));
     EXPECT_EQ("65536:1:2", LargeCommList::getStringValue(CommunityValue(65536, 1, 2)));
     EXPECT_EQ("1.0:1:2", LargeCommList::displayString(CommunityValue(65536, 1, 2), true));
-    EXPECT_EQ("65535:1:2", LargeCommList::displayString(CommunityValue(65535, 1, 2), true));
 
     auto table = commListDedupTableFactory();
     auto list = commListFactory();

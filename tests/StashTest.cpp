@@ -7,7 +7,6 @@
 #include <functional>
 #include <iterator>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "Kiv/Errors.h"
@@ -401,11 +400,6 @@ TEST_F(StashTest, AnotherProcessReadsTheImageMappedReadOnly) {
     EXPECT_EQ(0, WEXITSTATUS(status)) << "reader failed check " << WEXITSTATUS(status);
     EXPECT_EQ(image, fileContents(path));
     ::unlink(path);
-}
-
-TEST(StashImage, MissingFilesAreSystemErrors) {
-    EXPECT_THROW(KivStash::MappedImage("/nonexistent/vobgp.stash"), std::system_error);
-    EXPECT_THROW(KivStash::writeImageFile("/nonexistent/vobgp.stash", Image(1)), std::system_error);
 }
 
 TEST(StashImage, AnEmptyFileIsATruncatedImage) {

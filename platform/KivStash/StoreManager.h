@@ -39,6 +39,9 @@
 // from an image would live forever. The store manager adopts them instead
 // (adoptedHandleIs) and deletes them when it is destroyed; tables holding
 // them must be destroyed first.
+//
+// A store manager is used by one thread at a time; an attached image may be
+// read by any number of store managers at once.
 #pragma once
 
 #include <cstddef>
