@@ -1,0 +1,67 @@
+#include "VoBgp/VoBgpCommunityList.h"
+
+#include <ostream>
+
+#include "VoBgp/VoBgpGlobals.h"
+
+namespace Routing::Bgp {
+
+template class CommListBase<CommList, U32>;
+template class CommListBase<LargeCommList, Acl::CommunityValue>;
+template class CommListDedupTableOf<CommList>;
+template class CommListDedupTableOf<LargeCommList>;
+
+void CommListDedupTableBase::initDedupTable() {
+    dedupTable_ = Vok::DedupHashTableUnorderedSet::create(VoBgpGlobals::multiThreaded());
+}
+
+void CommListDedupTableBase::dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const {
+    dumpCtx.print("%*s%s:\n", static_cast<int>(indentCount), "", tableName());
+    dedupTable_->dumpState(dumpCtx, indentCount + 2);
+    dedupTable_->forEach(
+        [&](Vok::DedupHandle const* handle) { dumpEntry(dumpCtx, indentCount + 2, handle); });
+}
+
+void CommList::cacheFlags() {
+    U32 bits = userData();
+#define VOBGP_COMM_LIST_CACHE_FLAG_(flag, value, bit) \
+    if (comm(value))                                  \
+        bits |= (bit);
+    VOBGP_COMM_LIST_FLAGS(VOBGP_COMM_LIST_CACHE_FLAG_)
+#undef VOBGP_COMM_LIST_CACHE_FLAG_
+    userDataIs(bits);
+}
+
+namespace {
+
+template <class List>
+std::ostream& printList(std::ostream& os, List const* list) {
+    if (list != nullptr) {
+        VoFmt::StackBackedBuffer<256> buffer;
+        list->formatComms(buffer);
+        os << buffer.view();
+    }
+    return os;
+}
+
+template <class List>
+Kiv::String stringifyList(List const* list) {
+    return list != nullptr ? list->toStrep() : Kiv::String("");
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& os, CommList const* list) {
+    return printList(os, list);
+}
+std::ostream& operator<<(std::ostream& os, LargeCommList const* list) {
+    return printList(os, list);
+}
+Kiv::String stringify(CommList const* list) {
+    return stringifyList(list);
+}
+Kiv::String stringify(LargeCommList const* list) {
+    return stringifyList(list);
+}
+
+}  // namespace Routing::Bgp

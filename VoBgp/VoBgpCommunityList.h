@@ -1,0 +1,513 @@
+// Interned lists of standard (CommList) and large (LargeCommList) communities:
+// the COMMUNITIES and LARGE_COMMUNITY path attributes of a route.
+//
+// Lifecycle: a list is private and appendable (commIs, in any order, with
+// duplicates) from its factory until dedup(table), which sorts it, drops the
+// duplicates, caches what later readers ask for and returns the one shared
+// instance with that content. Shared lists never change and are compared by
+// identity everywhere else.
+//
+// The two kinds are one design over two element types: CommListBase holds the
+// vector and everything that does not depend on the element, CommListTraits
+// says how an element is spelled as 32-bit words (the order in which it is
+// hashed, written to the wire and to a stash image) and printed.
+//
+// Cached state lives in the handle's user-data word, not in fields of its
+// own: whether the vector is sorted and, for CommList, whether it holds
+// no-export, no-advertise and no-export-subconfed (local-as).
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "Acl/CommunityValue.h"
+#include "Kiv/Assert.h"
+#include "Kiv/Errors.h"
+#include "Kiv/Ptr.h"
+#include "Kiv/String.h"
+#include "Kiv/Types.h"
+#include "KivStash/DedupHandle.h"
+#include "KivStash/StashAllocator.h"
+#include "KivStash/StoreManager.h"
+#include "VoBgp/BgpPathAttributeEnums.h"
+#include "VoBgp/VoBgpCommunityListImpl.h"
+#include "VoBgp/VoBgpCommunityPacketTypes.h"
+#include "VoBgp/VoBgpSerialize.h"
+#include "VoFmt/StackBackedBuffer.h"
+#include "Vok/DedupHashTable.h"
+#include "Vok/DumpContext.h"
+#include "Vok/HashMix.h"
+
+namespace Routing::Bgp {
+
+class CommList;
+class LargeCommList;
+class CommListDedupTable;
+class LargeCommListDedupTable;
+
+template <class Value>
+struct CommListTraits;
+
+template <>
+struct CommListTraits<U32> {
+    using List = CommList;
+    using Table = CommListDedupTable;
+    static constexpr BgpPathAttrType attrType = community;
+    // 32-bit words per element; the wire value is 4 octets per word.
+    static constexpr U32 words = 1;
+    // The record kind in a stash image.
+    static constexpr U32 stashKind = 1;
+    static constexpr char const* listName = "CommList";
+    static constexpr char const* tableName = "CommListDedupTable";
+
+    static U32 word(U32 comm, U32) { return comm; }
+    static U32 fromWords(U32 const* words) { return words[0]; }
+    // Plain numbers: the raw vectors compare octet by octet.
+    static bool equal(U32 const* a, U32 const* b, std::size_t count) {
+        return count == 0 || std::memcmp(a, b, count * sizeof(U32)) == 0;
+    }
+    template <class Buffer>
+    static void format(Buffer& buffer, U32 comm) {
+        CommunityFormatter<true>::format(buffer, comm);
+    }
+};
+
+template <>
+struct CommListTraits<Acl::CommunityValue> {
+    using List = LargeCommList;
+    using Table = LargeCommListDedupTable;
+    static constexpr BgpPathAttrType attrType = largeCommunity;
+    static constexpr U32 words = 3;
+    static constexpr U32 stashKind = 2;
+    static constexpr char const* listName = "LargeCommList";
+    static constexpr char const* tableName = "LargeCommListDedupTable";
+
+    // Field order: global administrator, local data part 1, local data part 2.
+    static U32 word(Acl::CommunityValue const& value, U32 index) {
+        return index == 0   ? value.globalAdmin()
+               : index == 1 ? value.localData1()
+                            : value.localData2();
+    }
+    static Acl::CommunityValue fromWords(U32 const* words) {
+        return Acl::CommunityValue(words[0], words[1], words[2]);
+    }
+    static bool equal(Acl::CommunityValue const* a, Acl::CommunityValue const* b,
+                      std::size_t count) {
+        return std::equal(a, a + count, b);
+    }
+    template <class Buffer>
+    static void format(Buffer& buffer, Acl::CommunityValue const& value) {
+        LargeCommunityFormatter::format(buffer, value, false);
+    }
+};
+
+// The interning table of one list kind: a Vok::DedupHashTable, thread-safe
+// when the agent runs multi-threaded.
+class CommListDedupTableBase : public Kiv::PtrInterface {
+  public:
+    using Ptr = Kiv::Ptr<CommListDedupTableBase>;
+    using PtrConst = Kiv::Ptr<CommListDedupTableBase const>;
+
+    Vok::DedupHashTable::Ptr const& dedupTable() const { return dedupTable_; }
+    // Creates a new (empty) hash table, releasing any earlier one.
+    void initDedupTable();
+    // One line for the table, one for its hash table and one per list.
+    void dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const;
+
+  protected:
+    CommListDedupTableBase() { initDedupTable(); }
+    virtual char const* tableName() const = 0;
+    virtual void dumpEntry(Vok::DumpContext const& dumpCtx, U32 indentCount,
+                           Vok::DedupHandle const* handle) const = 0;
+
+  private:
+    Vok::DedupHashTable::Ptr dedupTable_;
+};
+
+template <class List, class Value>
+Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeManager);
+
+template <class Derived, class Value>
+class CommListBase : public KivStash::DedupHandle {
+  public:
+    using Traits = CommListTraits<Value>;
+    using CommVector = std::vector<Value, KivStash::StashAllocator<Value>>;
+
+    // True once dedup (or destash) has sorted the vector and dropped duplicates.
+    bool commVectorSorted() const { return (userData() & commVectorSortedBit) != 0; }
+    U32 comms() const { return static_cast<U32>(commVector_.size()); }
+    bool empty() const { return commVector_.empty(); }
+    CommVector const* commVectorRawPtr() const { return &commVector_; }
+    // Only for a private list: an interned one is shared and never changes.
+    CommVector* commVectorRawPtrNonConst() { return &commVector_; }
+
+    // Sorts and deduplicates the list if that is not done yet, then returns
+    // the interned list equal to it: this one, or the one already in `table`
+    // (this one then dies with its last holder). Nothing beyond this list is
+    // allocated when an equal list is already interned.
+    Kiv::Ptr<Derived const> dedup(typename Traits::Table const* table);
+
+    // The path attribute: flags 0xC0, the kind's type, the elements in vector
+    // order in network byte order. The serializer picks the length form.
+    Kiv::String serialize() const;
+
+    // Writes the list into `storeManager`'s image; returns the record index.
+    U32 stash(KivStash::StoreManager* storeManager) const;
+    // A sorted, not yet interned list equal to the one stashed at `image` (a
+    // record of `storeManager`'s attached image). Kiv::ParseError when the
+    // record is of another kind or not in ascending order.
+    static Kiv::Ptr<Derived> destash(void const* image, KivStash::StoreManager* storeManager) {
+        return destashCommList<Derived, Value>(image, storeManager);
+    }
+
+    // The elements separated by single blanks (standard communities by their
+    // well-known names where they have one, large ones in plain decimal).
+    Kiv::String toStrep() const;
+    template <class Buffer>
+    void formatComms(Buffer& buffer) const {
+        for (std::size_t i = 0; i < commVector_.size(); ++i) {
+            if (i != 0)
+                buffer.append(' ');
+            Traits::format(buffer, commVector_[i]);
+        }
+    }
+
+  protected:
+    static constexpr U32 commVectorSortedBit = 1;
+
+    CommListBase() = default;
+    static Kiv::Ptr<Derived> create() { return Kiv::Ptr<Derived>(new Derived); }
+
+    // The unchecked halves of the entry points each list kind spells itself.
+    void appendComm(Value const& value) { commVector_.push_back(value); }
+    bool holdsComm(Value const& value) const {
+        auto it = std::lower_bound(commVector_.begin(), commVector_.end(), value);
+        return it != commVector_.end() && *it == value;
+    }
+    U32 hashComms() const {
+        Vok::HashMix mix;
+        for (Value const& value : commVector_)
+            for (U32 i = 0; i < Traits::words; ++i)
+                mix.mixU32(Traits::word(value, i));
+        return mix.result();
+    }
+    bool equalComms(Vok::DedupHandle const* other) const {
+        auto const& theirs = static_cast<CommListBase const*>(other)->commVector_;
+        return theirs.size() == commVector_.size() &&
+               Traits::equal(commVector_.data(), theirs.data(), commVector_.size());
+    }
+    // Runs between sorting and inserting; CommList caches its flags here.
+    void cacheFlags() {}
+
+  private:
+    template <class List, class V>
+    friend Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeManager);
+
+    void sortAndUnique() {
+        std::sort(commVector_.begin(), commVector_.end());
+        commVector_.erase(std::unique(commVector_.begin(), commVector_.end()), commVector_.end());
+        userDataIs(userData() | commVectorSortedBit);
+    }
+    // The pre-insert action: an interned list keeps no spare capacity.
+    static void dropSpareCapacity(Vok::DedupHandle* candidate) {
+        CommVector& vector =
+            static_cast<CommListBase*>(static_cast<Derived*>(candidate))->commVector_;
+        if (vector.capacity() > vector.size())
+            CommVector(vector.begin(), vector.end()).swap(vector);
+    }
+
+    CommVector commVector_;
+};
+
+// The entry points that check a list's state, spelled in each list class so
+// that an abort names the list kind and the call that broke the contract.
+#define VOBGP_COMM_LIST_CHECKED_ENTRY_POINTS(ValueParam)              \
+    /* Appends at the end, duplicates allowed; private lists only. */ \
+    void commIs(ValueParam value) {                                   \
+        KIV_ASSERT(!commVectorSorted());                              \
+        appendComm(value);                                            \
+    }                                                                 \
+    /* Binary search; sorted lists only. */                           \
+    bool comm(ValueParam value) const {                               \
+        KIV_ASSERT(commVectorSorted());                               \
+        return holdsComm(value);                                      \
+    }                                                                 \
+    /* Jenkins one-at-a-time over the elements' words, each word   */ \
+    /* least significant octet first; 0 for an empty list.         */ \
+    U32 hash() const override {                                       \
+        KIV_ASSERT(commVectorSorted());                               \
+        return hashComms();                                           \
+    }                                                                 \
+    bool compare(Vok::DedupHandle const* other) const override {      \
+        KIV_ASSERT(commVectorSorted());                               \
+        return equalComms(other);                                     \
+    }
+
+// The well-known communities whose presence CommList caches, with their bit
+// in the user-data word.
+#define VOBGP_COMM_LIST_FLAGS(X)            \
+    X(noExport, communityNoExport, 2)       \
+    X(noAdvertise, communityNoAdvertise, 4) \
+    X(noExportSubconfed, communityNoExportSubconfed, 8)
+
+class CommList final : public CommListBase<CommList, U32> {
+  public:
+    using Ptr = Kiv::Ptr<CommList>;
+    using PtrConst = Kiv::Ptr<CommList const>;
+    using RawPtrConst = CommList const*;
+
+    // A new, empty, private list.
+    static Ptr CommListIs() { return create(); }
+
+    VOBGP_COMM_LIST_CHECKED_ENTRY_POINTS(U32)
+
+    // The cached flags, valid once the list is interned.
+#define VOBGP_COMM_LIST_FLAG_ACCESSOR_(flag, value, bit) \
+    bool flag() const {                                  \
+        KIV_ASSERT(isDeduped());                         \
+        return (userData() & (bit)) != 0;                \
+    }
+    VOBGP_COMM_LIST_FLAGS(VOBGP_COMM_LIST_FLAG_ACCESSOR_)
+#undef VOBGP_COMM_LIST_FLAG_ACCESSOR_
+
+    // The short name of a well-known community, else the empty string.
+    static Kiv::String wellKnownName(U32 comm) {
+        return communityWellKnownName(comm);
+    }
+    // Always the numeric form ("65535:65281"), names never.
+    static Kiv::String getStringValue(U32 comm) {
+        return communityNumericString(comm);
+    }
+
+  private:
+    friend class CommListBase<CommList, U32>;
+    CommList() = default;
+    void cacheFlags();
+};
+
+class LargeCommList final : public CommListBase<LargeCommList, Acl::CommunityValue> {
+  public:
+    using Ptr = Kiv::Ptr<LargeCommList>;
+    using PtrConst = Kiv::Ptr<LargeCommList const>;
+    using RawPtrConst = LargeCommList const*;
+
+    static Ptr LargeCommListIs() { return create(); }
+
+    VOBGP_COMM_LIST_CHECKED_ENTRY_POINTS(Acl::CommunityValue const&)
+
+    // Plain decimal ("65536:1:2").
+    static Kiv::String getStringValue(Acl::CommunityValue const& value) {
+        return LargeCommunityFormatter::kivString(value, false);
+    }
+    // With asdot, a global administrator from 65536 on prints as hi.lo.
+    static Kiv::String displayString(Acl::CommunityValue const& value, bool asdot) {
+        return LargeCommunityFormatter::kivString(value, asdot);
+    }
+
+  private:
+    friend class CommListBase<LargeCommList, Acl::CommunityValue>;
+    LargeCommList() = default;
+};
+
+inline CommList::Ptr commListFactory() {
+    return CommList::CommListIs();
+}
+inline LargeCommList::Ptr largeCommListFactory() {
+    return LargeCommList::LargeCommListIs();
+}
+
+// The typed side of a list kind's table.
+template <class List>
+class CommListDedupTableOf : public CommListDedupTableBase {
+  public:
+    // Interns `list` (List::dedup, from the table's side).
+    Kiv::Ptr<List const> dedup(List* list) const {
+        KIV_ASSERT(list != nullptr, "list != __null");
+        return list->dedup(static_cast<typename List::Traits::Table const*>(this));
+    }
+
+  protected:
+    char const* tableName() const override { return List::Traits::tableName; }
+    void dumpEntry(Vok::DumpContext const& dumpCtx, U32 indentCount,
+                   Vok::DedupHandle const* handle) const override {
+        auto const* list = Vok::fromDedupHandle<List>(handle);
+        dumpCtx.print("%*s%s hash 0x%08x references %u comms %u: %s\n",
+                      static_cast<int>(indentCount), "", List::Traits::listName, list->hash(),
+                      list->references(), list->comms(), list->toStrep().c_str());
+    }
+};
+
+class CommListDedupTable final : public CommListDedupTableOf<CommList> {
+  public:
+    using Ptr = Kiv::Ptr<CommListDedupTable>;
+    using PtrConst = Kiv::Ptr<CommListDedupTable const>;
+    using RawPtrConst = CommListDedupTable const*;
+
+    static Ptr CommListDedupTableIs() { return Kiv::makeActive<CommListDedupTable>(); }
+
+  private:
+    template <class T, class... Args>
+    friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
+    CommListDedupTable() = default;
+};
+
+class LargeCommListDedupTable final : public CommListDedupTableOf<LargeCommList> {
+  public:
+    using Ptr = Kiv::Ptr<LargeCommListDedupTable>;
+    using PtrConst = Kiv::Ptr<LargeCommListDedupTable const>;
+    using RawPtrConst = LargeCommListDedupTable const*;
+
+    static Ptr LargeCommListDedupTableIs() { return Kiv::makeActive<LargeCommListDedupTable>(); }
+
+  private:
+    template <class T, class... Args>
+    friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
+    LargeCommListDedupTable() = default;
+};
+
+inline CommListDedupTable::Ptr commListDedupTableFactory() {
+    return CommListDedupTable::CommListDedupTableIs();
+}
+inline LargeCommListDedupTable::Ptr largeCommListDedupTableFactory() {
+    return LargeCommListDedupTable::LargeCommListDedupTableIs();
+}
+
+// A stashed list read in place, straight from its (possibly read-only,
+// possibly foreign) image: nothing is allocated, counted or written. Checks on
+// construction that the record is a list of this kind in ascending order
+// (Kiv::ParseError if not), so its lookups are sound.
+template <class Value>
+class CommListStashView {
+  public:
+    using Traits = CommListTraits<Value>;
+
+    CommListStashView(void const* image, KivStash::StoreManager const* storeManager)
+        : record_(checkedRecord(image, storeManager)) {
+        for (U32 i = 1; i < comms(); ++i)
+            if (!(commAt(i - 1) < commAt(i)))
+                throw Kiv::ParseError(std::string("stash record of a ") + Traits::listName +
+                                      " not in ascending order at element " + std::to_string(i));
+    }
+
+    U32 comms() const { return record_.count(); }
+    bool empty() const { return record_.count() == 0; }
+    Value commAt(U32 index) const {
+        KIV_ASSERT(index < comms());
+        U32 words[Traits::words];
+        for (U32 i = 0; i < Traits::words; ++i)
+            words[i] = record_.word(std::size_t(index) * Traits::words + i);
+        return Traits::fromWords(words);
+    }
+    // Binary search, as the list's comm().
+    bool comm(Value const& value) const {
+        U32 low = 0;
+        U32 high = comms();
+        while (low < high) {
+            U32 mid = low + (high - low) / 2;
+            if (commAt(mid) < value)
+                low = mid + 1;
+            else
+                high = mid;
+        }
+        return low < comms() && commAt(low) == value;
+    }
+    // The hash of the equal interned list: finds it in a table without
+    // building a list.
+    U32 hash() const {
+        Vok::HashMix mix;
+        for (std::size_t i = 0; i < std::size_t(comms()) * Traits::words; ++i)
+            mix.mixU32(record_.word(i));
+        return mix.result();
+    }
+
+  private:
+    static KivStash::StashRecord checkedRecord(void const* image,
+                                               KivStash::StoreManager const* storeManager) {
+        KIV_ASSERT(storeManager != nullptr, "storeManager != __null");
+        KivStash::StashRecord record = storeManager->recordAt(image);
+        if (record.kind() != Traits::stashKind || record.wordsPerElement() != Traits::words)
+            throw Kiv::ParseError(std::string("stash record is not a ") + Traits::listName +
+                                  " (kind " + std::to_string(record.kind()) + ", " +
+                                  std::to_string(record.wordsPerElement()) + " words each)");
+        return record;
+    }
+
+    KivStash::StashRecord record_;
+};
+
+// Rebuilds a list kind from its stash record (both kinds' destash).
+// The view has checked kind and order, so the copy is sorted and unique.
+template <class List, class Value>
+Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeManager) {
+    CommListStashView<Value> const view(image, storeManager);
+    Kiv::Ptr<List> list = List::create();
+    // Holders do not count while counting is off: the store manager keeps the
+    // list instead, and frees it when it goes.
+    if (!Vok::DedupHandle::countingEnabled())
+        storeManager->adoptedHandleIs(list.ptr());
+    auto& vector = list->commVector_;
+    vector.reserve(view.comms());
+    for (U32 i = 0; i < view.comms(); ++i)
+        vector.push_back(view.commAt(i));
+    list->userDataIs(list->userData() | List::commVectorSortedBit);
+    return list;
+}
+
+template <class Derived, class Value>
+Kiv::Ptr<Derived const> CommListBase<Derived, Value>::dedup(typename Traits::Table const* table) {
+    KIV_ASSERT(table != nullptr, "table != __null");
+    KIV_ASSERT(dedupState() == Vok::dedupHandleStateNeverDeduped(),
+               "dedupState() == Vok::dedupHandleStateNeverDeduped()");
+    if (!commVectorSorted())
+        sortAndUnique();
+    static_cast<Derived*>(this)->cacheFlags();
+    CommListDedupTableBase const* const base = table;
+    Vok::DedupHandle::PtrConst interned =
+        base->dedupTable()->dedupPreInsertCallback(this, &dropSpareCapacity);
+    // Hand the table's reference on without counting it again.
+    return Kiv::Ptr<Derived const>::adopt(static_cast<Derived const*>(interned.release()));
+}
+
+template <class Derived, class Value>
+Kiv::String CommListBase<Derived, Value>::serialize() const {
+    SerializePathAttribute out(Traits::attrType, optionalTransitive, comms() * Traits::words * 4);
+    for (Value const& value : commVector_)
+        for (U32 i = 0; i < Traits::words; ++i)
+            out.addU32hton(Traits::word(value, i));
+    return out.serializedString();
+}
+
+template <class Derived, class Value>
+U32 CommListBase<Derived, Value>::stash(KivStash::StoreManager* storeManager) const {
+    KIV_ASSERT(storeManager != nullptr, "storeManager != __null");
+    KIV_ASSERT(commVectorSorted());
+    auto record = storeManager->recordIs(Traits::stashKind, Traits::words, comms());
+    for (Value const& value : commVector_)
+        for (U32 i = 0; i < Traits::words; ++i)
+            record.words.wordIs(Traits::word(value, i));
+    return record.index;
+}
+
+template <class Derived, class Value>
+Kiv::String CommListBase<Derived, Value>::toStrep() const {
+    VoFmt::StackBackedBuffer<256> buffer;
+    formatComms(buffer);
+    return buffer.kivString();
+}
+
+extern template class CommListBase<CommList, U32>;
+extern template class CommListBase<LargeCommList, Acl::CommunityValue>;
+extern template class CommListDedupTableOf<CommList>;
+extern template class CommListDedupTableOf<LargeCommList>;
+
+std::ostream& operator<<(std::ostream& os, CommList const* list);
+std::ostream& operator<<(std::ostream& os, LargeCommList const* list);
+// The printed form; empty for a null list.
+Kiv::String stringify(CommList const* list);
+Kiv::String stringify(LargeCommList const* list);
+
+}  // namespace Routing::Bgp
