@@ -7,6 +7,7 @@
 
 #include "TestUtil.h"
 #include "Toggle/Toggle.h"
+#include "VoBgp/Parse/ExtComm.h"
 
 namespace {
 
@@ -143,6 +144,38 @@ TEST_F(ToggleDirTest, EverythingUnreadableIsOff) {
     EXPECT_EQ(0u, Toggle::getToggleState("Mvpn", "MvpnLib.json", 1));
     setenv(Toggle::toggleDirEnv, "", 1);
     EXPECT_EQ(0u, Toggle::getToggleState("Mvpn", "MvpnLib.json", 1));
+}
+
+// The parser asks for "Mvpn" once per process. Each state is checked in a
+// process of its own (re-executed, so that nothing this process already
+// cached leaks in), which also changes the file after the first answer.
+void expectMvpnAnsweredOnce(char const* first, char const* later, bool expected) {
+    char pattern[] = "/tmp/vobgp-mvpn-XXXXXX";
+    if (mkdtemp(pattern) == nullptr)
+        std::_Exit(2);
+    fs::path dir(pattern);
+    std::ofstream(dir / "MvpnLib.json") << first;
+    setenv(Toggle::toggleDirEnv, pattern, 1);
+    bool answer = Routing::Bgp::bgpParseExtCommMvpnEnabled();
+    std::ofstream(dir / "MvpnLib.json", std::ios::trunc) << later;
+    bool again = Routing::Bgp::bgpParseExtCommMvpnEnabled();
+    fs::remove_all(dir);
+    std::_Exit(answer == expected && again == expected ? 0 : 1);
+}
+
+TEST(MvpnToggle, OnIsReadOncePerProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(expectMvpnAnsweredOnce(R"({"Mvpn": true})", R"({"Mvpn": false})", true),
+                ::testing::ExitedWithCode(0), "");
+}
+
+TEST(MvpnToggle, OffIsReadOncePerProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(expectMvpnAnsweredOnce(R"({"Mvpn": false})", R"({"Mvpn": true})", false),
+                ::testing::ExitedWithCode(0), "");
+    // Only the lowest bit of the answer counts.
+    EXPECT_EXIT(expectMvpnAnsweredOnce(R"({"Mvpn": 2})", R"({"Mvpn": 1})", false),
+                ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
