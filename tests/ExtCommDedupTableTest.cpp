@@ -244,7 +244,7 @@ TEST_F(ExtCommDedupTableStress, TwoThreadsInternAndReleaseTheSameValues) {
     auto work = [&](unsigned seed) {
         std::mt19937 random(seed);
         std::vector<ExtComm::PtrConst> held;
-        for (int round = 0; round < 20000; ++round) {
+        for (int round = 0; round < 100000; ++round) {
             U64 value = values[random() % values.size()];
             if (held.size() < 8 || random() % 2) {
                 auto comm = intern(value);
