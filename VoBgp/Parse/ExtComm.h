@@ -165,6 +165,17 @@ class BgpParseRuleKeyBase {
     Rule* rule_ = nullptr;
 };
 
+namespace BgpParseDetail {
+// Reads a raw rule pointer; a range error names the attribute "rule".
+void const* readRulePointer(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst const& end);
+}  // namespace BgpParseDetail
+
+// A rule pointer read from text (the key types' text form).
+template <class Rule>
+Rule* readRule(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst const& end) {
+    return static_cast<Rule*>(const_cast<void*>(BgpParseDetail::readRulePointer(it, end)));
+}
+
 #define VOBGP_PARSE_DECLARE_KEY_(Name, Key, set, Rule, ...)                        \
     class Rule;                                                                    \
     class Key : public BgpParseRuleKeyBase<Rule> {                                 \
@@ -176,14 +187,6 @@ class BgpParseRuleKeyBase {
         Key(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst const& end) \
             : BgpParseRuleKeyBase(readRule<Rule>(it, end)) {}                      \
     };
-namespace BgpParseDetail {
-// Reads a raw rule pointer; a range error names the attribute "rule".
-void const* readRulePointer(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst const& end);
-}  // namespace BgpParseDetail
-template <class Rule>
-Rule* readRule(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst const& end) {
-    return static_cast<Rule*>(const_cast<void*>(BgpParseDetail::readRulePointer(it, end)));
-}
 VOBGP_PARSE_EXT_COMM_RULE_KINDS(VOBGP_PARSE_DECLARE_KEY_, VOBGP_PARSE_DECLARE_KEY_)
 #undef VOBGP_PARSE_DECLARE_KEY_
 
