@@ -6,6 +6,8 @@
 #include "Kiv/Errors.h"
 #include "Kiv/Hash.h"
 #include "Kiv/ValueText.h"
+#include "VoBgp/Parse/ExtComm.h"
+#include "VoBgp/VoBgpGlobals.h"
 
 namespace Routing::Bgp {
 
@@ -306,6 +308,98 @@ Kiv::String extCommTypeAsString(std::string_view name, U8 type, U8 subtype, bool
     VoFmt::StackBackedBuffer<32> buffer;
     addExtCommTypeAsString(buffer, name, type, subtype, transitive);
     return buffer.kivString();
+}
+
+ExtComm::PtrConst ExtComm::dedupContent(ExtCommDedupTable const* table,
+                                        ExtCommContent const& content) {
+    Vok::DedupHashTable const& dedupTable = *table->dedupTable();
+    U32 const hash = Kiv::hashU64(content.value());
+    if (auto hit = dedupTable.lookup<ExtComm>(
+            hash, [&content](ExtComm const* comm) { return comm->compareByContent(content); }))
+        return hit;
+    ExtComm::PtrConst fresh = table->parseExtCommRule()->parseExtendedCommunity(content);
+    // Another thread may have interned an equal community since the lookup;
+    // dedup then hands back that one and `fresh` dies here.
+    Vok::DedupHandle::PtrConst dedupHandle = dedupTable.dedup(fresh.ptr());
+    KIV_ASSERT(dedupHandle != nullptr, "dedupHandle");
+    return ExtComm::PtrConst::adopt(static_cast<ExtComm const*>(dedupHandle.release()));
+}
+
+namespace {
+
+// The route target an interned community stands for, if it is one.
+bool routeTargetOf(Vok::DedupHandle const* handle, RouteTarget* rt) {
+    auto const* comm = static_cast<ExtComm const*>(handle);
+    if (comm->classification() != extCommClassificationRouteTarget)
+        return false;
+    *rt = RouteTarget(comm->community());
+    return true;
+}
+
+}  // namespace
+
+ExtCommLifeTimeNotifiee::Ptr extCommLifeTimeNotifieeFactory(
+    NotifyingRouteTargetList::Ptr const& rtList) {
+    return Kiv::makeActive<ExtCommLifeTimeNotifiee>(rtList);
+}
+
+ExtCommLifeTimeNotifiee::Ptr ExtCommLifeTimeNotifiee::ExtCommLifeTimeNotifieeIs(
+    NotifyingRouteTargetList::Ptr const& rtList) {
+    return extCommLifeTimeNotifieeFactory(rtList);
+}
+
+void ExtCommLifeTimeNotifiee::handleInsert(Vok::DedupHandle const* handle) {
+    RouteTarget rt;
+    if (routeTargetOf(handle, &rt))
+        rtList_->rtIs(rt);
+}
+
+void ExtCommLifeTimeNotifiee::handleRemove(Vok::DedupHandle const* handle) {
+    RouteTarget rt;
+    if (routeTargetOf(handle, &rt))
+        rtList_->rtDel(rt);
+}
+
+void ExtCommLifeTimeNotifiee::handleNotificationStop(Vok::DedupHashTable const*) {
+    rtList_->rtDelAll();
+}
+
+ExtCommDedupTable::ExtCommDedupTable(ParseRulePtrConst const& parseExtCommRule)
+    : parseExtCommRule_(parseExtCommRule) {
+    handleInitialized();
+}
+
+ExtCommDedupTable::~ExtCommDedupTable() = default;
+
+ExtCommDedupTable::Ptr extCommDedupTableFactory(
+    ExtCommDedupTable::ParseRulePtrConst const& parseExtCommRule) {
+    return Kiv::makeActive<ExtCommDedupTable>(parseExtCommRule);
+}
+
+ExtCommDedupTable::Ptr ExtCommDedupTable::ExtCommDedupTableIs(
+    ParseRulePtrConst const& parseExtCommRule) {
+    return extCommDedupTableFactory(parseExtCommRule);
+}
+
+void ExtCommDedupTable::handleInitialized() {
+    dedupTable_ = Vok::DedupHashTableUnorderedSet::create(VoBgpGlobals::multiThreaded());
+    producerRtList_ = notifyingRouteTargetListFactory();
+    lifeTimeNotifiee_ = extCommLifeTimeNotifieeFactory(producerRtList_);
+    dedupTable_->lifeTimeNotifieeIs(lifeTimeNotifiee_);
+}
+
+void ExtCommDedupTable::dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const {
+    auto line = [&dumpCtx](U32 indent, char const* text) {
+        if (indent == 0)
+            dumpCtx.print("%s\n", text);
+        else
+            dumpCtx.print("%*c%s\n", static_cast<int>(indent), ' ', text);
+    };
+    line(indentCount, "ExtCommDedupTable");
+    line(indentCount + 2, "dedupTable");
+    dedupTable_->dumpState(dumpCtx, indentCount + 4);
+    line(indentCount + 2, "producerRtList");
+    producerRtList_->dumpState(dumpCtx, indentCount + 4);
 }
 
 }  // namespace Routing::Bgp

@@ -17,13 +17,17 @@
 
 #include <iosfwd>
 #include <string_view>
+#include <utility>
 
 #include "Kiv/DenseBoolSet.h"
 #include "Kiv/Ptr.h"
 #include "Kiv/String.h"
 #include "KivStash/DedupHandle.h"
+#include "VoBgp/NotifyingRouteTargetList.h"
 #include "VoBgp/VoBgpCommunityPacketTypes.h"
 #include "VoFmt/StackBackedBuffer.h"
+#include "Vok/DedupHashTable.h"
+#include "Vok/DumpContext.h"
 
 namespace Routing::Bgp {
 
@@ -112,7 +116,7 @@ class ExtComm : public KivStash::DedupHandle {
     static Ptr ExtCommIs(ExtCommClassification classification, ExtCommContent const& content);
 
     // The one interned community for `content`, built by the table's parse
-    // rule on first sight.
+    // rule on first sight (the rule runs once per distinct content).
     static PtrConst dedupContent(ExtCommDedupTable const* table, ExtCommContent const& content);
 
     // Interning hooks: equal contents are the same community whatever their
@@ -299,6 +303,85 @@ inline Kiv::String valueToStrep(ExtComm::StrepFormat format) {
 }
 void sequenceToValue(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst const& end,
                      ExtComm::StrepFormat* out);
+
+class BgpParseExtendedCommunityRule;
+
+// Keeps a NotifyingRouteTargetList equal to the set of route targets
+// interned in one table: a community classified as route target adds its
+// value when it enters the table and removes it when it leaves.
+class ExtCommLifeTimeNotifiee : public Vok::DedupHashTableLifeTimeNotifiee {
+  public:
+    using Ptr = Kiv::Ptr<ExtCommLifeTimeNotifiee>;
+    using PtrConst = Kiv::Ptr<ExtCommLifeTimeNotifiee const>;
+
+    static constexpr char const* typeName = "Routing::Bgp::ExtCommLifeTimeNotifiee";
+
+    static Ptr ExtCommLifeTimeNotifieeIs(NotifyingRouteTargetList::Ptr const& rtList);
+
+    void handleInsert(Vok::DedupHandle const* handle) override;
+    void handleRemove(Vok::DedupHandle const* handle) override;
+    // The table no longer reports: nothing it holds counts any more.
+    void handleNotificationStop(Vok::DedupHashTable const* table) override;
+
+    NotifyingRouteTargetList::Ptr const& rtList() const { return rtList_; }
+
+  private:
+    template <class T, class... Args>
+    friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
+    explicit ExtCommLifeTimeNotifiee(NotifyingRouteTargetList::Ptr rtList)
+        : rtList_(std::move(rtList)) {}
+
+    NotifyingRouteTargetList::Ptr rtList_;
+};
+
+ExtCommLifeTimeNotifiee::Ptr extCommLifeTimeNotifieeFactory(
+    NotifyingRouteTargetList::Ptr const& rtList);
+
+// The interning table of extended communities (see ExtComm::dedupContent).
+// It is created thread-safe when the agent runs multi-threaded
+// (VoBgpGlobals::multiThreaded() at creation), and keeps producerRtList
+// filled with every route target currently interned.
+//
+// dumpState writes, each line indented by `indentCount` (no indent at 0):
+//   ExtCommDedupTable
+//     dedupTable
+//       <the hash table's own dump>
+//     producerRtList
+//       <the route-target list's own dump>
+class ExtCommDedupTable : public Kiv::PtrInterface {
+  public:
+    using Ptr = Kiv::Ptr<ExtCommDedupTable>;
+    using PtrConst = Kiv::Ptr<ExtCommDedupTable const>;
+    using RawPtrConst = ExtCommDedupTable const*;
+    using ParseRulePtrConst = Kiv::Ptr<BgpParseExtendedCommunityRule const>;
+
+    static constexpr char const* typeName = "Routing::Bgp::ExtCommDedupTable";
+
+    static Ptr ExtCommDedupTableIs(ParseRulePtrConst const& parseExtCommRule);
+    ~ExtCommDedupTable() override;
+
+    Vok::DedupHashTableUnorderedSet::Ptr const& dedupTable() const { return dedupTable_; }
+    NotifyingRouteTargetList::Ptr const& producerRtList() const { return producerRtList_; }
+    ExtCommLifeTimeNotifiee::Ptr const& lifeTimeNotifiee() const { return lifeTimeNotifiee_; }
+    // The rule that builds a community on first sight.
+    ParseRulePtrConst const& parseExtCommRule() const { return parseExtCommRule_; }
+
+    void dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const;
+
+  private:
+    template <class T, class... Args>
+    friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
+    explicit ExtCommDedupTable(ParseRulePtrConst const& parseExtCommRule);
+    void handleInitialized();
+
+    Vok::DedupHashTableUnorderedSet::Ptr dedupTable_;
+    NotifyingRouteTargetList::Ptr producerRtList_;
+    ExtCommLifeTimeNotifiee::Ptr lifeTimeNotifiee_;
+    ParseRulePtrConst parseExtCommRule_;
+};
+
+ExtCommDedupTable::Ptr extCommDedupTableFactory(
+    ExtCommDedupTable::ParseRulePtrConst const& parseExtCommRule);
 
 // Type and subtype as four hex digits (the type without its 0x40 bit), then
 // `name`, then "(NT)" for a non-transitive type. Shared by every policy form.

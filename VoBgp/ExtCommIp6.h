@@ -1,0 +1,166 @@
+// IPv6-address-specific extended communities (RFC 5701, 20 octets): the
+// plain value ExtCommIp6Content and the interned object ExtCommIp6, the
+// 20-octet twins of ExtCommContent and ExtComm.
+//
+// Wire layout: octet 0 type, octet 1 subtype, octets 2-17 the IPv6 global
+// administrator, octets 18-19 the local administrator (network order).
+//
+// Text forms:
+//   - the content alone (operator<<, valueToStrep):
+//     "type=" <type octet as a raw character> ";subtype=" <raw character>
+//     ";addr=" <address> ";localAdmin=" <decimal>. The octets are written
+//     as characters but parsed back as numbers, so the form reads back only
+//     for octets that happen to be digits; dumps have always looked this way.
+//   - derived form (operator<<, toStrep):
+//     <extCommIp6PktTypeTransIpv6Address extCommIp6PktSubtypeRouteTarget
+//      addr=2001:db8::1 localAdmin=7>
+//   - policy form (toStrepForPolicy): [<type text>-IP6:]<address>:<local admin>
+#pragma once
+
+#include <iosfwd>
+
+#include "Kiv/DenseBoolSet.h"
+#include "Kiv/Ptr.h"
+#include "Kiv/String.h"
+#include "KivStash/DedupHandle.h"
+#include "VoBgp/VoBgpCommunityPacketTypes.h"
+#include "VoFmt/StackBackedBuffer.h"
+#include "Vonet/Ip6Addr.h"
+
+namespace Routing::Bgp {
+
+struct ExtCommIp6Content {
+    static constexpr char const* typeName = "Routing::Bgp::ExtCommIp6Content";
+
+    U8 type = 0;
+    U8 subtype = 0;
+    Vonet::Ip6Addr addr;
+    // Host order in memory.
+    U16 localAdmin = 0;
+
+    constexpr bool isTransitive() const { return (type & 0x40) == 0; }
+
+    // Jenkins one-at-a-time over the 20 octets: type, subtype, the address
+    // as stored, then localAdmin low octet first.
+    U32 hash() const;
+
+    friend bool operator==(ExtCommIp6Content const& a, ExtCommIp6Content const& b) {
+        return a.type == b.type && a.subtype == b.subtype && a.addr == b.addr &&
+               a.localAdmin == b.localAdmin;
+    }
+    friend bool operator<(ExtCommIp6Content const& a, ExtCommIp6Content const& b) {
+        if (a.type != b.type)
+            return a.type < b.type;
+        if (a.subtype != b.subtype)
+            return a.subtype < b.subtype;
+        if (a.addr != b.addr)
+            return a.addr < b.addr;
+        return a.localAdmin < b.localAdmin;
+    }
+};
+
+std::ostream& operator<<(std::ostream& os, ExtCommIp6Content const& content);
+Kiv::String valueToStrep(ExtCommIp6Content const& content);
+// Reads "type=<int>;subtype=<int>;addr=<IPv6>;localAdmin=<int>"; the numbers
+// are cut to their field widths without a range check. Kiv::ParseError when
+// a literal or the address is missing.
+void sequenceToValue(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst const& end,
+                     ExtCommIp6Content* out);
+
+#define VOBGP_EXT_COMM_IP6_STREP_FORMAT_FLAGS(X) \
+    X(strepFormatDefault)                        \
+    X(strepFormatClassification)                 \
+    X(strepFormatUI)                             \
+    X(strepFormatAsdot)                          \
+    X(strepFormatLinkBwWeighted)
+
+class ExtCommIp6 : public KivStash::DedupHandle {
+  public:
+    using Ptr = Kiv::Ptr<ExtCommIp6>;
+    using PtrConst = Kiv::Ptr<ExtCommIp6 const>;
+    using RawPtrConst = ExtCommIp6 const*;
+
+    static constexpr char const* typeName = "Routing::Bgp::ExtCommIp6";
+
+    KIV_DENSE_BOOL_SET(StrepFormat, "Routing::Bgp::ExtCommIp6::StrepFormat",
+                       VOBGP_EXT_COMM_IP6_STREP_FORMAT_FLAGS)
+
+    static Ptr ExtCommIp6Is(ExtCommClassification classification, ExtCommIp6Content const& content);
+
+    // Interning hooks: equal contents are one community whatever the
+    // classification.
+    U32 hash() const override;
+    bool compare(Vok::DedupHandle const* other) const override;
+    virtual bool compareByContent(ExtCommIp6Content const& content) const;
+    // Unspecified here; the subtype octet on ExtCommIp6Subtyped.
+    virtual BgpExtCommPktSubtype pktSubtype() const;
+    virtual void formatDerivedType(std::ostream& os) const;
+    virtual Kiv::String toStrepForPolicy(StrepFormat format) const;
+
+    ExtCommIp6Content const& getContent() const { return content_; }
+    ExtCommClassification classification() const { return classification_; }
+    BgpExtCommIp6PktType pktType() const {
+        return bgpEnumFromOctet<BgpExtCommIp6PktType>(content_.type);
+    }
+    bool isTransitive() const { return content_.isTransitive(); }
+    // The subtype text of the transitive / non-transitive family; the
+    // community must be of that type and subtyped.
+    Kiv::String pktSubtypeTransIpv6AddressAsString() const;
+    Kiv::String pktSubtypeNonTransIpv6AddressAsString() const;
+    // "unspecified", the family's subtype text, or "none" for another type.
+    void formatSubtype(std::ostream& os) const;
+    // The derived form (what operator<< writes).
+    Kiv::String toStrep() const;
+    // The policy form into any buffer, without allocating.
+    void formatPolicy(VoFmt::TextBuffer& out, StrepFormat format) const;
+
+  protected:
+    ExtCommIp6(ExtCommClassification classification, ExtCommIp6Content const& content)
+        : classification_(classification), content_(content) {}
+
+  private:
+    ExtCommClassification classification_;
+    ExtCommIp6Content content_;
+};
+
+// The variant whose subtype octet counts (every IPv6 community the parse
+// rules build).
+class ExtCommIp6Subtyped : public ExtCommIp6 {
+  public:
+    using Ptr = Kiv::Ptr<ExtCommIp6Subtyped>;
+    using PtrConst = Kiv::Ptr<ExtCommIp6Subtyped const>;
+
+    static constexpr char const* typeName = "Routing::Bgp::ExtCommIp6Subtyped";
+
+    static Ptr ExtCommIp6SubtypedIs(ExtCommClassification classification,
+                                    ExtCommIp6Content const& content);
+
+    BgpExtCommPktSubtype pktSubtype() const override;
+
+  protected:
+    using ExtCommIp6::ExtCommIp6;
+};
+
+inline ExtCommIp6::Ptr extCommIp6Factory(ExtCommClassification classification,
+                                         ExtCommIp6Content const& content) {
+    return ExtCommIp6::ExtCommIp6Is(classification, content);
+}
+inline ExtCommIp6Subtyped::Ptr extCommIp6SubtypedFactory(ExtCommClassification classification,
+                                                         ExtCommIp6Content const& content) {
+    return ExtCommIp6Subtyped::ExtCommIp6SubtypedIs(classification, content);
+}
+
+// "NULL" for a null pointer, else the derived form (stream flags preserved).
+std::ostream& operator<<(std::ostream& os, ExtCommIp6 const* comm);
+inline std::ostream& operator<<(std::ostream& os, ExtCommIp6::PtrConst const& comm) {
+    return os << comm.ptr();
+}
+
+std::ostream& operator<<(std::ostream& os, ExtCommIp6::StrepFormat format);
+inline Kiv::String valueToStrep(ExtCommIp6::StrepFormat format) {
+    return format.toStrep();
+}
+void sequenceToValue(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst const& end,
+                     ExtCommIp6::StrepFormat* out);
+
+}  // namespace Routing::Bgp
