@@ -3,6 +3,8 @@
 // behaviour to observe the machinery (how often a rule ran, how many exist).
 #pragma once
 
+#include <atomic>
+
 #include <functional>
 #include <vector>
 
@@ -34,7 +36,8 @@ class TestSubRule : public Base {
         static int count = 0;
         return count;
     }
-    mutable int calls = 0;
+    // Parsing may run on several threads at once (interning stress tests).
+    mutable std::atomic<int> calls{0};
 
   private:
     Build build_;
