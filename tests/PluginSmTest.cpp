@@ -428,10 +428,21 @@ TEST(ParseContainerSm, PluginQueueIsOrderedByIndex) {
 TEST(ParseContainerSm, EnqueuedPluginServesTheExistingTree) {
     auto container = bgpParseExtCommContainerSmFactory();
     auto const& root = *container->extCommParser();
-    EXPECT_EQ(extCommClassificationUnSpecified, classificationOf(root, 0x0202000100000064));
+    using FourOctetAsSubRule =
+        ParseTest::TestSubRule<BgpParseExtComSubTypeTransFourOctetAsRuleBase>;
+    auto const* type = static_cast<BgpParseExtCommTransFourOctetAsRule const*>(
+        root.typeRule(extCommPktTypeTransFourOctetAs).ptr());
+    auto ruleOf = [type] {
+        return type->subTypeRule().find(extCommPktSubtypeTransFourOctetAsRouteTarget);
+    };
+    EXPECT_EQ(nullptr, dynamic_cast<FourOctetAsSubRule const*>(ruleOf()));
     container->extCommParserSmsEnq(
         TestRouteTargetSm::TestRouteTargetSmIs(container->parseExtCommRuleCollections()));
+    // The late plug-in's rule took the place of whatever served that subtype.
+    auto const* rule = dynamic_cast<FourOctetAsSubRule const*>(ruleOf());
+    ASSERT_NE(nullptr, rule);
     EXPECT_EQ(extCommClassificationRouteTarget, classificationOf(root, 0x0202000100000064));
+    EXPECT_EQ(1, rule->calls);
 }
 
 TEST(ParseContainerSm, TeardownReleasesEverything) {

@@ -8,6 +8,7 @@
 // e.g. Color:CO(00):100. Derived form: <Color: 100(00) 0x030b000000000064>.
 #pragma once
 
+#include "VoBgp/Parse/ExtCommTypedPlugin.h"
 #include "VoBgp/VoBgpCommunity.h"
 
 namespace Routing::Bgp {
@@ -38,8 +39,11 @@ inline ExtCommColor::Ptr extCommColorFactory(ExtCommContent const& content) {
     return ExtCommColor::ExtCommColorIs(content);
 }
 
-// ---- Parse rule and parser plug-in (to come with the rule framework) ----
-// BgpParseExtComSubTypeTransOpaqueColorRule (inhale: extCommColorFactory(content))
-// and the plug-in BgpParseExtCommColorSm.
+// ---- Parse rule and parser plug-in ----
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeTransOpaqueColorRule,
+                           BgpParseExtComSubTypeTransOpaqueRuleBase,
+                           extCommPktSubtypeTransOpaqueColorExtendedCommunity, extCommColorFactory);
+VOBGP_PARSE_TYPED_PLUGIN(BgpParseExtCommColorSm, bgpParseExtCommColorSmFactory,
+                         BgpParseExtComSubTypeTransOpaqueColorRule)
 
 }  // namespace Routing::Bgp

@@ -6,6 +6,7 @@
 // Derived form: <DefaultGateway 0x030d000000000000>.
 #pragma once
 
+#include "VoBgp/Parse/ExtCommTypedPlugin.h"
 #include "VoBgp/VoBgpCommunity.h"
 
 namespace Routing::Bgp {
@@ -31,9 +32,12 @@ inline ExtCommDefaultGateway::Ptr extCommDefaultGatewayFactory(ExtCommContent co
     return ExtCommDefaultGateway::ExtCommDefaultGatewayIs(content);
 }
 
-// ---- Parse rule and parser plug-in (to come with the rule framework) ----
-// BgpParseExtComSubTypeTransOpaqueDefaultGatewayRule
-//   (inhale: extCommDefaultGatewayFactory(content)) and the plug-in
-//   BgpParseExtCommDefaultGatewaySm.
+// ---- Parse rule and parser plug-in ----
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeTransOpaqueDefaultGatewayRule,
+                           BgpParseExtComSubTypeTransOpaqueRuleBase,
+                           extCommPktSubtypeTransOpaqueDefaultGateway,
+                           extCommDefaultGatewayFactory);
+VOBGP_PARSE_TYPED_PLUGIN(BgpParseExtCommDefaultGatewaySm, bgpParseExtCommDefaultGatewaySmFactory,
+                         BgpParseExtComSubTypeTransOpaqueDefaultGatewayRule)
 
 }  // namespace Routing::Bgp

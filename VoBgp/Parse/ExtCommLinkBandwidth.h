@@ -19,6 +19,7 @@
 #pragma once
 
 #include "Routing/Rib/LinkBandwidth.h"
+#include "VoBgp/Parse/ExtCommTypedPlugin.h"
 #include "VoBgp/VoBgpCommunity.h"
 
 namespace Routing::Bgp {
@@ -57,9 +58,12 @@ inline ExtCommLinkBandwidth::Ptr extCommLinkBandwidthFactory(ExtCommContent cons
     return ExtCommLinkBandwidth::ExtCommLinkBandwidthIs(content);
 }
 
-// ---- Parse rule and parser plug-in (to come with the rule framework) ----
-// BgpParseExtComSubTypeNonTransTwoOctetAsLinkBandwidthRule
-//   (inhale: extCommLinkBandwidthFactory(content)) and the plug-in
-//   BgpParseExtCommLinkBandwidthSm.
+// ---- Parse rule and parser plug-in ----
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeNonTransTwoOctetAsLinkBandwidthRule,
+                           BgpParseExtComSubTypeNonTransTwoOctetAsRuleBase,
+                           extCommPktSubtypeNonTransTwoOctetAsLinkBandwidth,
+                           extCommLinkBandwidthFactory);
+VOBGP_PARSE_TYPED_PLUGIN(BgpParseExtCommLinkBandwidthSm, bgpParseExtCommLinkBandwidthSmFactory,
+                         BgpParseExtComSubTypeNonTransTwoOctetAsLinkBandwidthRule)
 
 }  // namespace Routing::Bgp

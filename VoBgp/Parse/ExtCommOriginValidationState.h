@@ -14,6 +14,7 @@
 
 #include <string_view>
 
+#include "VoBgp/Parse/ExtCommTypedPlugin.h"
 #include "VoBgp/VoBgpCommunity.h"
 
 namespace Routing::Bgp {
@@ -55,9 +56,13 @@ inline ExtCommOriginValidationState::Ptr extCommOriginValidationStateFactory(
     return ExtCommOriginValidationState::ExtCommOriginValidationStateIs(content);
 }
 
-// ---- Parse rule and parser plug-in (to come with the rule framework) ----
-// BgpParseExtComSubTypeNonTransOpaqueOriginValidationStateRule
-//   (inhale: extCommOriginValidationStateFactory(content)) and the plug-in
-//   BgpParseExtCommOriginValidationStateSm.
+// ---- Parse rule and parser plug-in ----
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeNonTransOpaqueOriginValidationStateRule,
+                           BgpParseExtComSubTypeNonTransOpaqueRuleBase,
+                           extCommPktSubtypeNonTransOriginValidationState,
+                           extCommOriginValidationStateFactory);
+VOBGP_PARSE_TYPED_PLUGIN(BgpParseExtCommOriginValidationStateSm,
+                         bgpParseExtCommOriginValidationStateSmFactory,
+                         BgpParseExtComSubTypeNonTransOpaqueOriginValidationStateRule)
 
 }  // namespace Routing::Bgp

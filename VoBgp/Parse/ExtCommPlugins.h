@@ -19,6 +19,24 @@
 //     static Ptr <Class>Is(BgpParseExtCommRuleCollections::PtrConst const&);
 //
 // which the container calls (see BgpParseExtCommContainerSm::handleInitialized).
+// VOBGP_PARSE_TYPED_PLUGIN (ExtCommTypedPlugin.h) declares such a class.
 #pragma once
 
-#define VOBGP_PARSE_EXT_COMM_PLUGINS(X)
+#include "VoBgp/Parse/ExtCommColor.h"
+#include "VoBgp/Parse/ExtCommDefaultGateway.h"
+#include "VoBgp/Parse/ExtCommLinkBandwidth.h"
+#include "VoBgp/Parse/ExtCommOriginValidationState.h"
+#include "VoBgp/Parse/ExtCommRouteOrigin.h"
+#include "VoBgp/Parse/ExtCommRouteTarget.h"
+#include "VoBgp/Parse/ExtCommTunnelEncap.h"
+#include "VoBgp/Parse/ExtCommVrfRouteImport.h"
+
+#define VOBGP_PARSE_EXT_COMM_PLUGINS(X)              \
+    X(BgpParseExtCommRouteOriginSm, false)           \
+    X(BgpParseExtCommRouteTargetSm, false)           \
+    X(BgpParseExtCommTunnelEncapSm, false)           \
+    X(BgpParseExtCommDefaultGatewaySm, false)        \
+    X(BgpParseExtCommLinkBandwidthSm, false)         \
+    X(BgpParseExtCommColorSm, false)                 \
+    X(BgpParseExtCommOriginValidationStateSm, false) \
+    X(BgpParseExtCommVrfRouteImportSm, true)

@@ -9,6 +9,7 @@
 #pragma once
 
 #include "VoBgp/Parse/ExtCommRouteTargetOriginBase.h"
+#include "VoBgp/Parse/ExtCommTypedPlugin.h"
 
 namespace Routing::Bgp {
 
@@ -61,12 +62,23 @@ inline ExtCommRouteOriginIpv4Address::Ptr extCommRouteOriginIpv4AddressFactory(
     return ExtCommRouteOriginIpv4Address::ExtCommRouteOriginIpv4AddressIs(content);
 }
 
-// ---- Parse rules and parser plug-in (to come with the rule framework) ----
-// BgpParseExtComSubTypeTransTwoOctetAsRouteOriginRule and
-//     BgpParseExtComSubTypeTransFourOctetAsRouteOriginRule
-//     (inhale: extCommRouteOriginAsFactory(content, false / true)),
-//   BgpParseExtComSubTypeTransIpv4AddressRouteOriginRule
-//     (inhale: extCommRouteOriginIpv4AddressFactory(content)),
-//   and the plug-in BgpParseExtCommRouteOriginSm that instantiates the three.
+// ---- Parse rules and parser plug-in ----
+// The AS-number rules tell the factory which AS layout their type has.
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeTransTwoOctetAsRouteOriginRule,
+                           BgpParseExtComSubTypeTransTwoOctetAsRuleBase,
+                           extCommPktSubtypeTransTwoOctetAsRouteOrigin, extCommRouteOriginAsFactory,
+                           false);
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeTransFourOctetAsRouteOriginRule,
+                           BgpParseExtComSubTypeTransFourOctetAsRuleBase,
+                           extCommPktSubtypeTransFourOctetAsRouteOrigin,
+                           extCommRouteOriginAsFactory, true);
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeTransIpv4AddressRouteOriginRule,
+                           BgpParseExtComSubTypeTransIpv4AddressRuleBase,
+                           extCommPktSubtypeTransIpv4AddressRouteOrigin,
+                           extCommRouteOriginIpv4AddressFactory);
+VOBGP_PARSE_TYPED_PLUGIN(BgpParseExtCommRouteOriginSm, bgpParseExtCommRouteOriginSmFactory,
+                         BgpParseExtComSubTypeTransTwoOctetAsRouteOriginRule,
+                         BgpParseExtComSubTypeTransFourOctetAsRouteOriginRule,
+                         BgpParseExtComSubTypeTransIpv4AddressRouteOriginRule)
 
 }  // namespace Routing::Bgp

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "VoBgp/Parse/ExtCommRouteTargetOriginBase.h"
+#include "VoBgp/Parse/ExtCommTypedPlugin.h"
 
 namespace Routing::Bgp {
 
@@ -60,12 +61,23 @@ inline ExtCommRouteTargetIpv4Address::Ptr extCommRouteTargetIpv4AddressFactory(
     return ExtCommRouteTargetIpv4Address::ExtCommRouteTargetIpv4AddressIs(content);
 }
 
-// ---- Parse rules and parser plug-in (to come with the rule framework) ----
-// BgpParseExtComSubTypeTransTwoOctetAsRouteTargetRule and
-//     BgpParseExtComSubTypeTransFourOctetAsRouteTargetRule
-//     (inhale: extCommRouteTargetAsFactory(content, false / true)),
-//   BgpParseExtComSubTypeTransIpv4AddressRouteTargetRule
-//     (inhale: extCommRouteTargetIpv4AddressFactory(content)),
-//   and the plug-in BgpParseExtCommRouteTargetSm that instantiates the three.
+// ---- Parse rules and parser plug-in ----
+// The AS-number rules tell the factory which AS layout their type has.
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeTransTwoOctetAsRouteTargetRule,
+                           BgpParseExtComSubTypeTransTwoOctetAsRuleBase,
+                           extCommPktSubtypeTransTwoOctetAsRouteTarget, extCommRouteTargetAsFactory,
+                           false);
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeTransFourOctetAsRouteTargetRule,
+                           BgpParseExtComSubTypeTransFourOctetAsRuleBase,
+                           extCommPktSubtypeTransFourOctetAsRouteTarget,
+                           extCommRouteTargetAsFactory, true);
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeTransIpv4AddressRouteTargetRule,
+                           BgpParseExtComSubTypeTransIpv4AddressRuleBase,
+                           extCommPktSubtypeTransIpv4AddressRouteTarget,
+                           extCommRouteTargetIpv4AddressFactory);
+VOBGP_PARSE_TYPED_PLUGIN(BgpParseExtCommRouteTargetSm, bgpParseExtCommRouteTargetSmFactory,
+                         BgpParseExtComSubTypeTransTwoOctetAsRouteTargetRule,
+                         BgpParseExtComSubTypeTransFourOctetAsRouteTargetRule,
+                         BgpParseExtComSubTypeTransIpv4AddressRouteTargetRule)
 
 }  // namespace Routing::Bgp

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "Kiv/Enum.h"
+#include "VoBgp/Parse/ExtCommTypedPlugin.h"
 #include "VoBgp/VoBgpCommunity.h"
 
 namespace Routing::Bgp {
@@ -57,9 +58,12 @@ inline ExtCommTunnelEncap::Ptr extCommTunnelEncapFactory(ExtCommContent const& c
     return ExtCommTunnelEncap::ExtCommTunnelEncapIs(content);
 }
 
-// ---- Parse rule and parser plug-in (to come with the rule framework) ----
-// BgpParseExtComSubTypeTransOpaqueTunnelEncapRule
-//   (inhale: extCommTunnelEncapFactory(content)) and the plug-in
-//   BgpParseExtCommTunnelEncapSm.
+// ---- Parse rule and parser plug-in ----
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeTransOpaqueTunnelEncapRule,
+                           BgpParseExtComSubTypeTransOpaqueRuleBase,
+                           extCommPktSubtypeTransOpaqueEncapsulationExtendedCommunity,
+                           extCommTunnelEncapFactory);
+VOBGP_PARSE_TYPED_PLUGIN(BgpParseExtCommTunnelEncapSm, bgpParseExtCommTunnelEncapSmFactory,
+                         BgpParseExtComSubTypeTransOpaqueTunnelEncapRule)
 
 }  // namespace Routing::Bgp

@@ -11,6 +11,7 @@
 // Derived form: <VrfRouteImport 10.1.2.3:7 0x010b0a0102030007>.
 #pragma once
 
+#include "VoBgp/Parse/ExtCommTypedPlugin.h"
 #include "VoBgp/VoBgpCommunity.h"
 
 namespace Routing::Bgp {
@@ -37,10 +38,14 @@ inline ExtCommVrfRouteImportIpv4Address::Ptr extCommVrfRouteImportIpv4AddressFac
     return ExtCommVrfRouteImportIpv4Address::ExtCommVrfRouteImportIpv4AddressIs(content);
 }
 
-// ---- Parse rule and parser plug-in (to come with the rule framework) ----
-// BgpParseExtComSubTypeTransIpv4AddressVrfRouteImportRule
-//   (inhale: extCommVrfRouteImportIpv4AddressFactory(content)) and the
-//   plug-in BgpParseExtCommVrfRouteImportSm, created only when the "Mvpn"
-//   feature toggle is on.
+// ---- Parse rule and parser plug-in ----
+// The container starts this plug-in only when the "Mvpn" feature toggle is
+// on (see ExtCommPlugins.h).
+VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeTransIpv4AddressVrfRouteImportRule,
+                           BgpParseExtComSubTypeTransIpv4AddressRuleBase,
+                           extCommPktSubtypeTransIpv4AddressVrfRouteImport,
+                           extCommVrfRouteImportIpv4AddressFactory);
+VOBGP_PARSE_TYPED_PLUGIN(BgpParseExtCommVrfRouteImportSm, bgpParseExtCommVrfRouteImportSmFactory,
+                         BgpParseExtComSubTypeTransIpv4AddressVrfRouteImportRule)
 
 }  // namespace Routing::Bgp

@@ -1,0 +1,132 @@
+// The parse rule and the parser plug-in of a typed extended community, written
+// once for all of them.
+//
+// Every typed content (route target, link bandwidth, color, ...) plugs into
+// the parser the same way: a sub-type rule whose inhale() is one call of the
+// content's factory, and a plug-in whose hooks add those rules to the type
+// rules that serve them. Only the names, the subtype and the factory differ,
+// so each content declares its rule and its plug-in with one line each, next
+// to the content:
+//
+//   VOBGP_PARSE_TYPED_SUB_RULE(BgpParseExtComSubTypeTransOpaqueColorRule,
+//                              BgpParseExtComSubTypeTransOpaqueRuleBase,
+//                              extCommPktSubtypeTransOpaqueColorExtendedCommunity,
+//                              extCommColorFactory);
+//   VOBGP_PARSE_TYPED_PLUGIN(BgpParseExtCommColorSm, bgpParseExtCommColorSmFactory,
+//                            BgpParseExtComSubTypeTransOpaqueColorRule);
+//
+// Further arguments after the factory are passed to it after the content
+// (the AS-number route targets pass whether the AS is four-octet).
+//
+// A plug-in overrides exactly the hooks of the kinds its rules belong to (the
+// kind is read off the rule's sub-type rule base), so the hooks it leaves
+// alone stay the base's no-ops. Rules of one kind are added in the order
+// listed. Hooks also run when a type rule leaves the collections; adding a
+// rule again then only replaces the one under the same subtype.
+#pragma once
+
+#include <type_traits>
+
+#include "Kiv/Ptr.h"
+#include "VoBgp/Parse/ExtComm.h"
+
+namespace Routing::Bgp {
+
+// A sub-type rule whose inhale() returns factory(content, factoryArgs...).
+// It never rejects a value: what reaches it has the subtype it serves, and
+// the typed content accepts any value of its layout.
+template <class SubRuleBaseT, auto subtype, auto factory, auto... factoryArgs>
+class BgpParseExtCommFactorySubRule : public SubRuleBaseT {
+  public:
+    using SubRuleBase = SubRuleBaseT;
+    using Comm = typename SubRuleBase::Comm;
+    using Content = typename SubRuleBase::Content;
+
+    explicit BgpParseExtCommFactorySubRule(BgpParseExtCommControl const& control)
+        : SubRuleBase(control, subtype) {}
+
+    typename Comm::PtrConst inhale(Content const& content) const override {
+        return factory(content, factoryArgs...);
+    }
+};
+
+#define VOBGP_PARSE_TYPED_SUB_RULE(Rule, SubRuleBase, subtype, factory, ...)                       \
+    class Rule final : public BgpParseExtCommFactorySubRule<SubRuleBase, subtype,                  \
+                                                            &factory __VA_OPT__(, ) __VA_ARGS__> { \
+      public:                                                                                      \
+        using Ptr = Kiv::Ptr<Rule>;                                                                \
+        using PtrConst = Kiv::Ptr<Rule const>;                                                     \
+        static constexpr char const* typeName = "Routing::Bgp::" #Rule;                            \
+        using BgpParseExtCommFactorySubRule::BgpParseExtCommFactorySubRule;                        \
+    }
+
+// The sub-type rule base a rule derives from, which names its kind.
+namespace BgpParseDetail {
+#define VOBGP_PARSE_SUB_RULE_BASE_OF_(Name, Key, set, Rule, SubRuleBase, ...) \
+    SubRuleBase* subRuleBaseOf(SubRuleBase*);
+VOBGP_PARSE_EXT_COMM_RULE_KINDS(VOBGP_PARSE_IGNORE_KIND_, VOBGP_PARSE_SUB_RULE_BASE_OF_)
+#undef VOBGP_PARSE_SUB_RULE_BASE_OF_
+}  // namespace BgpParseDetail
+
+template <class SubRule>
+using BgpParseExtCommSubRuleBaseOf =
+    std::remove_pointer_t<decltype(BgpParseDetail::subRuleBaseOf(static_cast<SubRule*>(nullptr)))>;
+
+// One layer of a plug-in: overrides the hook of SubRule's kind so that it
+// first does what the layers below do, then adds a new SubRule.
+template <class SubRuleBase, class SubRule, class Below>
+class BgpParseExtCommHookLayer;
+
+#define VOBGP_PARSE_HOOK_LAYER_(Name, Key, set, Rule, SubRuleBase, ...)                         \
+    template <class SubRule, class Below>                                                       \
+    class BgpParseExtCommHookLayer<SubRuleBase, SubRule, Below> : public Below {                \
+      public:                                                                                   \
+        using Below::Below;                                                                     \
+        void instantiate##Name##SubRule(Key const& key,                                         \
+                                        BgpParseExtCommControl const& control) const override { \
+            Below::instantiate##Name##SubRule(key, control);                                    \
+            this->addSubRule(key, Kiv::makeActive<SubRule>(control));                           \
+        }                                                                                       \
+    };
+VOBGP_PARSE_EXT_COMM_RULE_KINDS(VOBGP_PARSE_IGNORE_KIND_, VOBGP_PARSE_HOOK_LAYER_)
+#undef VOBGP_PARSE_HOOK_LAYER_
+
+// The layers for SubRules over Below, the first listed innermost.
+template <class Below, class... SubRules>
+struct BgpParseExtCommHookLayers {
+    using Type = Below;
+};
+template <class Below, class First, class... Rest>
+struct BgpParseExtCommHookLayers<Below, First, Rest...> {
+    using Type = typename BgpParseExtCommHookLayers<
+        BgpParseExtCommHookLayer<BgpParseExtCommSubRuleBaseOf<First>, First, Below>, Rest...>::Type;
+};
+
+// A plug-in that adds SubRules, each to the type rules of its kind.
+template <class... SubRules>
+using BgpParseExtCommTypedPluginSm =
+    typename BgpParseExtCommHookLayers<BgpParseExtCommPluginBaseSm, SubRules...>::Type;
+
+// The plug-in class `Plugin` with its two factories; its constructor serves
+// the rules registered before it, as every plug-in's must.
+#define VOBGP_PARSE_TYPED_PLUGIN(Plugin, factory, ...)                                            \
+    class Plugin final : public BgpParseExtCommTypedPluginSm<__VA_ARGS__> {                       \
+      public:                                                                                     \
+        using Ptr = Kiv::Ptr<Plugin>;                                                             \
+        using PtrConst = Kiv::Ptr<Plugin const>;                                                  \
+        static constexpr char const* typeName = "Routing::Bgp::" #Plugin;                         \
+        using Layers = BgpParseExtCommTypedPluginSm<__VA_ARGS__>;                                 \
+                                                                                                  \
+        explicit Plugin(BgpParseExtCommRuleCollections::PtrConst const& ruleCollections)          \
+            : Layers(ruleCollections) {                                                           \
+            handleStartup();                                                                      \
+        }                                                                                         \
+        static Ptr Plugin##Is(BgpParseExtCommRuleCollections::PtrConst const& ruleCollections) {  \
+            return Kiv::makeActive<Plugin>(ruleCollections);                                      \
+        }                                                                                         \
+    };                                                                                            \
+    inline Plugin::Ptr factory(BgpParseExtCommRuleCollections::PtrConst const& ruleCollections) { \
+        return Plugin::Plugin##Is(ruleCollections);                                               \
+    }
+
+}  // namespace Routing::Bgp
