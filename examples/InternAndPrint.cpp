@@ -2,6 +2,7 @@
 // community parser once, intern received values, print them for a show
 // command, and intern and re-serialize a COMMUNITIES attribute.
 #include <cstdio>
+#include <vector>
 
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunity.h"
@@ -21,12 +22,17 @@ int main() {
         0x030B00000000002A,  // color 42
         0x4300000000000000,  // origin validation state: valid
     };
+    std::vector<ExtComm::PtrConst> route;  // what a path holds on to
     for (U64 value : received) {
         ExtComm::PtrConst comm = ExtComm::dedupContent(extCommTable.ptr(), ExtCommContent(value));
+        route.push_back(comm);
         std::printf("%-40s %s\n", comm->toStrepForUI(/*asdot=*/true).c_str(),
                     comm->toStrep().c_str());
     }
     std::printf("route targets interned: %zu\n", extCommTable->producerRtList()->rtCount());
+    route.clear();  // the last holder lets go: the values leave the table
+    std::printf("route targets interned after release: %zu\n",
+                extCommTable->producerRtList()->rtCount());
 
     // A COMMUNITIES attribute: the list is private until dedup, then shared.
     auto commTable = commListDedupTableFactory();
