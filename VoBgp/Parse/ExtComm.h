@@ -396,41 +396,29 @@ class BgpParseExtCommRuleBase : public Kiv::PtrInterface {
     BgpParseExtCommControl parseControl_;
 };
 
-// The type rules of the 8-octet communities.
-class BgpParseExtendedCommunityTypeRuleBase : public BgpParseExtCommRuleBase {
+// Base of the type rules, one shape for the 8-octet and the 20-octet
+// communities: a type octet and the inhale that dispatches by subtype.
+template <class CommT, class ContentT, class PktTypeT>
+class BgpParseExtCommTypeRuleBaseT : public BgpParseExtCommRuleBase {
   public:
-    using Ptr = Kiv::Ptr<BgpParseExtendedCommunityTypeRuleBase>;
-    using PtrConst = Kiv::Ptr<BgpParseExtendedCommunityTypeRuleBase const>;
+    using Ptr = Kiv::Ptr<BgpParseExtCommTypeRuleBaseT>;
+    using PtrConst = Kiv::Ptr<BgpParseExtCommTypeRuleBaseT const>;
 
-    BgpExtCommPktType pktType() const { return pktType_; }
-    virtual ExtComm::PtrConst inhale(ExtCommContent const& content) const = 0;
+    PktTypeT pktType() const { return pktType_; }
+    virtual typename CommT::PtrConst inhale(ContentT const& content) const = 0;
 
   protected:
-    BgpParseExtendedCommunityTypeRuleBase(BgpParseExtCommControl const& control,
-                                          BgpExtCommPktType pktType)
+    BgpParseExtCommTypeRuleBaseT(BgpParseExtCommControl const& control, PktTypeT pktType)
         : BgpParseExtCommRuleBase(control), pktType_(pktType) {}
 
   private:
-    BgpExtCommPktType pktType_;
+    PktTypeT pktType_;
 };
 
-// The type rules of the 20-octet IPv6-address-specific communities.
-class BgpParseExtendedCommunityIp6TypeRuleBase : public BgpParseExtCommRuleBase {
-  public:
-    using Ptr = Kiv::Ptr<BgpParseExtendedCommunityIp6TypeRuleBase>;
-    using PtrConst = Kiv::Ptr<BgpParseExtendedCommunityIp6TypeRuleBase const>;
-
-    BgpExtCommIp6PktType pktType() const { return pktType_; }
-    virtual ExtCommIp6::PtrConst inhale(ExtCommIp6Content const& content) const = 0;
-
-  protected:
-    BgpParseExtendedCommunityIp6TypeRuleBase(BgpParseExtCommControl const& control,
-                                             BgpExtCommIp6PktType pktType)
-        : BgpParseExtCommRuleBase(control), pktType_(pktType) {}
-
-  private:
-    BgpExtCommIp6PktType pktType_;
-};
+using BgpParseExtendedCommunityTypeRuleBase =
+    BgpParseExtCommTypeRuleBaseT<ExtComm, ExtCommContent, BgpExtCommPktType>;
+using BgpParseExtendedCommunityIp6TypeRuleBase =
+    BgpParseExtCommTypeRuleBaseT<ExtCommIp6, ExtCommIp6Content, BgpExtCommIp6PktType>;
 
 // What goes with each packet-type enumeration: the value parsed, the object
 // built, the base of its type rules.
