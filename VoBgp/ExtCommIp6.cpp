@@ -71,16 +71,9 @@ BgpExtCommPktSubtype ExtCommIp6::pktSubtype() const {
     return BgpExtCommPktSubtype();
 }
 
-// The two family accessors keep their assertions at fixed lines: crash
-// reports quote the source position, and tooling greps for it.
-namespace {
-constexpr char const* transTypeCheck = "extCommIp6PktTypeTransIpv6Address_ == pktType()";
-constexpr char const* nonTransTypeCheck = "extCommIp6PktTypeNonTransIpv6Address_ == pktType()";
-
-}  // namespace
-
 Kiv::String ExtCommIp6::pktSubtypeTransIpv6AddressAsString() const {
-    KIV_ASSERT(extCommIp6PktTypeTransIpv6Address == pktType(), transTypeCheck);
+    KIV_ASSERT(extCommIp6PktTypeTransIpv6Address == pktType(),
+               "extCommIp6PktTypeTransIpv6Address_ == pktType()");
     KIV_ASSERT(!pktSubtype().isUnspecified());
     return extCommSubtypeString<BgpExtCommIp6PktSubtypeTransIpv6Address>(content_.subtype);
 }
@@ -88,7 +81,8 @@ Kiv::String ExtCommIp6::pktSubtypeTransIpv6AddressAsString() const {
 Kiv::String ExtCommIp6::pktSubtypeNonTransIpv6AddressAsString() const {
     // The non-transitive family names no octet yet, so every subtype prints
     // as "subtype=" and its number.
-    KIV_ASSERT(extCommIp6PktTypeNonTransIpv6Address == pktType(), nonTransTypeCheck);
+    KIV_ASSERT(extCommIp6PktTypeNonTransIpv6Address == pktType(),
+               "extCommIp6PktTypeNonTransIpv6Address_ == pktType()");
     KIV_ASSERT(!pktSubtype().isUnspecified());
     return extCommSubtypeString<BgpExtCommIp6PktSubtypeNonTransIpv6Address>(content_.subtype);
 }
