@@ -41,16 +41,10 @@ void sequenceToValue(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst 
     U64 value = 0;
     unsigned digits = 0;
     for (; cursor != end; ++cursor, ++digits) {
-        char c = *cursor;
-        unsigned d;
-        if (c >= '0' && c <= '9')
-            d = unsigned(c - '0');
-        else if (c >= 'a' && c <= 'f')
-            d = unsigned(c - 'a' + 10);
-        else if (c >= 'A' && c <= 'F')
-            d = unsigned(c - 'A' + 10);
-        else
+        int digit = Kiv::hexDigitValue(*cursor);
+        if (digit < 0)
             break;
+        unsigned d = static_cast<unsigned>(digit);
         if (value >> 60)
             throw Kiv::RangeError("extended community content exceeds 64 bits");
         value = value << 4 | d;

@@ -30,6 +30,17 @@ inline char const* boolText(bool value) {
     return value ? "True" : "False";
 }
 
+// The value of one hexadecimal digit (either case), -1 for any other character.
+constexpr int hexDigitValue(char c) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
 // Text form of a raw object pointer: "0x" and lower-case hex digits.
 std::string pointerText(void const* p);
 

@@ -1,5 +1,7 @@
 #include "Toggle/Toggle.h"
 
+#include "Kiv/ValueText.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -79,15 +81,7 @@ class JsonReader {
             ++pos_;
     }
 
-    static int hexDigit(char c) {
-        if (c >= '0' && c <= '9')
-            return c - '0';
-        if (c >= 'a' && c <= 'f')
-            return c - 'a' + 10;
-        if (c >= 'A' && c <= 'F')
-            return c - 'A' + 10;
-        return -1;
-    }
+    static int hexDigit(char c) { return Kiv::hexDigitValue(c); }
 
     // A string; escapes are checked, and \u escapes kept only as far as
     // needed to compare ASCII names.

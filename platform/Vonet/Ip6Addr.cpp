@@ -1,5 +1,7 @@
 #include "Vonet/Ip6Addr.h"
 
+#include "Kiv/ValueText.h"
+
 #include <ostream>
 #include <string>
 
@@ -32,13 +34,7 @@ char* appendDecimalOctet(char* out, U8 octet) {
 }
 
 int hexValue(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
+    return Kiv::hexDigitValue(c);
 }
 
 // A dotted IPv4 address filling exactly `text`, into four octets.
