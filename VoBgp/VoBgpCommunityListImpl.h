@@ -56,8 +56,6 @@ inline constexpr std::size_t maxLargeLength = 33;
 inline constexpr std::size_t standardInline = 20;
 inline constexpr std::size_t largeInline = 42;
 
-using VoFmt::writeDecimal;
-
 }  // namespace CommunityFormatDetail
 
 // wellKnownNames chooses whether format() prints the seven well-known values
@@ -79,7 +77,7 @@ class CommunityFormatter {
 
     template <class Buffer>
     static std::size_t formatNotWellKnown(Buffer& buffer, U32 comm) {
-        using CommunityFormatDetail::writeDecimal;
+        using VoFmt::writeDecimal;
         char* const out = buffer.reserve(CommunityFormatDetail::maxStandardLength);
         std::size_t n = writeDecimal(out, comm >> 16);
         out[n++] = ':';
@@ -101,7 +99,7 @@ class LargeCommunityFormatter {
     // (100 stays "100", never "0.100"); the local data parts are always plain.
     template <class Buffer>
     static std::size_t format(Buffer& buffer, Acl::CommunityValue const& value, bool asdot) {
-        using CommunityFormatDetail::writeDecimal;
+        using VoFmt::writeDecimal;
         char* const out = buffer.reserve(CommunityFormatDetail::maxLargeLength);
         std::size_t n = 0;
         U32 const admin = value.globalAdmin();

@@ -91,14 +91,6 @@ template <class T, class U>
 Ptr<T> ptrStaticCast(Ptr<U> const& p) noexcept {
     return Ptr<T>(static_cast<T*>(p.ptr()));
 }
-template <class T, class U>
-Ptr<T> ptrDynamicCast(Ptr<U> const& p) noexcept {
-    return Ptr<T>(dynamic_cast<T*>(p.ptr()));
-}
-template <class T, class U>
-Ptr<T> ptrConstCast(Ptr<U> const& p) noexcept {
-    return Ptr<T>(const_cast<T*>(p.ptr()));
-}
 
 // Identifies an attribute of an object in change notifications: the
 // attribute's position in its class's declaration order.

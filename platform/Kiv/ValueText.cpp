@@ -78,7 +78,7 @@ void const* parsePointer(String::IteratorConst& it, String::IteratorConst end) {
 }
 
 ValueParser::ValueParser(IteratorConst& it, IteratorConst end, std::string_view typeName)
-    : it_(it), end_(end), start_(it) {
+    : it_(it), end_(end) {
     literal("Value('");
     literal(typeName);
     literal("', ** {");

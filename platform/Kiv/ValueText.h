@@ -80,7 +80,6 @@ class ValueParser {
   private:
     IteratorConst& it_;
     IteratorConst end_;
-    IteratorConst start_;
     bool first_ = true;
 };
 

@@ -11,7 +11,6 @@
 namespace VoFmt {
 
 // Longest outputs, for reserve().
-inline constexpr std::size_t maxDecimalU64 = 20;
 inline constexpr std::size_t maxAsNumber = 11;  // "65535.65535" or "4294967295"
 inline constexpr std::size_t maxIpv4Address = 15;
 

@@ -36,8 +36,6 @@ class HashMix {
         h += h << 15;
         return h;
     }
-    // True until the first octet is mixed in.
-    constexpr bool untouched() const { return h_ == 0; }
 
   private:
     U32 h_ = 0;
