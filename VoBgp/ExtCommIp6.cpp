@@ -55,18 +55,6 @@ ExtCommIp6::Ptr ExtCommIp6::ExtCommIp6Is(ExtCommClassification classification,
     return Ptr(new ExtCommIp6(classification, content));
 }
 
-U32 ExtCommIp6::hash() const {
-    return content_.hash();
-}
-
-bool ExtCommIp6::compare(Vok::DedupHandle const* other) const {
-    return static_cast<ExtCommIp6 const*>(other)->content_ == content_;
-}
-
-bool ExtCommIp6::compareByContent(ExtCommIp6Content const& content) const {
-    return content == content_;
-}
-
 BgpExtCommPktSubtype ExtCommIp6::pktSubtype() const {
     return BgpExtCommPktSubtype();
 }

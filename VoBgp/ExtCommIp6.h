@@ -22,7 +22,7 @@
 #include "Kiv/DenseBoolSet.h"
 #include "Kiv/Ptr.h"
 #include "Kiv/String.h"
-#include "KivStash/DedupHandle.h"
+#include "KivStash/ContentHandle.h"
 #include "VoBgp/VoBgpCommunityPacketTypes.h"
 #include "VoFmt/StackBackedBuffer.h"
 #include "Vonet/Ip6Addr.h"
@@ -74,7 +74,7 @@ void sequenceToValue(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst 
     X(strepFormatAsdot)                          \
     X(strepFormatLinkBwWeighted)
 
-class ExtCommIp6 : public KivStash::DedupHandle {
+class ExtCommIp6 : public KivStash::ContentHandle<ExtCommIp6Content> {
   public:
     using Ptr = Kiv::Ptr<ExtCommIp6>;
     using PtrConst = Kiv::Ptr<ExtCommIp6 const>;
@@ -87,17 +87,11 @@ class ExtCommIp6 : public KivStash::DedupHandle {
 
     static Ptr ExtCommIp6Is(ExtCommClassification classification, ExtCommIp6Content const& content);
 
-    // Interning hooks: equal contents are one community whatever the
-    // classification.
-    U32 hash() const override;
-    bool compare(Vok::DedupHandle const* other) const override;
-    virtual bool compareByContent(ExtCommIp6Content const& content) const;
     // Unspecified here; the subtype octet on ExtCommIp6Subtyped.
     virtual BgpExtCommPktSubtype pktSubtype() const;
     virtual void formatDerivedType(std::ostream& os) const;
     virtual Kiv::String toStrepForPolicy(StrepFormat format) const;
 
-    ExtCommIp6Content const& getContent() const { return content_; }
     ExtCommClassification classification() const { return classification_; }
     BgpExtCommIp6PktType pktType() const {
         return bgpEnumFromOctet<BgpExtCommIp6PktType>(content_.type);
@@ -116,11 +110,10 @@ class ExtCommIp6 : public KivStash::DedupHandle {
 
   protected:
     ExtCommIp6(ExtCommClassification classification, ExtCommIp6Content const& content)
-        : classification_(classification), content_(content) {}
+        : ContentHandle(content), classification_(classification) {}
 
   private:
     ExtCommClassification classification_;
-    ExtCommIp6Content content_;
 };
 
 // The variant whose subtype octet counts (every IPv6 community the parse

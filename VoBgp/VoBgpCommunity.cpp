@@ -69,25 +69,13 @@ void formatTypeAndSubtype(std::ostream& os, ExtComm const& comm) {
 }  // namespace
 
 ExtComm::ExtComm(ExtCommClassification classification, ExtCommContent const& content)
-    : content_(content) {
+    : ContentHandle(content) {
     userDataIs(classification);
 }
 
 ExtComm::Ptr ExtComm::ExtCommIs(ExtCommClassification classification,
                                 ExtCommContent const& content) {
     return makeExtComm<ExtComm>(classification, content);
-}
-
-U32 ExtComm::hash() const {
-    return Kiv::hashU64(content_.value());
-}
-
-bool ExtComm::compare(Vok::DedupHandle const* other) const {
-    return static_cast<ExtComm const*>(other)->content_ == content_;
-}
-
-bool ExtComm::compareByContent(ExtCommContent const& content) const {
-    return content == content_;
 }
 
 BgpExtCommPktSubtype ExtComm::pktSubtype() const {
@@ -307,9 +295,9 @@ Kiv::String extCommTypeAsString(std::string_view name, U8 type, U8 subtype, bool
 ExtComm::PtrConst ExtComm::dedupContent(ExtCommDedupTable const* table,
                                         ExtCommContent const& content) {
     Vok::DedupHashTable const& dedupTable = *table->dedupTable();
-    U32 const hash = Kiv::hashU64(content.value());
+    U32 const hash = content.hash();
     if (auto hit = dedupTable.lookup<ExtComm>(
-            hash, [&content](ExtComm const* comm) { return comm->compareByContent(content); }))
+            hash, [&content](ExtComm const* comm) { return comm->getContent() == content; }))
         return hit;
     ExtComm::PtrConst fresh = table->parseExtCommRule()->parseExtendedCommunity(content);
     // Another thread may have interned an equal community since the lookup;

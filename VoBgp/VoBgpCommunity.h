@@ -20,9 +20,10 @@
 #include <utility>
 
 #include "Kiv/DenseBoolSet.h"
+#include "Kiv/Hash.h"
 #include "Kiv/Ptr.h"
 #include "Kiv/String.h"
-#include "KivStash/DedupHandle.h"
+#include "KivStash/ContentHandle.h"
 #include "VoBgp/NotifyingRouteTargetList.h"
 #include "VoBgp/VoBgpCommunityPacketTypes.h"
 #include "VoFmt/StackBackedBuffer.h"
@@ -45,6 +46,8 @@ class ExtCommContent {
     constexpr U8 subtypeOctet() const { return octet(1); }
     // Bit 0x40 of the type octet clear.
     constexpr bool isTransitive() const { return (typeOctet() & 0x40) == 0; }
+    // The interning hash: equal contents hash equally.
+    constexpr U32 hash() const { return Kiv::hashU64(value_); }
 
     friend constexpr bool operator==(ExtCommContent, ExtCommContent) = default;
     friend constexpr bool operator<(ExtCommContent a, ExtCommContent b) {
@@ -102,7 +105,7 @@ class ExtCommDedupTable;
     X(pktSubtypeNonTransOpaqueString, extCommPktTypeNonTransOpaque,                               \
       BgpExtCommPktSubtypeNonTransOpaque)
 
-class ExtComm : public KivStash::DedupHandle {
+class ExtComm : public KivStash::ContentHandle<ExtCommContent> {
   public:
     using Ptr = Kiv::Ptr<ExtComm>;
     using PtrConst = Kiv::Ptr<ExtComm const>;
@@ -119,13 +122,6 @@ class ExtComm : public KivStash::DedupHandle {
     // rule on first sight (the rule runs once per distinct content).
     static PtrConst dedupContent(ExtCommDedupTable const* table, ExtCommContent const& content);
 
-    // Interning hooks: equal contents are the same community whatever their
-    // classification.
-    U32 hash() const override;
-    bool compare(Vok::DedupHandle const* other) const override;
-    virtual bool compareByContent(ExtCommContent const& content) const;
-
-    ExtCommContent getContent() const { return content_; }
     U64 community() const { return content_.value(); }
     ExtCommClassification classification() const {
         return static_cast<ExtCommClassification>(userData() & 0xff);
@@ -173,9 +169,6 @@ class ExtComm : public KivStash::DedupHandle {
     ExtComm(ExtCommClassification classification, ExtCommContent const& content);
     template <class T, class... Args>
     friend Kiv::Ptr<T> makeExtComm(Args&&... args);
-
-  private:
-    ExtCommContent content_;
 };
 
 // Types with a subtype octet.
