@@ -15,6 +15,7 @@
 //     <extCommIp6PktTypeTransIpv6Address extCommIp6PktSubtypeRouteTarget
 //      addr=2001:db8::1 localAdmin=7>
 //   - policy form (toStrepForPolicy): [<type text>-IP6:]<address>:<local admin>
+// Numbers are written in decimal whatever base the caller's stream is set to.
 #pragma once
 
 #include <iosfwd>
@@ -103,6 +104,7 @@ class ExtCommIp6 : public KivStash::ContentHandle<ExtCommIp6Content> {
     Kiv::String pktSubtypeNonTransIpv6AddressAsString() const;
     // "unspecified", the family's subtype text, or "none" for another type.
     void formatSubtype(std::ostream& os) const;
+    void formatSubtypeToBuffer(VoFmt::TextBuffer& out) const;
     // The derived form (what operator<< writes).
     Kiv::String toStrep() const;
     // The policy form into any buffer, without allocating.

@@ -135,12 +135,15 @@ class ExtComm : public KivStash::ContentHandle<ExtCommContent> {
     VOBGP_EXT_COMM_SUBTYPE_ACCESSORS(VOBGP_DECLARE_SUBTYPE_ACCESSOR_)
 #undef VOBGP_DECLARE_SUBTYPE_ACCESSOR_
 
-    // The derived form (what operator<< writes).
+    // The derived form (what operator<< writes). Every form is written as
+    // one finished text, its numbers in decimal or fixed hex whatever base
+    // the stream is set to.
     virtual void formatDerivedType(std::ostream& os) const;
     void formatCommunityValue(std::ostream& os) const;
     // "unspecified", the family's subtype text, or "none" for a type without
     // a subtype family.
     void formatSubtype(std::ostream& os) const;
+    void formatSubtypeToBuffer(VoFmt::TextBuffer& out) const;
     Kiv::String toStrep() const;
 
     // The policy form under `format`; typed contents override formatPolicy.
