@@ -1,5 +1,7 @@
 #include "VoBgp/ExtCommIp6.h"
 
+#include <algorithm>
+#include <array>
 #include <ostream>
 #include <sstream>
 
@@ -20,6 +22,26 @@ U32 ExtCommIp6Content::hash() const {
     mix.mixOctet(static_cast<U8>(localAdmin));
     mix.mixOctet(static_cast<U8>(localAdmin >> 8));
     return mix.result();
+}
+
+void ExtCommIp6Content::stashWordsTo(U32* words) const {
+    std::array<U8, 20> octets{type, subtype};
+    std::copy(addr.octets().begin(), addr.octets().end(), octets.begin() + 2);
+    octets[18] = static_cast<U8>(localAdmin >> 8);
+    octets[19] = static_cast<U8>(localAdmin);
+    for (std::size_t i = 0; i < stashWords; ++i)
+        words[i] = U32(octets[4 * i]) << 24 | U32(octets[4 * i + 1]) << 16 |
+                   U32(octets[4 * i + 2]) << 8 | octets[4 * i + 3];
+}
+
+ExtCommIp6Content ExtCommIp6Content::fromStashWords(U32 const* words) {
+    std::array<U8, 20> octets;
+    for (std::size_t i = 0; i < octets.size(); ++i)
+        octets[i] = static_cast<U8>(words[i / 4] >> (24 - 8 * (i % 4)));
+    Vonet::Ip6Addr::Octets address;
+    std::copy(octets.begin() + 2, octets.begin() + 18, address.begin());
+    return ExtCommIp6Content{octets[0], octets[1], Vonet::Ip6Addr(address),
+                             static_cast<U16>(octets[18] << 8 | octets[19])};
 }
 
 namespace {
@@ -73,6 +95,12 @@ void sequenceToValue(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst 
 ExtCommIp6::Ptr ExtCommIp6::ExtCommIp6Is(ExtCommClassification classification,
                                          ExtCommIp6Content const& content) {
     return Ptr(new ExtCommIp6(classification, content));
+}
+
+ExtCommIp6::Ptr ExtCommIp6::destash(void const* image, KivStash::StoreManager* storeManager) {
+    return destashWith(image, storeManager, [](ExtCommIp6Content const& content, U32 tag) {
+        return ExtCommIp6Is(extCommClassificationFromStash(tag), content);
+    });
 }
 
 BgpExtCommPktSubtype ExtCommIp6::pktSubtype() const {

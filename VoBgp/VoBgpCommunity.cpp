@@ -2,6 +2,7 @@
 
 #include <ostream>
 #include <sstream>
+#include <string>
 
 #include "Kiv/Errors.h"
 #include "Kiv/Hash.h"
@@ -282,6 +283,19 @@ Kiv::String extCommTypeAsString(std::string_view name, U8 type, U8 subtype, bool
     VoFmt::StackBackedBuffer<32> buffer;
     addExtCommTypeAsString(buffer, name, type, subtype, transitive);
     return buffer.kivString();
+}
+
+ExtCommClassification extCommClassificationFromStash(U32 word) {
+    if (word >= extCommClassificationOneBeyondLast)
+        throw Kiv::ParseError("stash record holds no extended community classification: " +
+                              std::to_string(word));
+    return static_cast<ExtCommClassification>(word);
+}
+
+ExtComm::Ptr ExtComm::destash(void const* image, KivStash::StoreManager* storeManager) {
+    return destashWith(image, storeManager, [](ExtCommContent const& content, U32 tag) {
+        return ExtCommIs(extCommClassificationFromStash(tag), content);
+    });
 }
 
 ExtComm::PtrConst ExtComm::dedupContent(ExtCommDedupTable const* table,

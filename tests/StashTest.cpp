@@ -12,6 +12,8 @@
 #include "Kiv/Errors.h"
 #include "KivStash/StoreManager.h"
 #include "TestUtil.h"
+#include "VoBgp/ExtCommIp6.h"
+#include "VoBgp/VoBgpCommunity.h"
 #include "VoBgp/VoBgpCommunityList.h"
 
 namespace StashTest {
@@ -411,6 +413,46 @@ TEST(StashImage, AnEmptyFileIsATruncatedImage) {
     EXPECT_EQ(0u, mapped.size());
     EXPECT_THROW(StoreManager(mapped.data(), mapped.size()), Kiv::RangeError);
     ::unlink(path);
+}
+
+TEST(StashImage, SingleCommunitiesRoundTripWithTheirClassification) {
+    Vonet::Ip6Addr address;
+    ASSERT_TRUE(Vonet::Ip6Addr::parse("2001:db8::1", &address));
+    auto comm =
+        extCommFactory(extCommClassificationRouteTarget, ExtCommContent(0x0002FDE800000064));
+    auto ip6 = extCommIp6SubtypedFactory(extCommClassificationColor,
+                                         ExtCommIp6Content{0x00, 0x02, address, 0x1234});
+    StoreManager writer;
+    U32 const commRecord = comm->stash(&writer);
+    U32 const ip6Record = ip6->stash(&writer);
+    // An 8-octet community record whose classification names none.
+    auto bad = writer.recordIs(3, 3, 1);
+    for (U32 word : {0u, 0u, 11u})
+        bad.words.wordIs(word);
+    Image const image = writer.image();
+    StoreManager reader(image.data(), image.size());
+
+    auto words = [&reader](U32 index) {
+        KivStash::StashRecord record = reader.recordAt(reader.record(index));
+        std::vector<U32> out{record.kind()};
+        for (U32 i = 0; i < record.wordsPerElement() * record.count(); ++i)
+            out.push_back(record.word(i));
+        return out;
+    };
+    EXPECT_EQ((std::vector<U32>{3, 0x0002FDE8, 0x00000064, 1}), words(commRecord));
+    EXPECT_EQ((std::vector<U32>{4, 0x00022001, 0x0DB80000, 0, 0, 0x00011234, 8}), words(ip6Record));
+
+    ExtComm::Ptr commBack = ExtComm::destash(reader.record(commRecord), &reader);
+    EXPECT_EQ(comm->getContent(), commBack->getContent());
+    EXPECT_EQ(extCommClassificationRouteTarget, commBack->classification());
+    EXPECT_FALSE(commBack->isDeduped());
+    ExtCommIp6::Ptr ip6Back = ExtCommIp6::destash(reader.record(ip6Record), &reader);
+    EXPECT_EQ(ip6->getContent(), ip6Back->getContent());
+    EXPECT_EQ(extCommClassificationColor, ip6Back->classification());
+
+    EXPECT_THROW(ExtComm::destash(reader.record(ip6Record), &reader), Kiv::ParseError);
+    EXPECT_THROW(ExtCommIp6::destash(reader.record(commRecord), &reader), Kiv::ParseError);
+    EXPECT_THROW(ExtComm::destash(reader.record(2), &reader), Kiv::ParseError);
 }
 
 }  // namespace StashTest
