@@ -1,10 +1,13 @@
 #include "VoBgp/ExtCommIp6.h"
 
+#include <algorithm>
+#include <array>
 #include <ostream>
 #include <sstream>
 
 #include "Kiv/Assert.h"
 #include "Kiv/ValueText.h"
+#include "VoBgp/Parse/ExtCommDerivedForm.h"
 #include "VoBgp/VoBgpCommunity.h"
 #include "Vok/HashMix.h"
 
@@ -21,17 +24,56 @@ U32 ExtCommIp6Content::hash() const {
     return mix.result();
 }
 
-std::ostream& operator<<(std::ostream& os, ExtCommIp6Content const& content) {
+void ExtCommIp6Content::stashWordsTo(U32* words) const {
+    std::array<U8, 20> octets{type, subtype};
+    std::copy(addr.octets().begin(), addr.octets().end(), octets.begin() + 2);
+    octets[18] = static_cast<U8>(localAdmin >> 8);
+    octets[19] = static_cast<U8>(localAdmin);
+    for (std::size_t i = 0; i < stashWords; ++i)
+        words[i] = U32(octets[4 * i]) << 24 | U32(octets[4 * i + 1]) << 16 |
+                   U32(octets[4 * i + 2]) << 8 | octets[4 * i + 3];
+}
+
+ExtCommIp6Content ExtCommIp6Content::fromStashWords(U32 const* words) {
+    std::array<U8, 20> octets;
+    for (std::size_t i = 0; i < octets.size(); ++i)
+        octets[i] = static_cast<U8>(words[i / 4] >> (24 - 8 * (i % 4)));
+    Vonet::Ip6Addr::Octets address;
+    std::copy(octets.begin() + 2, octets.begin() + 18, address.begin());
+    return ExtCommIp6Content{octets[0], octets[1], Vonet::Ip6Addr(address),
+                             static_cast<U16>(octets[18] << 8 | octets[19])};
+}
+
+namespace {
+
+// Room for the longest form: two raw octets, a 45-character address, five
+// digits and the labels.
+using ContentBuffer = VoFmt::StackBackedBuffer<96>;
+
+void formatContent(VoFmt::TextBuffer& out, ExtCommIp6Content const& content) {
     // The octets go out as characters, exactly as streaming a U8 does.
-    return os << "type=" << static_cast<char>(content.type)
-              << ";subtype=" << static_cast<char>(content.subtype) << ";addr=" << content.addr
-              << ";localAdmin=" << content.localAdmin;
+    out.append("type=");
+    out.append(static_cast<char>(content.type));
+    out.append(";subtype=");
+    out.append(static_cast<char>(content.subtype));
+    out.append(";addr=");
+    content.addr.format(out);
+    out.append(";localAdmin=");
+    out.appendDecimal(content.localAdmin);
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& os, ExtCommIp6Content const& content) {
+    ContentBuffer text;
+    formatContent(text, content);
+    return os << text.view();
 }
 
 Kiv::String valueToStrep(ExtCommIp6Content const& content) {
-    std::ostringstream os;
-    os << content;
-    return Kiv::String(os.str());
+    ContentBuffer text;
+    formatContent(text, content);
+    return text.kivString();
 }
 
 void sequenceToValue(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst const& end,
@@ -55,6 +97,12 @@ ExtCommIp6::Ptr ExtCommIp6::ExtCommIp6Is(ExtCommClassification classification,
     return Ptr(new ExtCommIp6(classification, content));
 }
 
+ExtCommIp6::Ptr ExtCommIp6::destash(void const* image, KivStash::StoreManager* storeManager) {
+    return destashWith(image, storeManager, [](ExtCommIp6Content const& content, U32 tag) {
+        return ExtCommIp6Is(extCommClassificationFromStash(tag), content);
+    });
+}
+
 BgpExtCommPktSubtype ExtCommIp6::pktSubtype() const {
     return BgpExtCommPktSubtype();
 }
@@ -75,31 +123,40 @@ Kiv::String ExtCommIp6::pktSubtypeNonTransIpv6AddressAsString() const {
     return extCommSubtypeString<BgpExtCommIp6PktSubtypeNonTransIpv6Address>(content_.subtype);
 }
 
-void ExtCommIp6::formatSubtype(std::ostream& os) const {
+void ExtCommIp6::formatSubtypeToBuffer(VoFmt::TextBuffer& out) const {
     if (pktSubtype().isUnspecified()) {
-        os << "unspecified";
+        out.append("unspecified");
         return;
     }
     switch (pktType()) {
         case extCommIp6PktTypeTransIpv6Address:
-            os << pktSubtypeTransIpv6AddressAsString();
+            appendExtCommSubtypeString<BgpExtCommIp6PktSubtypeTransIpv6Address>(out,
+                                                                                content_.subtype);
             return;
         case extCommIp6PktTypeNonTransIpv6Address:
-            os << pktSubtypeNonTransIpv6AddressAsString();
+            appendExtCommSubtypeString<BgpExtCommIp6PktSubtypeNonTransIpv6Address>(
+                out, content_.subtype);
             return;
         default:
-            os << "none";
+            out.append("none");
     }
 }
 
+void ExtCommIp6::formatSubtype(std::ostream& os) const {
+    VoFmt::StackBackedBuffer<64> text;
+    formatSubtypeToBuffer(text);
+    os << text.view();
+}
+
 void ExtCommIp6::formatDerivedType(std::ostream& os) const {
-    os << '<' << pktType();
-    if (!pktSubtype().isUnspecified()) {
-        os << ' ';
-        formatSubtype(os);
-    }
-    // Decimal whatever the stream was set to; the caller restores its flags.
-    os << " addr=" << content_.addr << " localAdmin=" << std::dec << content_.localAdmin << '>';
+    ExtCommDerivedBuffer text;
+    appendExtCommDerivedOpening(text, *this);
+    text.append(" addr=");
+    content_.addr.format(text);
+    text.append(" localAdmin=");
+    text.appendDecimal(content_.localAdmin);
+    text.append('>');
+    os << text.view();
 }
 
 Kiv::String ExtCommIp6::toStrep() const {

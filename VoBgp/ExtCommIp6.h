@@ -15,6 +15,7 @@
 //     <extCommIp6PktTypeTransIpv6Address extCommIp6PktSubtypeRouteTarget
 //      addr=2001:db8::1 localAdmin=7>
 //   - policy form (toStrepForPolicy): [<type text>-IP6:]<address>:<local admin>
+// Numbers are written in decimal whatever base the caller's stream is set to.
 #pragma once
 
 #include <iosfwd>
@@ -31,6 +32,10 @@ namespace Routing::Bgp {
 
 struct ExtCommIp6Content {
     static constexpr char const* typeName = "Routing::Bgp::ExtCommIp6Content";
+    // Stash record: kind 4, the 20 wire octets as five words, four octets to
+    // a word, the first octet in the top bits.
+    static constexpr U32 stashKind = 4;
+    static constexpr U32 stashWords = 5;
 
     U8 type = 0;
     U8 subtype = 0;
@@ -43,6 +48,9 @@ struct ExtCommIp6Content {
     // Jenkins one-at-a-time over the 20 octets: type, subtype, the address
     // as stored, then localAdmin low octet first.
     U32 hash() const;
+
+    void stashWordsTo(U32* words) const;
+    static ExtCommIp6Content fromStashWords(U32 const* words);
 
     friend bool operator==(ExtCommIp6Content const& a, ExtCommIp6Content const& b) {
         return a.type == b.type && a.subtype == b.subtype && a.addr == b.addr &&
@@ -87,6 +95,17 @@ class ExtCommIp6 : public KivStash::ContentHandle<ExtCommIp6Content> {
 
     static Ptr ExtCommIp6Is(ExtCommClassification classification, ExtCommIp6Content const& content);
 
+    // Writes the content and the classification into `storeManager`'s image
+    // as one record; returns the record index.
+    U32 stash(KivStash::StoreManager* storeManager) const {
+        return stashWithTag(storeManager, classification_);
+    }
+    // A fresh, private, plain ExtCommIp6 with the content and classification
+    // stashed at `image` (the parse rule chooses the subtyped class when the
+    // content is interned). Kiv::ParseError for a record of another kind or
+    // with no valid classification.
+    static Ptr destash(void const* image, KivStash::StoreManager* storeManager);
+
     // Unspecified here; the subtype octet on ExtCommIp6Subtyped.
     virtual BgpExtCommPktSubtype pktSubtype() const;
     virtual void formatDerivedType(std::ostream& os) const;
@@ -103,6 +122,7 @@ class ExtCommIp6 : public KivStash::ContentHandle<ExtCommIp6Content> {
     Kiv::String pktSubtypeNonTransIpv6AddressAsString() const;
     // "unspecified", the family's subtype text, or "none" for another type.
     void formatSubtype(std::ostream& os) const;
+    void formatSubtypeToBuffer(VoFmt::TextBuffer& out) const;
     // The derived form (what operator<< writes).
     Kiv::String toStrep() const;
     // The policy form into any buffer, without allocating.

@@ -2,11 +2,13 @@
 
 #include <ostream>
 #include <sstream>
+#include <string>
 
 #include "Kiv/Errors.h"
 #include "Kiv/Hash.h"
 #include "Kiv/ValueText.h"
 #include "VoBgp/Parse/ExtComm.h"
+#include "VoBgp/Parse/ExtCommDerivedForm.h"
 #include "VoBgp/VoBgpGlobals.h"
 
 namespace Routing::Bgp {
@@ -55,19 +57,6 @@ void sequenceToValue(Kiv::String::IteratorConst& it, Kiv::String::IteratorConst 
     *out = ExtCommContent(value);
 }
 
-namespace {
-
-// The derived form's opening: "<" type [" " subtype].
-void formatTypeAndSubtype(std::ostream& os, ExtComm const& comm) {
-    os << '<' << comm.pktType();
-    if (!comm.pktSubtype().isUnspecified()) {
-        os << ' ';
-        comm.formatSubtype(os);
-    }
-}
-
-}  // namespace
-
 ExtComm::ExtComm(ExtCommClassification classification, ExtCommContent const& content)
     : ContentHandle(content) {
     userDataIs(classification);
@@ -91,21 +80,23 @@ BgpExtCommPktSubtype ExtComm::pktSubtype() const {
 VOBGP_EXT_COMM_SUBTYPE_ACCESSORS(VOBGP_DEFINE_SUBTYPE_ACCESSOR_)
 #undef VOBGP_DEFINE_SUBTYPE_ACCESSOR_
 
-void ExtComm::formatSubtype(std::ostream& os) const {
+void ExtComm::formatSubtypeToBuffer(VoFmt::TextBuffer& out) const {
     if (pktSubtype().isUnspecified()) {
-        os << "unspecified";
+        out.append("unspecified");
         return;
     }
-    switch (pktType()) {
-#define VOBGP_SUBTYPE_CASE_(accessor, typeMember, Subtype) \
-    case typeMember:                                       \
-        os << accessor();                                  \
-        return;
-        VOBGP_EXT_COMM_SUBTYPE_ACCESSORS(VOBGP_SUBTYPE_CASE_)
-#undef VOBGP_SUBTYPE_CASE_
-        default:
-            os << "none";
-    }
+    U8 const octet = content_.subtypeOctet();
+    bool const hasFamily = withExtCommSubtypeEnum(pktType(), [&out, octet](auto family) {
+        appendExtCommSubtypeString<typename decltype(family)::type>(out, octet);
+    });
+    if (!hasFamily)
+        out.append("none");
+}
+
+void ExtComm::formatSubtype(std::ostream& os) const {
+    VoFmt::StackBackedBuffer<64> text;
+    formatSubtypeToBuffer(text);
+    os << text.view();
 }
 
 void ExtComm::formatCommunityValue(std::ostream& os) const {
@@ -113,10 +104,10 @@ void ExtComm::formatCommunityValue(std::ostream& os) const {
 }
 
 void ExtComm::formatDerivedType(std::ostream& os) const {
-    formatTypeAndSubtype(os, *this);
-    os << ' ';
-    formatCommunityValue(os);
-    os << '>';
+    ExtCommDerivedBuffer text;
+    appendExtCommDerivedOpening(text, *this);
+    text.append(' ');
+    finishExtCommDerived(os, text, content_);
 }
 
 Kiv::String ExtComm::toStrep() const {
@@ -219,10 +210,12 @@ void ExtCommAsNumber::formatPolicy(VoFmt::TextBuffer& out, StrepFormat format) c
 }
 
 void ExtCommAsNumber::formatDerivedType(std::ostream& os) const {
-    formatTypeAndSubtype(os, *this);
-    os << " ASN=" << asNumber() << ' ';
-    formatCommunityValue(os);
-    os << '>';
+    ExtCommDerivedBuffer text;
+    appendExtCommDerivedOpening(text, *this);
+    text.append(" ASN=");
+    text.appendDecimal(asNumber());
+    text.append(' ');
+    finishExtCommDerived(os, text, content_);
 }
 
 ExtCommIpv4Address::Ptr ExtCommIpv4Address::ExtCommIpv4AddressIs(
@@ -247,12 +240,12 @@ void ExtCommIpv4Address::formatPolicy(VoFmt::TextBuffer& out, StrepFormat format
 }
 
 void ExtCommIpv4Address::formatDerivedType(std::ostream& os) const {
-    formatTypeAndSubtype(os, *this);
-    VoFmt::StackBackedBuffer<16> address;
-    formatIpv4Address(address, ipv4Address());
-    os << ' ' << address.view() << ' ';
-    formatCommunityValue(os);
-    os << '>';
+    ExtCommDerivedBuffer text;
+    appendExtCommDerivedOpening(text, *this);
+    text.append(' ');
+    formatIpv4Address(text, ipv4Address());
+    text.append(' ');
+    finishExtCommDerived(os, text, content_);
 }
 
 std::ostream& operator<<(std::ostream& os, ExtComm const* comm) {
@@ -290,6 +283,19 @@ Kiv::String extCommTypeAsString(std::string_view name, U8 type, U8 subtype, bool
     VoFmt::StackBackedBuffer<32> buffer;
     addExtCommTypeAsString(buffer, name, type, subtype, transitive);
     return buffer.kivString();
+}
+
+ExtCommClassification extCommClassificationFromStash(U32 word) {
+    if (word >= extCommClassificationOneBeyondLast)
+        throw Kiv::ParseError("stash record holds no extended community classification: " +
+                              std::to_string(word));
+    return static_cast<ExtCommClassification>(word);
+}
+
+ExtComm::Ptr ExtComm::destash(void const* image, KivStash::StoreManager* storeManager) {
+    return destashWith(image, storeManager, [](ExtCommContent const& content, U32 tag) {
+        return ExtCommIs(extCommClassificationFromStash(tag), content);
+    });
 }
 
 ExtComm::PtrConst ExtComm::dedupContent(ExtCommDedupTable const* table,

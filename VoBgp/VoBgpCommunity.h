@@ -36,6 +36,11 @@ namespace Routing::Bgp {
 // octet 0 (type) in bits 63-56, octet 1 (subtype) in bits 55-48.
 class ExtCommContent {
   public:
+    static constexpr char const* typeName = "Routing::Bgp::ExtCommContent";
+    // Stash record: kind 3, the value as two words, the high one first.
+    static constexpr U32 stashKind = 3;
+    static constexpr U32 stashWords = 2;
+
     constexpr ExtCommContent() = default;
     constexpr explicit ExtCommContent(U64 value) : value_(value) {}
 
@@ -48,6 +53,14 @@ class ExtCommContent {
     constexpr bool isTransitive() const { return (typeOctet() & 0x40) == 0; }
     // The interning hash: equal contents hash equally.
     constexpr U32 hash() const { return Kiv::hashU64(value_); }
+
+    void stashWordsTo(U32* words) const {
+        words[0] = static_cast<U32>(value_ >> 32);
+        words[1] = static_cast<U32>(value_);
+    }
+    static ExtCommContent fromStashWords(U32 const* words) {
+        return ExtCommContent(U64(words[0]) << 32 | words[1]);
+    }
 
     friend constexpr bool operator==(ExtCommContent, ExtCommContent) = default;
     friend constexpr bool operator<(ExtCommContent a, ExtCommContent b) {
@@ -122,6 +135,18 @@ class ExtComm : public KivStash::ContentHandle<ExtCommContent> {
     // rule on first sight (the rule runs once per distinct content).
     static PtrConst dedupContent(ExtCommDedupTable const* table, ExtCommContent const& content);
 
+    // Writes the content and the classification into `storeManager`'s image
+    // as one record; returns the record index.
+    U32 stash(KivStash::StoreManager* storeManager) const {
+        return stashWithTag(storeManager, classification());
+    }
+    // A fresh, private, plain ExtComm with the content and classification
+    // stashed at `image`. The typed class (route target, link bandwidth, ...)
+    // is the parse rules' to choose: dedupContent with getContent() interns
+    // the typed community. Kiv::ParseError for a record of another kind or
+    // with no valid classification.
+    static Ptr destash(void const* image, KivStash::StoreManager* storeManager);
+
     U64 community() const { return content_.value(); }
     ExtCommClassification classification() const {
         return static_cast<ExtCommClassification>(userData() & 0xff);
@@ -135,12 +160,15 @@ class ExtComm : public KivStash::ContentHandle<ExtCommContent> {
     VOBGP_EXT_COMM_SUBTYPE_ACCESSORS(VOBGP_DECLARE_SUBTYPE_ACCESSOR_)
 #undef VOBGP_DECLARE_SUBTYPE_ACCESSOR_
 
-    // The derived form (what operator<< writes).
+    // The derived form (what operator<< writes). Every form is written as
+    // one finished text, its numbers in decimal or fixed hex whatever base
+    // the stream is set to.
     virtual void formatDerivedType(std::ostream& os) const;
     void formatCommunityValue(std::ostream& os) const;
     // "unspecified", the family's subtype text, or "none" for a type without
     // a subtype family.
     void formatSubtype(std::ostream& os) const;
+    void formatSubtypeToBuffer(VoFmt::TextBuffer& out) const;
     Kiv::String toStrep() const;
 
     // The policy form under `format`; typed contents override formatPolicy.
@@ -375,6 +403,10 @@ class ExtCommDedupTable : public Kiv::PtrInterface {
 
 ExtCommDedupTable::Ptr extCommDedupTableFactory(
     ExtCommDedupTable::ParseRulePtrConst const& parseExtCommRule);
+
+// The classification stored in a stash record; Kiv::ParseError when the word
+// names none.
+ExtCommClassification extCommClassificationFromStash(U32 word);
 
 // Type and subtype as four hex digits (the type without its 0x40 bit), then
 // `name`, then "(NT)" for a non-transitive type. Shared by every policy form.

@@ -222,5 +222,18 @@ TEST(ExtComm, FamilyAccessorsNameOrNumberTheSubtype) {
     EXPECT_EQ("subtype=0", opaque->pktSubtypeTransOpaqueString());
 }
 
+TEST(ExtCommDeathTest, AssertIsDedupedStopsOnlyOnAPrivateCommunity) {
+    auto table = Vok::DedupHashTableUnorderedSet::create(false);
+    auto comm = extCommFactory(extCommClassificationUnSpecified, content(1));
+    EXPECT_ASSERT_DEATH_IN(comm->assertIsDeduped(),
+                           "dedupState() != Vok::dedupHandleStateNeverDeduped()",
+                           "void Vok::DedupHandle::assertIsDeduped() const");
+    Vok::DedupHandle::PtrConst interned = table->dedup(comm.ptr());
+    interned->assertIsDeduped();
+    auto copy = extCommFactory(extCommClassificationUnSpecified, content(2));
+    copy->dedupStateNotToBeDedupedIs();
+    copy->assertIsDeduped();
+}
+
 }  // namespace
 }  // namespace Routing::Bgp

@@ -12,6 +12,8 @@
 #include "Kiv/Errors.h"
 #include "KivStash/StoreManager.h"
 #include "TestUtil.h"
+#include "VoBgp/ExtCommIp6.h"
+#include "VoBgp/VoBgpCommunity.h"
 #include "VoBgp/VoBgpCommunityList.h"
 
 namespace StashTest {
@@ -411,6 +413,35 @@ TEST(StashImage, AnEmptyFileIsATruncatedImage) {
     EXPECT_EQ(0u, mapped.size());
     EXPECT_THROW(StoreManager(mapped.data(), mapped.size()), Kiv::RangeError);
     ::unlink(path);
+}
+
+TEST(StashImage, SingleCommunitiesRoundTripWithTheirClassification) {
+    Vonet::Ip6Addr address;
+    ASSERT_TRUE(Vonet::Ip6Addr::parse("2001:db8::1", &address));
+    auto comm =
+        extCommFactory(extCommClassificationRouteTarget, ExtCommContent(0x0002FDE800000064));
+    auto ip6 = extCommIp6SubtypedFactory(extCommClassificationColor,
+                                         ExtCommIp6Content{0x00, 0x02, address, 0x1234});
+    StoreManager writer;
+    comm->stash(&writer);
+    ip6->stash(&writer);
+    // An 8-octet community record whose classification names none.
+    auto bad = writer.recordIs(3, 3, 1);
+    for (U32 word : {0u, 0u, 11u})
+        bad.words.wordIs(word);
+    Image const image = writer.image();
+    EXPECT_EQ(0x0002FDE8u, loadLe32(image, 32 + 12));
+    EXPECT_EQ(0x00011234u, loadLe32(image, 56 + 12 + 16));
+    StoreManager reader(image.data(), image.size());
+
+    ExtComm::Ptr commBack = ExtComm::destash(reader.record(0), &reader);
+    EXPECT_EQ(comm->getContent(), commBack->getContent());
+    EXPECT_EQ(extCommClassificationRouteTarget, commBack->classification());
+    ExtCommIp6::Ptr ip6Back = ExtCommIp6::destash(reader.record(1), &reader);
+    EXPECT_EQ(ip6->getContent(), ip6Back->getContent());
+    EXPECT_EQ(extCommClassificationColor, ip6Back->classification());
+    EXPECT_THROW(ExtComm::destash(reader.record(1), &reader), Kiv::ParseError);
+    EXPECT_THROW(ExtComm::destash(reader.record(2), &reader), Kiv::ParseError);
 }
 
 }  // namespace StashTest

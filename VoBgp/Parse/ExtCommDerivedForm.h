@@ -1,19 +1,44 @@
-// Helper for the derived (dump) forms of typed extended communities.
+// Helpers for the derived (dump) forms of extended communities, generic and
+// typed, 8-octet and IPv6.
 //
 // A form is built in a stack buffer and written to the stream at once:
-// nothing is allocated, and the caller's stream flags (hex, width, precision)
-// cannot change the numbers in it.
+// nothing is allocated, and the caller's stream flags (hex, showbase,
+// uppercase, precision) cannot change the numbers in it.
 #pragma once
 
 #include <ostream>
 
+#include "Kiv/Enum.h"
 #include "VoBgp/VoBgpCommunity.h"
 #include "VoFmt/StackBackedBuffer.h"
 
 namespace Routing::Bgp {
 
-// Long enough for every typed form; a longer one moves to the heap.
-using ExtCommDerivedBuffer = VoFmt::StackBackedBuffer<64>;
+// Long enough for every form, also a generic one that spells out its type
+// and subtype names; a longer one moves to the heap.
+using ExtCommDerivedBuffer = VoFmt::StackBackedBuffer<128>;
+
+// An enumeration member's name, or its decimal number for a value that names
+// no member: the enumeration's text form, without building a string.
+template <class E>
+void appendEnumText(VoFmt::TextBuffer& out, E value) {
+    if (auto const* member = Kiv::enumMemberByValue(value))
+        out.append(member->name);
+    else
+        out.appendDecimal(static_cast<U64>(value));
+}
+
+// The opening of a generic form: "<", the type name and, when the community
+// has a subtype octet, a blank and the subtype text.
+template <class Comm>
+void appendExtCommDerivedOpening(VoFmt::TextBuffer& out, Comm const& comm) {
+    out.append('<');
+    appendEnumText(out, comm.pktType());
+    if (!comm.pktSubtype().isUnspecified()) {
+        out.append(' ');
+        comm.formatSubtypeToBuffer(out);
+    }
+}
 
 // Appends the hexadecimal content and ">" and writes the whole form.
 inline void finishExtCommDerived(std::ostream& os, ExtCommDerivedBuffer& text,

@@ -98,6 +98,12 @@ class DedupHandle {
                                              stateShift);
     }
     bool isDeduped() const noexcept { return dedupState() == dedupHandleStateDeduped(); }
+    // Aborts on a handle that was never deduped, for operations that rely on
+    // one shared object per content (identity comparison, sharing by count).
+    // A handle marked not to be deduped passes: it is a deliberate copy.
+    void assertIsDeduped() const {
+        KIV_ASSERT(dedupState() != Vok::dedupHandleStateNeverDeduped());
+    }
     // Marks a private handle as never to be interned (display and snapshot
     // copies); interning it later is a programming error.
     void dedupStateNotToBeDedupedIs() const;
