@@ -16,18 +16,12 @@ TEST(PosixRegex, ExtendedSyntaxAndCompileErrors) {
     EXPECT_EQ(0, regex.execute("65001:7"));
     EXPECT_EQ(REG_NOMATCH, regex.execute("65002:7"));
     EXPECT_EQ(0, PosixRegex("no-export").execute(std::string("1:2 no-export")));
-    try {
-        PosixRegex const broken("(65000");
-        FAIL() << "compiled";
-    } catch (Kiv::ParseError const& error) {
-        std::string const message = error.what();
-        EXPECT_THAT(message, ::testing::HasSubstr("'(65000'"));
-        regex_t probe;
-        int const code = regcomp(&probe, "(65000", REG_EXTENDED | REG_NOSUB);
-        char text[256];
-        regerror(code, &probe, text, sizeof text);
-        EXPECT_THAT(message, ::testing::HasSubstr(text));
-    }
+    regex_t probe;
+    char regerrorText[256];
+    regerror(regcomp(&probe, "(65000", REG_EXTENDED), &probe, regerrorText, sizeof regerrorText);
+    EXPECT_THAT([] { PosixRegex const broken("(65000"); },
+                ::testing::ThrowsMessage<Kiv::ParseError>(::testing::AllOf(
+                    ::testing::HasSubstr("'(65000'"), ::testing::HasSubstr(regerrorText))));
 }
 
 bool matches(char const* pattern, auto const& list) {
@@ -90,18 +84,6 @@ TEST(CommListMatch, ExtendedListsTryPolicyClassificationThenUiForms) {
     // plain forms, without the classification words.
     PosixRegex const plain("^65000:100$");
     EXPECT_TRUE(matchExtCommList(noUi.ptr(), static_cast<MatchMode>(7), &plain));
-}
-
-TEST(CommListMatch, LongListsMatchLikeShortOnes) {
-    Env env;
-    std::vector<U64> values;
-    std::string expected;
-    for (U32 i = 0; i < 200; ++i) {
-        values.push_back(rtValue + i);
-        expected += (i ? " RT:65000:" : "^RT:65000:") + std::to_string(100 + i);
-    }
-    auto const list = env.list(values);
-    EXPECT_TRUE(matches((expected + "$").c_str(), list));
 }
 
 TEST(CommListFormat, ExtendedListsPrintTheirDerivedForms) {

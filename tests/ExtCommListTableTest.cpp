@@ -98,132 +98,98 @@ TEST(RtExtCommListLifeTime, CollectionAndTableDumps) {
     EXPECT_THAT(plain, ::testing::HasSubstr("\nrtExtCommClassification\nDedupHashTable entries 1\n"
                                             "ExtCommClassificationList hash "));
     EXPECT_THAT(plain, ::testing::HasSubstr(": " + member + "\n"));
-    std::string const indented = dump([&](auto const& ctx) { env.lists->dumpState(ctx, 2); });
-    EXPECT_THAT(indented, ::testing::StartsWith("  ExtCommListDedupTable\n    extComm\n      "
-                                                "DedupHashTable entries 1\n      ExtCommList"));
-    EXPECT_THAT(indented, ::testing::HasSubstr("\n    rtExtCommClassification\n"));
+    EXPECT_THAT(dump([&](auto const& ctx) { env.lists->dumpState(ctx, 2); }),
+                ::testing::StartsWith("  ExtCommListDedupTable\n    extComm\n      "
+                                      "DedupHashTable entries 1\n      ExtCommList"));
 }
 
-TEST(RtExtCommListLifeTime, NotifieeCanBeReplaced) {
+// Misuse of the lists, each of whose checks names the call that broke it.
+void internTwice() {
     Env env;
-    auto const& table = env.lists;
-    auto const first = table->notifyingRtExtCommListCollection();
+    auto list = env.privateList({rtValue});
+    list->dedup(env.lists.ptr());
+    list->dedup(env.lists.ptr());
+}
+void internADisplayList() {
+    Env env;
+    auto list = env.privateList({rtValue});
+    list->createClassificationListVector(false);
+    list->dedup(env.lists.ptr());
+}
+void hashUninternedClassificationLists() {
+    Env env;
+    auto list = env.privateList({rtValue});
+    list->createClassificationListVector(true);
+    list->hash();
+}
+void pruneAPrivateList() {
+    auto list = extCommListFactory();
+    list->hasPrunableValuesIs(true);
+    list->prune(nullptr);
+}
+ExtCommClassificationList::Ptr color() {
+    return extCommClassificationListFactory(extCommClassificationColor);
+}
+void insertTwice() {
+    ExtCommClassificationLists lists;
+    lists.insert(color());
+    lists.insert(color());
+}
+void replaceBy(ExtCommClassificationList::PtrConst list, bool atEnd) {
+    ExtCommClassificationLists lists;
+    lists.insert(color());
+    lists.replace(atEnd ? lists.end() : lists.begin(), std::move(list));
+}
+void announceTwice() {
+    Env env;
     auto const list = env.list({rtValue});
-    table->rtExtCommListLifeTimeNotifieeDel();
-    EXPECT_EQ(nullptr, table->rtExtCommListLifeTimeNotifiee());
-    EXPECT_EQ(0u, first->rtExtCommLists()) << "the old notifiee let every list go";
-    table->notifyingRtExtCommListCollectionDel();
-    EXPECT_EQ(nullptr, table->notifyingRtExtCommListCollection());
-    table->notifyingRtExtCommListCollectionIs();
-    table->rtExtCommListLifeTimeNotifieeIs(table->notifyingRtExtCommListCollection());
-    auto const other = env.list({rt2Value});
-    EXPECT_EQ(1u, table->notifyingRtExtCommListCollection()->rtExtCommLists());
-    EXPECT_EQ(table->notifyingRtExtCommListCollection(),
-              table->rtExtCommListLifeTimeNotifiee()->notifyingRtExtCommListCollection());
+    env.lists->rtExtCommListLifeTimeNotifiee()->handleInsert(
+        list->classificationList(extCommClassificationRouteTarget));
+}
+void matchUiWithoutUiCommunities() {
+    Env env;
+    Routing::RouteMap::PosixRegex const regex(".*");
+    matchExtCommList(env.list({rtValue}).ptr(), MatchMode::ui, &regex);
 }
 
-// Every check of the extended community lists' contracts that a caller can
-// trip, with the call that names it.
 TEST(ExtCommListDeathTest, MisuseAbortsWithItsCheck) {
+    std::string const neverDeduped = "->dedupState() == Vok::dedupHandleStateNeverDeduped()";
+    std::string const deduped = "->dedupState() != Vok::dedupHandleStateNeverDeduped()";
+    std::string const lists = "Routing::Bgp::ExtCommClassificationLists::";
     struct Case {
-        char const* text;
-        char const* function;
-        void (*misuse)();
+        std::string text;
+        std::string function;
+        std::function<void()> misuse;
     } const cases[] = {
+        // clang-format off
         {"__null != comm", "ExtCommVectorAdd", [] { extCommListFactory()->commIs(nullptr); }},
-        {"__null == ( comm ) || ( comm )->dedupState() != Vok::dedupHandleStateNeverDeduped()",
-         "ExtCommVectorAdd",
-         [] {
-             extCommClassificationListFactory(extCommClassificationColor)
-                 ->commIs(extCommFactory(extCommClassificationColor, ExtCommContent(colorValue)));
-         }},
+        {"__null == ( comm ) || ( comm )" + deduped, "ExtCommVectorAdd",
+         [] { color()->commIs(extCommFactory(extCommClassificationColor, ExtCommContent(colorValue))); }},
         {"commVectorSorted()", "Routing::Bgp::ExtCommList::totalCommunities() const",
          [] { extCommListFactory()->totalCommunities(); }},
         {"commVectorSorted", "ExtCommVectorLookup", [] { extCommListFactory()->comm(1); }},
-        {"__null == ( _classificationList ) || ( _classificationList )->dedupState() == "
-         "Vok::dedupHandleStateNeverDeduped()",
-         "Routing::Bgp::ExtCommList::createClassificationListVector(bool)",
-         [] {
-             Env env;
-             auto list = env.privateList({rtValue});
-             list->createClassificationListVector(false);
-             list->dedup(env.lists.ptr());
-         }},
-        {"__null == ( this ) || ( this )->dedupState() == Vok::dedupHandleStateNeverDeduped()",
-         "Routing::Bgp::ExtCommList::dedup(",
-         [] {
-             Env env;
-             auto list = env.privateList({rtValue});
-             list->dedup(env.lists.ptr());
-             list->dedup(env.lists.ptr());
-         }},
-        {"__null == ( p ) || ( p )->dedupState() != Vok::dedupHandleStateNeverDeduped()",
-         "Routing::Bgp::BgpHashMix::BgpHashMix(",
-         [] {
-             Env env;
-             auto list = env.privateList({rtValue});
-             list->createClassificationListVector(true);
-             list->hash();
-         }},
-        {"isDeduped()", "Routing::Bgp::ExtCommList::prune(",
-         [] {
-             auto list = extCommListFactory();
-             list->hasPrunableValuesIs(true);
-             list->prune(nullptr);
-         }},
-        {"commVectorSorted()", "Routing::Bgp::ExtCommClassificationList::hash() const",
-         [] { extCommClassificationListFactory(extCommClassificationColor)->hash(); }},
+        {"__null == ( _classificationList ) || ( _classificationList )" + neverDeduped,
+         "Routing::Bgp::ExtCommList::createClassificationListVector(bool)", internADisplayList},
+        {"__null == ( this ) || ( this )" + neverDeduped, "Routing::Bgp::ExtCommList::dedup(", internTwice},
+        {"__null == ( p ) || ( p )" + deduped, "Routing::Bgp::BgpHashMix::BgpHashMix(",
+         hashUninternedClassificationLists},
+        {"isDeduped()", "Routing::Bgp::ExtCommList::prune(", pruneAPrivateList},
+        {"commVectorSorted()", "Routing::Bgp::ExtCommClassificationList::hash() const", [] { color()->hash(); }},
         {"commVectorSorted()", "Routing::Bgp::ExtCommClassificationList::compare(",
-         [] {
-             auto list = extCommClassificationListFactory(extCommClassificationColor);
-             list->compare(list.ptr());
-         }},
-        {"classificationList != nullptr", "Routing::Bgp::ExtCommClassificationLists::insert(",
-         [] { ExtCommClassificationLists().insert(nullptr); }},
-        {"existingElementClassification != classification",
-         "Routing::Bgp::ExtCommClassificationLists::insert(",
-         [] {
-             ExtCommClassificationLists lists;
-             lists.insert(extCommClassificationListFactory(extCommClassificationColor));
-             lists.insert(extCommClassificationListFactory(extCommClassificationColor));
-         }},
-        {"classificationList != nullptr", "Routing::Bgp::ExtCommClassificationLists::replace(",
-         [] {
-             ExtCommClassificationLists lists;
-             lists.insert(extCommClassificationListFactory(extCommClassificationColor));
-             lists.replace(lists.begin(), nullptr);
-         }},
-        {"iter != cend()", "Routing::Bgp::ExtCommClassificationLists::replace(",
-         [] {
-             ExtCommClassificationLists lists;
-             lists.replace(lists.end(),
-                           extCommClassificationListFactory(extCommClassificationColor));
-         }},
-        {"( *iter )->classification() == classificationList->classification()",
-         "Routing::Bgp::ExtCommClassificationLists::replace(",
-         [] {
-             ExtCommClassificationLists lists;
-             lists.insert(extCommClassificationListFactory(extCommClassificationColor));
-             lists.replace(lists.begin(),
-                           extCommClassificationListFactory(extCommClassificationRouteOrigin));
-         }},
+         [] { color()->compare(color().ptr()); }},
+        {"classificationList != nullptr", lists + "insert(", [] { ExtCommClassificationLists().insert(nullptr); }},
+        {"existingElementClassification != classification", lists + "insert(", insertTwice},
+        {"classificationList != nullptr", lists + "replace(", [] { replaceBy(nullptr, false); }},
+        {"iter != cend()", lists + "replace(", [] { replaceBy(color(), true); }},
+        {"( *iter )->classification() == classificationList->classification()", lists + "replace(",
+         [] { replaceBy(extCommClassificationListFactory(extCommClassificationRouteOrigin), false); }},
         {"__null == rtExtCommList->lifeTimeNotifier()",
-         "Routing::Bgp::RtExtCommListLifeTimeNotifiee::handleInsert(",
-         [] {
-             Env env;
-             auto const list = env.list({rtValue});
-             env.lists->rtExtCommListLifeTimeNotifiee()->handleInsert(
-                 list->classificationList(extCommClassificationRouteTarget));
-         }},
-        {"__null != lifeTimeNotifier",
-         "Routing::Bgp::NotifyingRtExtCommListCollection::rtExtCommListIs(",
+         "Routing::Bgp::RtExtCommListLifeTimeNotifiee::handleInsert(", announceTwice},
+        {"__null != lifeTimeNotifier", "Routing::Bgp::NotifyingRtExtCommListCollection::rtExtCommListIs(",
          [] { notifyingRtExtCommListCollectionFactory()->rtExtCommListIs(nullptr); }},
         {"!strVal.empty() || matchMode != MatchMode::ui", "Routing::Bgp::matchExtCommList(",
-         [] {
-             Env env;
-             Routing::RouteMap::PosixRegex const regex(".*");
-             matchExtCommList(env.list({rtValue}).ptr(), MatchMode::ui, &regex);
-         }},
+         matchUiWithoutUiCommunities},
+        // clang-format on
     };
     for (auto const& c : cases)
         EXPECT_CHECK_DEATH(c.misuse(), c.text, c.function) << c.text << " in " << c.function;

@@ -33,9 +33,9 @@ std::vector<std::string> mixedListFaults(bool mvpn) {
             faults.push_back(what);
     };
     Env env;
-    std::vector<U64> const all = {ovsValue,         colorValue,          lbwValue,
-                                  rtValue,          vrfRouteImportValue, defaultGatewayValue,
-                                  tunnelEncapValue, routeOriginValue,    unspecifiedValue};
+    std::vector<U64> all = {ovsValue,         colorValue,          lbwValue,
+                            rtValue,          vrfRouteImportValue, defaultGatewayValue,
+                            tunnelEncapValue, routeOriginValue,    unspecifiedValue};
     auto const list = env.list(all);
     std::vector<std::pair<int, U32>> const expected =
         mvpn ? std::vector<std::pair<int, U32>>{{0, 1}, {1, 1}, {2, 1}, {4, 1}, {5, 1},
@@ -53,21 +53,14 @@ std::vector<std::string> mixedListFaults(bool mvpn) {
             std::vector<U64>{rtValue, routeOriginValue, unspecifiedValue, vrfRouteImportValue,
                              colorValue, tunnelEncapValue, defaultGatewayValue, lbwValue, ovsValue},
         "community order");
-    // The same members in another order: the same list; one member fewer: a
-    // new list sharing every classification list but one.
-    check(env.list({unspecifiedValue, rtValue, routeOriginValue, tunnelEncapValue,
-                    defaultGatewayValue, lbwValue, colorValue, ovsValue, vrfRouteImportValue}) ==
-              list,
-          "same members, same list");
-    auto const fewer = env.list({unspecifiedValue, rtValue, routeOriginValue, tunnelEncapValue,
-                                 defaultGatewayValue, lbwValue, colorValue, vrfRouteImportValue});
-    check(fewer != list, "fewer members, other list");
+    // One member fewer: a new list sharing every classification list but one.
+    all.erase(all.begin());
+    auto const fewer = env.list(all);
     for (auto const& classificationList : fewer->classificationLists())
         check(list->classificationList(classificationList->classification()) ==
                   classificationList.ptr(),
               "shared classification list");
-    check(!fewer->hasOriginValidationState() && !fewer->hasPolicyMatchStrepUICommunities(),
-          "bits without the origin validation state");
+    check(fewer->commVectorAttrs().value() == 0x03, "bits without origin validation state");
     return faults;
 }
 
@@ -126,11 +119,6 @@ TEST(ExtCommList, ListsShareClassificationListsAndInternWithoutRebuilding) {
     EXPECT_EQ(3u, env.lists->extCommClassificationListDedupTable()->size());
     EXPECT_EQ(3u, env.lists->dedupTable()->size());
 
-    // The list's identity is that of its classification lists.
-    Vok::HashMix mix;
-    mix.mixIdentity(a->classificationLists().begin()[0].ptr());
-    mix.mixIdentity(a->classificationLists().begin()[1].ptr());
-    EXPECT_EQ(mix.result(), a->hash());
     EXPECT_EQ(0u, env.list({})->hash());
 }
 
@@ -164,32 +152,17 @@ TEST(ExtCommList, LinkBandwidthsPruneToTheBestValidOne) {
         bool unspecifiedAs;
         std::vector<U64> pruned;  // empty: pruning leaves nothing
     } const rows[] = {
+        // clang-format off
         {"one valid", {lbw(65000, bw1)}, false, false, {lbw(65000, bw1)}},
-        {"two rates, smaller wins",
-         {lbw(65000, bw2), lbw(65001, bw1)},
-         true,
-         false,
-         {lbw(65001, bw1)}},
-        {"equal rates, lower value wins",
-         {lbw(65001, bw1), lbw(65000, bw1)},
-         true,
-         false,
-         {lbw(65000, bw1)}},
+        {"two rates, smaller wins", {lbw(65000, bw2), lbw(65001, bw1)}, true, false, {lbw(65001, bw1)}},
+        {"equal rates, lower value wins", {lbw(65001, bw1), lbw(65000, bw1)}, true, false, {lbw(65000, bw1)}},
         {"three rates", {lbw(1, bw3), lbw(2, bw1), lbw(3, bw2)}, true, false, {lbw(2, bw1)}},
         {"NaN alone", {lbw(65000, bwNaN)}, true, false, {}},
-        {"negative alone", {lbw(65000, bwNegative)}, true, false, {}},
-        {"infinity alone", {lbw(65000, bwInfinity)}, true, false, {}},
-        {"valid beside invalid",
-         {lbw(5, bwNaN), lbw(6, bw3), lbw(7, bwInfinity)},
-         true,
-         false,
-         {lbw(6, bw3)}},
+        {"negative and infinite", {lbw(1, bwNegative), lbw(2, bwInfinity)}, true, false, {}},
+        {"valid beside invalid", {lbw(5, bwNaN), lbw(6, bw3), lbw(7, bwNegative)}, true, false, {lbw(6, bw3)}},
         {"no AS", {lbw(0, bw1)}, false, true, {lbw(0, bw1)}},
-        {"others kept",
-         {lbw(1, bw2), lbw(2, bw1), rtValue, colorValue},
-         true,
-         false,
-         {rtValue, colorValue, lbw(2, bw1)}},
+        {"others kept", {lbw(1, bw2), lbw(2, bw1), rtValue, colorValue}, true, false, {rtValue, colorValue, lbw(2, bw1)}},
+        // clang-format on
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.what);
@@ -229,15 +202,10 @@ TEST(ExtCommList, SerializationSelectsByFlags) {
         EXPECT_EQ(row.bits, ExtCommList::serialization(row.nonTransitive, row.linkBandwidth,
                                                        row.originAsValidity)
                                 .value());
-    auto const text = valueToStrep(ExtCommList::serialization(false, false, true));
     EXPECT_EQ(
         "Value('Routing::Bgp::ExtCommList::Serialization', ** {'all': False, 'transitive': True, "
         "'linkBandwidth': False, 'originAsValidity': True})",
-        text);
-    ExtCommList::Serialization parsed;
-    auto it = text.begin();
-    sequenceToValue(it, text.end(), &parsed);
-    EXPECT_EQ(0x0Au, parsed.value());
+        valueToStrep(ExtCommList::serialization(false, false, true)));
 }
 
 TEST(ExtCommList, SerializeWritesExactlyTheSelectedCommunities) {
@@ -288,7 +256,6 @@ TEST(ExtCommList, LongListsTakeTheExtendedLengthHeader) {
                               : members == 32 ? Octets{0xD0, 0x10, 0x01, 0x00}
                               : members == 64 ? Octets{0xD0, 0x10, 0x02, 0x00}
                                               : Octets{0xD0, 0x10, 0x02, 0x30};
-        ASSERT_EQ(header.size() + 8 * members, octets.size()) << members;
         EXPECT_EQ(header, Octets(octets.begin(), octets.begin() + header.size())) << members;
         EXPECT_EQ(extCommAttribute(values), octets) << members;
         EXPECT_EQ(members, list->classificationList(extCommClassificationRouteTarget)->comms());
@@ -306,21 +273,6 @@ TEST(ExtCommList, LookupFindsMembersOnly) {
     auto const* rts = list->classificationList(extCommClassificationRouteTarget);
     EXPECT_EQ(env.comm(rt2Value), rts->comm(rt2Value));
     EXPECT_EQ(nullptr, rts->comm(colorValue));
-}
-
-TEST(ExtCommList, AppendsCollectOtherListsUnsorted) {
-    Env env;
-    auto const source = env.list({colorValue, rtValue});
-    auto list = extCommListFactory();
-    list->commIs(env.comm(ovsValue));
-    list->append(source);
-    list->append(nullptr);
-    list->appendClassificationList(ExtCommClassificationList::PtrConst(
-        source->classificationList(extCommClassificationColor)));
-    list->appendClassificationList(nullptr);
-    EXPECT_EQ((std::vector<U64>{ovsValue, rtValue, colorValue, colorValue}),
-              valuesOf(*list->commVectorRawPtr()));
-    EXPECT_EQ(env.list({ovsValue, rtValue, colorValue}), list->dedup(env.lists.ptr()));
 }
 
 TEST(ExtCommList, AttributeSetsPrintAndParseInTheFrameworkForm) {
@@ -413,19 +365,14 @@ TEST(ExtCommList, StashesAsValuesAndDestashesIntoAnotherTable) {
     EXPECT_EQ(readerEnv.list({rtValue, colorValue, lbwValue}), interned);
     EXPECT_EQ(readerEnv.comm(lbwValue), interned->comm(lbwValue));
 
-    // Records of the other kinds are not extended community lists, nor the
-    // other way round.
-    auto commList = commListFactory();
-    commList->commIs(5);
+    // A record of another kind is not an extended community list.
     auto commTable = commListDedupTableFactory();
     KivStash::StoreManager mixedWriter;
-    commList->dedup(commTable.ptr())->stash(&mixedWriter);
-    list->stash(&mixedWriter);
+    commListFactory()->dedup(commTable.ptr())->stash(&mixedWriter);
     auto const mixed = mixedWriter.image();
     KivStash::StoreManager mixedReader(mixed.data(), mixed.size());
     EXPECT_THROW(ExtCommList::destash(mixedReader.record(0), &mixedReader, readerEnv.values.ptr()),
                  Kiv::ParseError);
-    EXPECT_THROW(CommList::destash(mixedReader.record(1), &mixedReader), Kiv::ParseError);
 }
 
 }  // namespace

@@ -109,20 +109,6 @@ struct EventRecorder : Kiv::Notifiee {
     std::vector<Event> events;
 };
 
-// Attribute and kind of every collection event, whatever its key type (the
-// change is the first member of every Kiv::CollectionEvent).
-struct ChangeRecorder : Kiv::Notifiee {
-    explicit ChangeRecorder(Kiv::PtrInterface const* notifier) {
-        notifierIs(notifier);
-        hasNotificationActiveIs(true);
-    }
-    ~ChangeRecorder() override { notifierIs(nullptr); }
-    void onAttribute(Kiv::AttributeId attribute, void const* key) override {
-        events.push_back({attribute, *static_cast<Kiv::CollectionChange const*>(key)});
-    }
-    std::vector<std::pair<Kiv::AttributeId, Kiv::CollectionChange>> events;
-};
-
 // Death tests on a contract check: the assertion text and the function named
 // in the abort message (a distinctive part of it: the two compilers spell
 // parameter lists and template arguments differently).
