@@ -51,14 +51,16 @@
 
 namespace Routing::RouteMap {
 class PosixRegex;
-class CommListSnapshot;
+template <class Comm>
+class CommSnapshot;
+using CommListSnapshot = CommSnapshot<Acl::CommunityValue>;
 }  // namespace Routing::RouteMap
 
 namespace Routing::Bgp {
 
 class CommList;
 class LargeCommList;
-class CommListSnapshot;
+using CommListSnapshot = RouteMap::CommSnapshot<U32>;
 class CommListDedupTable;
 class LargeCommListDedupTable;
 

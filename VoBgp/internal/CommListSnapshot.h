@@ -22,18 +22,7 @@
 
 namespace Routing::Bgp {
 
-class CommListSnapshot final : public RouteMap::CommSnapshot<U32> {
-  public:
-    using Ptr = Kiv::Ptr<CommListSnapshot>;
-    using PtrConst = Kiv::Ptr<CommListSnapshot const>;
-
-    static Ptr CommListSnapshotIs() { return Kiv::makeActive<CommListSnapshot>(); }
-
-  private:
-    template <class T, class... Args>
-    friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
-    CommListSnapshot() = default;
-};
+using CommListSnapshot = RouteMap::CommSnapshot<U32>;
 
 inline CommListSnapshot::Ptr commListSnapshotFactory() {
     return CommListSnapshot::CommListSnapshotIs();
