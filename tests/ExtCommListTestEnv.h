@@ -20,18 +20,20 @@ using Octets = std::vector<U8>;
 
 // One community of each classification the parser types (VRF route import
 // only with "Mvpn"; without it that value stays unclassified).
-inline constexpr U64 unspecifiedValue = 0x0005FDE800000064;  // 0005-AS, transitive
-inline constexpr U64 rtValue = 0x0002FDE800000064;           // RT 65000:100
-inline constexpr U64 rt2Value = 0x0002FDE8000000C8;          // RT 65000:200
-inline constexpr U64 routeOriginValue = 0x0003FDE800000064;
-inline constexpr U64 tunnelEncapValue = 0x030C000000000008;  // vxlan
-inline constexpr U64 defaultGatewayValue = 0x030D000000000000;
-inline constexpr U64 lbwValue = 0x4004FDE84E9502F9;  // AS 65000, 1.25e9 bytes/s
-inline constexpr U64 colorValue = 0x030B000000000064;
+inline constexpr U64 unspecifiedValue = 0x0005FDE800000064;     // OSPF domain id, RFC 4577
+inline constexpr U64 rtValue = 0x0002FDE800000064;              // RT 65000:100, RFC 4360
+inline constexpr U64 rt2Value = 0x0002FDE8000000C8;             // RT 65000:200
+inline constexpr U64 routeOriginValue = 0x0003FDE800000064;     // RFC 4360
+inline constexpr U64 tunnelEncapValue = 0x030C000000000008;     // vxlan, RFC 9012
+inline constexpr U64 defaultGatewayValue = 0x030D000000000000;  // RFC 7432
+// Link bandwidth (draft-ietf-idr-link-bandwidth): AS 65000, 1.25e9 bytes/s.
+inline constexpr U64 lbwValue = 0x4004FDE84E9502F9;
+inline constexpr U64 colorValue = 0x030B000000000064;  // RFC 9012
 inline constexpr U64 color2Value = 0x030B0000000000C8;
-inline constexpr U64 ovsValue = 0x4300000000000000;  // valid
-inline constexpr U64 vrfRouteImportValue = 0x010B0A0102030007;
-inline constexpr U64 nonTransValue = 0x4080FDE800000064;  // 0080-AS(NT), unclassified
+inline constexpr U64 ovsValue = 0x4300000000000000;             // valid, RFC 8097
+inline constexpr U64 vrfRouteImportValue = 0x010B0A0102030007;  // RFC 6514
+// Non-transitive two-octet AS, subtype 0x80 (IANA BGP extended communities).
+inline constexpr U64 nonTransValue = 0x4080FDE800000064;
 
 // A link bandwidth community: AS and the float's bit pattern.
 constexpr U64 lbw(U32 as, U32 floatBits) {
