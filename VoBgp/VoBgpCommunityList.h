@@ -15,6 +15,11 @@
 // Cached state lives in the handle's user-data word, not in fields of its
 // own: whether the vector is sorted and, for CommList, whether it holds
 // no-export, no-advertise and no-export-subconfed (local-as).
+//
+// The extended community lists (ExtCommList, its classification lists, their
+// tables and lifetime notification), the snapshots and the matching and
+// printed forms of all list kinds are declared in the headers of
+// VoBgp/internal/ that this one includes at its end: include this header.
 #pragma once
 
 #include <algorithm>
@@ -37,15 +42,25 @@
 #include "VoBgp/VoBgpCommunityListImpl.h"
 #include "VoBgp/VoBgpCommunityPacketTypes.h"
 #include "VoBgp/VoBgpSerialize.h"
+#include "VoBgp/internal/CommListDedupTableBase.h"
+#include "VoBgp/internal/CommListStash.h"
 #include "VoFmt/StackBackedBuffer.h"
 #include "Vok/DedupHashTable.h"
 #include "Vok/DumpContext.h"
 #include "Vok/HashMix.h"
 
+namespace Routing::RouteMap {
+class PosixRegex;
+template <class Comm>
+class CommSnapshot;
+using CommListSnapshot = CommSnapshot<Acl::CommunityValue>;
+}  // namespace Routing::RouteMap
+
 namespace Routing::Bgp {
 
 class CommList;
 class LargeCommList;
+using CommListSnapshot = RouteMap::CommSnapshot<U32>;
 class CommListDedupTable;
 class LargeCommListDedupTable;
 
@@ -103,29 +118,6 @@ struct CommListTraits<Acl::CommunityValue> {
     static void format(Buffer& buffer, Acl::CommunityValue const& value) {
         LargeCommunityFormatter::format(buffer, value, false);
     }
-};
-
-// The interning table of one list kind: a Vok::DedupHashTable, thread-safe
-// when the agent runs multi-threaded.
-class CommListDedupTableBase : public Kiv::PtrInterface {
-  public:
-    using Ptr = Kiv::Ptr<CommListDedupTableBase>;
-    using PtrConst = Kiv::Ptr<CommListDedupTableBase const>;
-
-    Vok::DedupHashTable::Ptr const& dedupTable() const { return dedupTable_; }
-    // Creates a new (empty) hash table, releasing any earlier one.
-    void initDedupTable();
-    // One line for the table, one for its hash table and one per list.
-    void dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const;
-
-  protected:
-    CommListDedupTableBase() { initDedupTable(); }
-    virtual char const* tableName() const = 0;
-    virtual void dumpEntry(Vok::DumpContext const& dumpCtx, U32 indentCount,
-                           Vok::DedupHandle const* handle) const = 0;
-
-  private:
-    Vok::DedupHashTable::Ptr dedupTable_;
 };
 
 template <class List, class Value>
@@ -283,6 +275,10 @@ class CommList final : public CommListBase<CommList, U32> {
         return communityNumericString(comm);
     }
 
+    // Numeric forms first, then well-known names (VoBgp/internal/CommListMatch.h).
+    bool matchCommunitiesRegex(RouteMap::PosixRegex const* regex) const;
+    Kiv::Ptr<CommListSnapshot> commSnapshot() const;
+
   private:
     friend class CommListBase<CommList, U32>;
     CommList() = default;
@@ -307,6 +303,10 @@ class LargeCommList final : public CommListBase<LargeCommList, Acl::CommunityVal
     static Kiv::String displayString(Acl::CommunityValue const& value, bool asdot) {
         return LargeCommunityFormatter::kivString(value, asdot);
     }
+
+    // Plain decimal forms, one pass.
+    bool matchCommunitiesRegex(RouteMap::PosixRegex const* regex) const;
+    Kiv::Ptr<RouteMap::CommListSnapshot> commSnapshot() const;
 
   private:
     friend class CommListBase<LargeCommList, Acl::CommunityValue>;
@@ -334,10 +334,8 @@ class CommListDedupTableOf : public CommListDedupTableBase {
     char const* tableName() const override { return List::Traits::tableName; }
     void dumpEntry(Vok::DumpContext const& dumpCtx, U32 indentCount,
                    Vok::DedupHandle const* handle) const override {
-        auto const* list = Vok::fromDedupHandle<List>(handle);
-        dumpCtx.print("%*s%s hash 0x%08x references %u comms %u: %s\n",
-                      static_cast<int>(indentCount), "", List::Traits::listName, list->hash(),
-                      list->references(), list->comms(), list->toStrep().c_str());
+        dumpListEntry(dumpCtx, indentCount, List::Traits::listName,
+                      Vok::fromDedupHandle<List>(handle));
     }
 };
 
@@ -376,87 +374,6 @@ inline LargeCommListDedupTable::Ptr largeCommListDedupTableFactory() {
     return LargeCommListDedupTable::LargeCommListDedupTableIs();
 }
 
-// A stashed list read in place, straight from its (possibly read-only,
-// possibly foreign) image: nothing is allocated, counted or written. Checks on
-// construction that the record is a list of this kind in ascending order
-// (Kiv::ParseError if not), so its lookups are sound.
-template <class Value>
-class CommListStashView {
-  public:
-    using Traits = CommListTraits<Value>;
-
-    CommListStashView(void const* image, KivStash::StoreManager const* storeManager)
-        : record_(checkedRecord(image, storeManager)) {
-        for (U32 i = 1; i < comms(); ++i)
-            if (!(commAt(i - 1) < commAt(i)))
-                throw Kiv::ParseError(std::string("stash record of a ") + Traits::listName +
-                                      " not in ascending order at element " + std::to_string(i));
-    }
-
-    U32 comms() const { return record_.count(); }
-    bool empty() const { return record_.count() == 0; }
-    Value commAt(U32 index) const {
-        KIV_ASSERT(index < comms());
-        U32 words[Traits::words];
-        for (U32 i = 0; i < Traits::words; ++i)
-            words[i] = record_.word(std::size_t(index) * Traits::words + i);
-        return Traits::fromWords(words);
-    }
-    // Binary search, as the list's comm().
-    bool comm(Value const& value) const {
-        U32 low = 0;
-        U32 high = comms();
-        while (low < high) {
-            U32 mid = low + (high - low) / 2;
-            if (commAt(mid) < value)
-                low = mid + 1;
-            else
-                high = mid;
-        }
-        return low < comms() && commAt(low) == value;
-    }
-    // The hash of the equal interned list: finds it in a table without
-    // building a list.
-    U32 hash() const {
-        Vok::HashMix mix;
-        for (std::size_t i = 0; i < std::size_t(comms()) * Traits::words; ++i)
-            mix.mixU32(record_.word(i));
-        return mix.result();
-    }
-
-  private:
-    static KivStash::StashRecord checkedRecord(void const* image,
-                                               KivStash::StoreManager const* storeManager) {
-        KIV_ASSERT(storeManager != nullptr, "storeManager != __null");
-        KivStash::StashRecord record = storeManager->recordAt(image);
-        if (record.kind() != Traits::stashKind || record.wordsPerElement() != Traits::words)
-            throw Kiv::ParseError(std::string("stash record is not a ") + Traits::listName +
-                                  " (kind " + std::to_string(record.kind()) + ", " +
-                                  std::to_string(record.wordsPerElement()) + " words each)");
-        return record;
-    }
-
-    KivStash::StashRecord record_;
-};
-
-// Rebuilds a list kind from its stash record (both kinds' destash).
-// The view has checked kind and order, so the copy is sorted and unique.
-template <class List, class Value>
-Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeManager) {
-    CommListStashView<Value> const view(image, storeManager);
-    Kiv::Ptr<List> list = List::create();
-    // Holders do not count while counting is off: the store manager keeps the
-    // list instead, and frees it when it goes.
-    if (!Vok::DedupHandle::countingEnabled())
-        storeManager->adoptedHandleIs(list.ptr());
-    auto& vector = list->commVector_;
-    vector.reserve(view.comms());
-    for (U32 i = 0; i < view.comms(); ++i)
-        vector.push_back(view.commAt(i));
-    list->userDataIs(list->userData() | List::commVectorSortedBit);
-    return list;
-}
-
 template <class Derived, class Value>
 Kiv::Ptr<Derived const> CommListBase<Derived, Value>::dedup(typename Traits::Table const* table) {
     KIV_ASSERT(table != nullptr, "table != __null");
@@ -483,13 +400,9 @@ Kiv::String CommListBase<Derived, Value>::serialize() const {
 
 template <class Derived, class Value>
 U32 CommListBase<Derived, Value>::stash(KivStash::StoreManager* storeManager) const {
-    KIV_ASSERT(storeManager != nullptr, "storeManager != __null");
     KIV_ASSERT(commVectorSorted());
-    auto record = storeManager->recordIs(Traits::stashKind, Traits::words, comms());
-    for (Value const& value : commVector_)
-        for (U32 i = 0; i < Traits::words; ++i)
-            record.words.wordIs(Traits::word(value, i));
-    return record.index;
+    return stashCommListRecord<Value>(storeManager, commVector_,
+                                      [](Value const& value) -> Value const& { return value; });
 }
 
 template <class Derived, class Value>
@@ -511,3 +424,6 @@ Kiv::String stringify(CommList const* list);
 Kiv::String stringify(LargeCommList const* list);
 
 }  // namespace Routing::Bgp
+
+#include "VoBgp/internal/CommListMatch.h"
+#include "VoBgp/internal/CommListSnapshot.h"

@@ -1,0 +1,215 @@
+#include <ostream>
+#include <sstream>
+
+#include "VoBgp/VoBgpCommunityList.h"
+
+namespace Routing::Bgp {
+
+VOBGP_DENSE_SET_TEXT_DEFINITIONS(ExtCommClassificationList::CommVectorAttrs)
+
+ExtCommClassificationList::Ptr ExtCommClassificationList::ExtCommClassificationListIs(
+    ExtCommClassification classification) {
+    switch (classification) {
+        case extCommClassificationRouteTarget:
+            return rtExtCommClassificationListFactory(classification);
+        case extCommClassificationLinkBandwidth:
+            return linkBandwidthExtCommClassificationListFactory();
+        default:
+            return Ptr(new ExtCommClassificationList(classification));
+    }
+}
+
+void ExtCommClassificationList::handleInit(ExtCommClassification classification) {
+    KIV_ASSERT(userData() == 0);
+    userDataIs(U32(classification) << classificationShift);
+}
+
+ExtCommClassificationList::CommVectorAttrs ExtCommClassificationList::commVectorAttrs() const {
+    return denseSetFromOctet<CommVectorAttrs>((userData() & commVectorAttrsMask) >>
+                                              commVectorAttrsShift);
+}
+
+void ExtCommClassificationList::commVectorSortedIs(bool sorted) {
+    CommVectorAttrs attrs = commVectorAttrs();
+    attrs.sortedIs(sorted);
+    commVectorAttrsIs(attrs);
+}
+
+void ExtCommClassificationList::hasPrunableValuesIs(bool prunable) {
+    CommVectorAttrs attrs = commVectorAttrs();
+    attrs.hasPrunableValuesIs(prunable);
+    commVectorAttrsIs(attrs);
+}
+
+void ExtCommClassificationList::dropSpareCapacity(Vok::DedupHandle* candidate) {
+    CommVector& vector = static_cast<ExtCommClassificationList*>(candidate)->commVector_;
+    if (vector.capacity() > vector.size())
+        CommVector(vector.begin(), vector.end()).swap(vector);
+}
+
+ExtCommClassificationList::PtrConst ExtCommClassificationList::dedup(
+    ExtCommListDedupTable const* table) {
+    KIV_ASSERT(table != nullptr, "table != __null");
+    ExtCommVectorSort(commVector_);
+    commVectorSortedIs(true);
+    Vok::DedupHashTable const* const target =
+        classification() == extCommClassificationRouteTarget
+            ? table->rtExtCommClassificationListDedupTableRaw()
+            : table->extCommClassificationListDedupTableRaw();
+    Vok::DedupHandle::PtrConst interned = target->dedupPreInsertCallback(this, &dropSpareCapacity);
+    return PtrConst::adopt(static_cast<ExtCommClassificationList const*>(interned.release()));
+}
+
+U32 ExtCommClassificationList::hash() const {
+    KIV_ASSERT(commVectorSorted());
+    return hashIdentities(commVector_);
+}
+
+bool ExtCommClassificationList::compare(Vok::DedupHandle const* other) const {
+    KIV_ASSERT(commVectorSorted());
+    CommVector const& theirs = static_cast<ExtCommClassificationList const*>(other)->commVector_;
+    return theirs == commVector_;
+}
+
+void ExtCommClassificationList::checkPrunable(ExtComm::PtrConst const& comm) {
+    if (!comm->isValid())
+        hasPrunableValuesIs(true);
+}
+
+ExtCommClassificationList::CommVector ExtCommClassificationList::prune() const {
+    CommVector valid;
+    for (ExtComm::PtrConst const& comm : commVector_)
+        if (comm->isValid())
+            valid.push_back(comm);
+    return valid;
+}
+
+Kiv::String ExtCommClassificationList::toStrep() const {
+    std::ostringstream os;
+    os << this;
+    return Kiv::String(os.str());
+}
+
+std::ostream& operator<<(std::ostream& os, ExtCommClassificationList const* list) {
+    if (list == nullptr)
+        return os;
+    os << list->classification() << " : ";
+    formatExtCommVector(os, *list->commVectorRawPtr());
+    return os;
+}
+
+std::ostream& operator<<(std::ostream& os, ExtCommClassificationList const& list) {
+    return os << &list;
+}
+
+RtExtCommClassificationList::Ptr RtExtCommClassificationList::RtExtCommClassificationListIs(
+    ExtCommClassification classification) {
+    return Ptr(new RtExtCommClassificationList(classification));
+}
+
+RtExtCommClassificationList::~RtExtCommClassificationList() = default;
+
+void RtExtCommClassificationList::lifeTimeNotifierIs(NotifierPtr const& notifier) const {
+    lifeTimeNotifier_ = notifier;
+}
+
+RtExtCommListLifeTimeNotifier const* RtExtCommClassificationList::lifeTimeNotifier() const {
+    return lifeTimeNotifier_.ptr();
+}
+
+RtExtCommClassificationList::NotifierPtr RtExtCommClassificationList::getLifeTimeNotifier() const {
+    return lifeTimeNotifier_;
+}
+
+LinkBandwidthExtCommClassificationList::Ptr
+LinkBandwidthExtCommClassificationList::LinkBandwidthExtCommClassificationListIs() {
+    return Ptr(new LinkBandwidthExtCommClassificationList());
+}
+
+void LinkBandwidthExtCommClassificationList::checkPrunable(ExtComm::PtrConst const& comm) {
+    if (!comm->isValid()) {
+        hasPrunableValuesIs(true);
+        return;
+    }
+    if (best_ == nullptr || comm->isBetterThan(best_))
+        best_ = comm;
+    if (comms() >= 2)
+        hasPrunableValuesIs(true);
+}
+
+ExtCommClassificationList::CommVector LinkBandwidthExtCommClassificationList::prune() const {
+    CommVector best;
+    if (best_ != nullptr)
+        best.push_back(best_);
+    return best;
+}
+
+void ExtCommClassificationLists::insert(Element const& classificationList) {
+    KIV_ASSERT(classificationList != nullptr);
+    ExtCommClassification const classification = classificationList->classification();
+    auto* const array = new Element[arraySize_ + 1];
+    U32 existing = 0;
+    for (; existing < arraySize_; ++existing) {
+        ExtCommClassification const existingElementClassification =
+            array_[existing]->classification();
+        KIV_ASSERT(existingElementClassification != classification);
+        if (existingElementClassification > classification)
+            break;
+        array[existing] = std::move(array_[existing]);
+    }
+    array[existing] = classificationList;
+    // Behind the new list every existing one moves up by exactly one place:
+    // the new list went in once.
+    for (U32 out = existing + 1; existing < arraySize_; ++existing, ++out) {
+        U32 const insertOffsetExistingElements = out - existing - 1;
+        KIV_ASSERT(insertOffsetExistingElements == 0);
+        array[out] = std::move(array_[existing]);
+    }
+    delete[] array_;
+    array_ = array;
+    ++arraySize_;
+}
+
+void ExtCommClassificationLists::replace(Iterator const& iter, Element&& classificationList) {
+    KIV_ASSERT(classificationList != nullptr);
+    KIV_ASSERT(iter != cend());
+    KIV_ASSERT((*iter)->classification() == classificationList->classification(),
+               "( *iter )->classification() == classificationList->classification()");
+    array_[iter - array_] = std::move(classificationList);
+}
+
+ExtCommClassificationList const* ExtCommClassificationLists::lookup(
+    ExtCommClassification classification) const {
+    for (Element const& list : *this)
+        if (list->classification() == classification)
+            return list.ptr();
+    return nullptr;
+}
+
+void ExtCommClassificationLists::assignSorted(Element const* lists, U32 count) {
+    auto* const array = new Element[count];
+    for (U32 i = 0; i < count; ++i) {
+        KIV_ASSERT(i == 0 || lists[i - 1]->classification() < lists[i]->classification());
+        array[i] = lists[i];
+    }
+    delete[] array_;
+    array_ = array;
+    arraySize_ = static_cast<U8>(count);
+}
+
+bool operator==(ExtCommClassificationLists const& lhs, ExtCommClassificationLists const& rhs) {
+    if (lhs.size() != rhs.size())
+        return false;
+    auto rhsIter = rhs.begin();
+    auto const rhsEnd = rhs.end();
+    for (auto const& list : lhs) {
+        KIV_ASSERT(rhsIter != rhsEnd);
+        if (list != *rhsIter)
+            return false;
+        ++rhsIter;
+    }
+    KIV_ASSERT(rhsIter == rhsEnd);
+    return true;
+}
+
+}  // namespace Routing::Bgp

@@ -1,0 +1,308 @@
+#include <algorithm>
+#include <array>
+
+#include "VoBgp/VoBgpCommunityList.h"
+
+namespace Routing::Bgp {
+
+VOBGP_DENSE_SET_TEXT_DEFINITIONS(ExtCommList::CommVectorAttrs)
+VOBGP_DENSE_SET_TEXT_DEFINITIONS(ExtCommList::Serialization)
+
+namespace {
+
+constexpr std::size_t classificationCount = extCommClassificationOneBeyondLast;
+
+// What a list learns from its communities one by one while it is built.
+struct CommunityNotes {
+    U32 transitive = 0;
+    bool policyMatchStrepUI = false;
+    bool linkBandwidthWithUnspecifiedAsNumber = false;
+
+    void note(ExtComm const& comm, bool forInterning) {
+        if (forInterning) {
+            transitive += comm.isTransitive() ? 1 : 0;
+            policyMatchStrepUI |= comm.policyMatchStrepUI();
+        }
+        linkBandwidthWithUnspecifiedAsNumber |= comm.isLinkBandwidthWithUnspecifiedAsNumber();
+    }
+};
+
+}  // namespace
+
+ExtCommList::Ptr ExtCommList::ExtCommListIs() {
+    return Ptr(new ExtCommList);
+}
+
+void ExtCommList::append(PtrConst const& otherExtCommList) {
+    if (otherExtCommList != nullptr)
+        appendVector(otherExtCommList->commVector_);
+}
+
+void ExtCommList::appendClassificationList(
+    ExtCommClassificationList::PtrConst const& otherClassificationList) {
+    if (otherClassificationList != nullptr)
+        appendVector(*otherClassificationList->commVectorRawPtr());
+}
+
+void ExtCommList::appendVector(CommVector const& vector) {
+    commVector_.reserve(commVector_.size() + vector.size());
+    for (ExtComm::PtrConst const& comm : vector)
+        ExtCommVectorAdd(commVector_, comm);
+}
+
+U32 ExtCommList::totalCommunities() const {
+    KIV_ASSERT(commVectorSorted());
+    return comms();
+}
+
+ExtCommList::CommVectorAttrs ExtCommList::commVectorAttrs() const {
+    return denseSetFromOctet<CommVectorAttrs>(userData() & 0xFF);
+}
+
+ExtCommList::Serialization ExtCommList::serialization(bool includeNonTransitive,
+                                                      bool includeLinkBandwidth,
+                                                      bool includeOriginAsValidity) {
+    Serialization serialization;
+    if (includeNonTransitive) {
+        serialization.allIs(true);
+        return serialization;
+    }
+    serialization.transitiveIs(true);
+    serialization.linkBandwidthIs(includeLinkBandwidth);
+    serialization.originAsValidityIs(includeOriginAsValidity);
+    return serialization;
+}
+
+bool ExtCommList::serializable(ExtComm::PtrConst const& comm, Serialization serialization) {
+    return serialization.all() || (serialization.transitive() && comm->isTransitive()) ||
+           (serialization.linkBandwidth() &&
+            comm->classification() == extCommClassificationLinkBandwidth) ||
+           (serialization.originAsValidity() &&
+            comm->classification() == extCommClassificationOriginValidationState);
+}
+
+U32 ExtCommList::serializableCommunities(Serialization serialization) const {
+    if (serialization.all())
+        return totalCommunities();
+    U32 count = serialization.transitive() ? totalTransitiveCommunities_ : 0;
+    if (serialization.linkBandwidth() && hasLinkBandwidth())
+        ++count;
+    if (serialization.originAsValidity() && hasOriginValidationState())
+        ++count;
+    return count;
+}
+
+Kiv::String ExtCommList::serialize(Serialization serialization) const {
+    if (serializableCommunities(serialization) == 0)
+        return Kiv::String("");
+    // The header announces what is really written: an unpruned list may hold
+    // more than one link bandwidth or origin validation state, which the
+    // count above does not expect, and received data must not stop the
+    // process.
+    U32 const count = static_cast<U32>(std::count_if(
+        commVector_.begin(), commVector_.end(),
+        [&](ExtComm::PtrConst const& comm) { return serializable(comm, serialization); }));
+    SerializePathAttribute out(extCommunity, optionalTransitive, count * 8);
+    for (ExtComm::PtrConst const& comm : commVector_)
+        if (serializable(comm, serialization))
+            out.addU64hton(comm->community());
+    return out.serializedString();
+}
+
+void ExtCommList::createClassificationListVector(bool dedupMode) {
+    ExtCommVectorSort(commVector_);
+    commVectorSortedIs(true);
+    totalTransitiveCommunities_ = 0;
+    if (commVector_.empty()) {
+        hasLinkBandwidthIs(false);
+        hasLinkBandwidthWithUnspecifiedAsNumberIs(false);
+        hasPolicyMatchStrepUICommunitiesIs(false);
+        return;
+    }
+    CommunityNotes notes;
+    bool linkBandwidth = false;
+    for (ExtComm::PtrConst const& comm : commVector_) {
+        ExtCommClassification const classification = comm->classification();
+        // The lists are this list's own private ones until they are
+        // interned below, so changing them through the container is sound.
+        auto* _classificationList =
+            const_cast<ExtCommClassificationList*>(classificationLists_.lookup(classification));
+        if (_classificationList != nullptr) {
+            if (dedupMode)
+                VOK_ASSERT_NEVER_DEDUPED(_classificationList);
+        } else {
+            ExtCommClassificationList::Ptr created =
+                ExtCommClassificationList::ExtCommClassificationListIs(classification);
+            linkBandwidth |= classification == extCommClassificationLinkBandwidth;
+            if (!dedupMode)
+                created->dedupStateNotToBeDedupedIs();
+            // Members arrive in ascending order.
+            created->commVectorSortedIs(true);
+            classificationLists_.insert(created);
+            _classificationList = created.ptr();
+        }
+        _classificationList->commIs(comm);
+        _classificationList->checkPrunable(comm);
+        notes.note(*comm, dedupMode);
+    }
+    totalTransitiveCommunities_ = notes.transitive;
+    hasPolicyMatchStrepUICommunitiesIs(notes.policyMatchStrepUI);
+    hasLinkBandwidthWithUnspecifiedAsNumberIs(notes.linkBandwidthWithUnspecifiedAsNumber);
+    hasLinkBandwidthIs(linkBandwidth);
+}
+
+void ExtCommList::dropSpareCapacity(Vok::DedupHandle* candidate) {
+    CommVector& vector = static_cast<ExtCommList*>(candidate)->commVector_;
+    if (vector.capacity() > vector.size())
+        CommVector(vector.begin(), vector.end()).swap(vector);
+}
+
+ExtCommList::PtrConst ExtCommList::dedup(ExtCommListDedupTable const* table) {
+    KIV_ASSERT(table != nullptr, "table != __null");
+    KIV_ASSERT(dedupState() == Vok::dedupHandleStateNeverDeduped(),
+               "__null == ( this ) || ( this )->dedupState() == "
+               "Vok::dedupHandleStateNeverDeduped()");
+    if (PtrConst interned = dedupFromInterned(table))
+        return interned;
+
+    createClassificationListVector(true);
+    bool prunable = false;
+    bool linkBandwidth = false;
+    bool originValidationState = false;
+    for (auto it = classificationLists_.begin(); it != classificationLists_.end(); ++it) {
+        auto* const _classificationList = const_cast<ExtCommClassificationList*>(it->ptr());
+        prunable |= _classificationList->hasPrunableValues();
+        linkBandwidth |=
+            _classificationList->classification() == extCommClassificationLinkBandwidth;
+        originValidationState |=
+            _classificationList->classification() == extCommClassificationOriginValidationState;
+        KIV_ASSERT(_classificationList->commVectorSorted());
+        classificationLists_.replace(it, _classificationList->dedup(table));
+    }
+    hasPrunableValuesIs(hasPrunableValues() || prunable);
+    hasLinkBandwidthIs(hasLinkBandwidth() || linkBandwidth);
+    hasOriginValidationStateIs(hasOriginValidationState() || originValidationState);
+    CommListDedupTableBase const* const base = table;
+    Vok::DedupHandle::PtrConst interned =
+        base->dedupTable()->dedupPreInsertCallback(this, &dropSpareCapacity);
+    return PtrConst::adopt(static_cast<ExtCommList const*>(interned.release()));
+}
+
+ExtCommList::PtrConst ExtCommList::dedupFromInterned(ExtCommListDedupTable const* table) {
+    ExtCommVectorSort(commVector_);
+    // Each classification list's hash, built from the communities as they
+    // stand: a classification list holds its members in this same order.
+    std::array<Vok::HashMix, classificationCount> mixes{};
+    std::array<U32, classificationCount> counts{};
+    for (ExtComm::PtrConst const& comm : commVector_) {
+        U32 const classification = comm->classification();
+        if (classification >= classificationCount)
+            return nullptr;
+        BgpHashMix(mixes[classification], comm.ptr());
+        ++counts[classification];
+    }
+    std::array<ExtCommClassificationList::PtrConst, classificationCount> found;
+    U32 present = 0;
+    for (U32 c = 0; c < classificationCount; ++c) {
+        if (counts[c] == 0)
+            continue;
+        auto const classification = static_cast<ExtCommClassification>(c);
+        Vok::DedupHashTable const* const classificationTable =
+            classification == extCommClassificationRouteTarget
+                ? table->rtExtCommClassificationListDedupTableRaw()
+                : table->extCommClassificationListDedupTableRaw();
+        auto sameMembers = [&](ExtCommClassificationList const* candidate) {
+            if (candidate->classification() != classification || candidate->comms() != counts[c])
+                return false;
+            auto theirs = candidate->commVectorRawPtr()->begin();
+            for (ExtComm::PtrConst const& comm : commVector_)
+                if (comm->classification() == classification && comm != *theirs++)
+                    return false;
+            return true;
+        };
+        found[present] =
+            classificationTable->lookup<ExtCommClassificationList>(mixes[c].result(), sameMembers);
+        if (found[present] == nullptr)
+            return nullptr;
+        ++present;
+    }
+
+    // The list itself: one hash of a handful of pointers, one probe.
+    Vok::HashMix mix;
+    for (U32 i = 0; i < present; ++i)
+        BgpHashMix(mix, found[i].ptr());
+    CommListDedupTableBase const* const base = table;
+    PtrConst existing =
+        base->dedupTable()->lookup<ExtCommList>(mix.result(), [&](ExtCommList const* candidate) {
+            auto const& lists = candidate->classificationLists_;
+            return lists.size() == present && std::equal(lists.begin(), lists.end(), found.begin());
+        });
+    if (existing != nullptr)
+        return existing;
+
+    classificationLists_.assignSorted(found.data(), present);
+    CommunityNotes notes;
+    for (ExtComm::PtrConst const& comm : commVector_)
+        notes.note(*comm, true);
+    CommVectorAttrs attrs;
+    attrs.sortedIs(true);
+    attrs.hasLinkBandwidthIs(counts[extCommClassificationLinkBandwidth] != 0);
+    attrs.hasLinkBandwidthWithUnspecifiedAsNumberIs(notes.linkBandwidthWithUnspecifiedAsNumber);
+    attrs.hasOriginValidationStateIs(counts[extCommClassificationOriginValidationState] != 0);
+    attrs.hasPolicyMatchStrepUICommunitiesIs(notes.policyMatchStrepUI);
+    attrs.hasPrunableValuesIs(
+        std::any_of(found.begin(), found.begin() + present,
+                    [](auto const& list) { return list->hasPrunableValues(); }));
+    commVectorAttrsIs(attrs);
+    totalTransitiveCommunities_ = notes.transitive;
+    Vok::DedupHandle::PtrConst interned =
+        base->dedupTable()->dedupPreInsertCallback(this, &dropSpareCapacity);
+    return PtrConst::adopt(static_cast<ExtCommList const*>(interned.release()));
+}
+
+ExtCommList::PtrConst ExtCommList::prune(ExtCommListDedupTable const* table) const {
+    if (!hasPrunableValues())
+        return PtrConst(this);
+    KIV_ASSERT(isDeduped());
+    Ptr pruned = extCommListFactory();
+    for (ExtCommClassificationList::PtrConst const& list : classificationLists_) {
+        if (list->hasPrunableValues())
+            pruned->appendVector(list->prune());
+        else
+            pruned->appendVector(*list->commVectorRawPtr());
+    }
+    if (pruned->empty())
+        return nullptr;
+    return pruned->dedup(table);
+}
+
+U32 ExtCommList::hash() const {
+    return hashIdentities(classificationLists_);
+}
+
+bool ExtCommList::compare(Vok::DedupHandle const* other) const {
+    return classificationLists_ == static_cast<ExtCommList const*>(other)->classificationLists_;
+}
+
+U32 ExtCommList::stash(KivStash::StoreManager* storeManager) const {
+    KIV_ASSERT(commVectorSorted());
+    return stashCommListRecord<U64>(
+        storeManager, commVector_, [](ExtComm::PtrConst const& comm) { return comm->community(); });
+}
+
+ExtCommList::Ptr ExtCommList::destash(void const* image, KivStash::StoreManager* storeManager,
+                                      ExtCommDedupTable const* extCommTable) {
+    KIV_ASSERT(extCommTable != nullptr, "extCommTable != __null");
+    CommListStashView<U64> const view(image, storeManager);
+    Ptr list = extCommListFactory();
+    // As for the other list kinds: with counting off the store manager keeps it.
+    if (!Vok::DedupHandle::countingEnabled())
+        storeManager->adoptedHandleIs(list.ptr());
+    list->expectedCommunityCountIs(view.comms());
+    for (U32 i = 0; i < view.comms(); ++i)
+        list->commIs(ExtComm::dedupContent(extCommTable, ExtCommContent(view.commAt(i))));
+    list->commVectorSortedIs(true);
+    return list;
+}
+
+}  // namespace Routing::Bgp

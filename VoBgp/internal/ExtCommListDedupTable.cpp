@@ -1,0 +1,194 @@
+#include <ostream>
+#include <sstream>
+
+#include "VoBgp/VoBgpCommunityList.h"
+#include "VoBgp/VoBgpGlobals.h"
+
+namespace Routing::Bgp {
+
+namespace {
+
+using Lock = std::lock_guard<std::recursive_mutex>;
+
+// A dump line `depth` blanks below `indentCount`; at indent 0 every line of
+// a dump is written plain.
+void dumpLine(Vok::DumpContext const& dumpCtx, U32 indentCount, U32 depth, char const* text) {
+    if (indentCount == 0)
+        dumpCtx.print("%s\n", text);
+    else
+        dumpCtx.print("%*c%s\n", static_cast<int>(indentCount + depth), ' ', text);
+}
+
+}  // namespace
+
+Kiv::String RtExtCommListLifeTimeNotifier::toStrep() const {
+    std::ostringstream os;
+    os << this;
+    return Kiv::String(os.str());
+}
+
+std::ostream& operator<<(std::ostream& os, RtExtCommListLifeTimeNotifier const* notifier) {
+    if (notifier == nullptr || notifier->rtExtCommListRawPtr() == nullptr)
+        return os << "NULL";
+    return os << static_cast<ExtCommClassificationList const*>(notifier->rtExtCommListRawPtr());
+}
+
+NotifyingRtExtCommListCollection::Ptr
+NotifyingRtExtCommListCollection::NotifyingRtExtCommListCollectionIs() {
+    return Kiv::makeActive<NotifyingRtExtCommListCollection>();
+}
+
+void NotifyingRtExtCommListCollection::rtExtCommListIs(Member const& lifeTimeNotifier) {
+    KIV_ASSERT(lifeTimeNotifier != nullptr, "__null != lifeTimeNotifier");
+    Lock lock(mutex_);
+    if (rtExtCommList_.insert(lifeTimeNotifier).second) {
+        RtExtCommListLifeTimeNotifier const* const key = lifeTimeNotifier.ptr();
+        notifyChange(rtExtCommListAttributeId, Kiv::CollectionChange::insert, key);
+    }
+}
+
+bool NotifyingRtExtCommListCollection::rtExtCommListDel(
+    RtExtCommListLifeTimeNotifier const* notifier) {
+    Lock lock(mutex_);
+    auto it = rtExtCommList_.find(Member(notifier));
+    if (it == rtExtCommList_.end())
+        return false;
+    // Released only after the observers have seen it go.
+    Member const member = *it;
+    rtExtCommList_.erase(it);
+    RtExtCommListLifeTimeNotifier const* const key = member.ptr();
+    notifyChange(rtExtCommListAttributeId, Kiv::CollectionChange::erase, key);
+    return true;
+}
+
+void NotifyingRtExtCommListCollection::rtExtCommListDelAll() {
+    Lock lock(mutex_);
+    while (!rtExtCommList_.empty())
+        rtExtCommListDel(rtExtCommList_.begin()->ptr());
+}
+
+bool NotifyingRtExtCommListCollection::rtExtCommListHas(
+    RtExtCommListLifeTimeNotifier const* notifier) const {
+    Lock lock(mutex_);
+    return rtExtCommList_.contains(Member(notifier));
+}
+
+std::size_t NotifyingRtExtCommListCollection::rtExtCommLists() const {
+    Lock lock(mutex_);
+    return rtExtCommList_.size();
+}
+
+std::vector<NotifyingRtExtCommListCollection::Member>
+NotifyingRtExtCommListCollection::rtExtCommListMembers() const {
+    Lock lock(mutex_);
+    return std::vector<Member>(rtExtCommList_.begin(), rtExtCommList_.end());
+}
+
+void NotifyingRtExtCommListCollection::dumpState(Vok::DumpContext const& dumpCtx,
+                                                 U32 indentCount) const {
+    Lock lock(mutex_);
+    auto const count = static_cast<unsigned>(rtExtCommList_.size());
+    if (indentCount == 0)
+        dumpCtx.print("NotifyingRtExtCommListCollection rtExtCommLists #%u;\n", count);
+    else
+        dumpCtx.print("%*cNotifyingRtExtCommListCollection rtExtCommLists #%u;\n",
+                      static_cast<int>(indentCount), ' ', count);
+    for (Member const& member : rtExtCommList_) {
+        Kiv::String const text = member->toStrep();
+        if (indentCount == 0)
+            dumpCtx.print("rtExtCommList %s\n", text.c_str());
+        else
+            dumpCtx.print("%*crtExtCommList %s\n", static_cast<int>(indentCount + 2), ' ',
+                          text.c_str());
+    }
+}
+
+RtExtCommListLifeTimeNotifiee::Ptr RtExtCommListLifeTimeNotifiee::RtExtCommListLifeTimeNotifieeIs(
+    NotifyingRtExtCommListCollection::Ptr const& collection) {
+    return Kiv::makeActive<RtExtCommListLifeTimeNotifiee>(collection);
+}
+
+void RtExtCommListLifeTimeNotifiee::handleInsert(Vok::DedupHandle const* handle) {
+    auto const* rtExtCommList = static_cast<RtExtCommClassificationList const*>(handle);
+    KIV_ASSERT(nullptr == rtExtCommList->lifeTimeNotifier(),
+               "__null == rtExtCommList->lifeTimeNotifier()");
+    auto notifier =
+        Kiv::makeActive<RtExtCommListLifeTimeNotifier>(Vok::DedupHandle::PtrConst(handle));
+    rtExtCommList->lifeTimeNotifierIs(notifier);
+    collection_->rtExtCommListIs(notifier);
+}
+
+void RtExtCommListLifeTimeNotifiee::handleRemove(Vok::DedupHandle const* handle) {
+    // No counted reference to `handle` here: its last one is being dropped.
+    auto const* rtExtCommList = static_cast<RtExtCommClassificationList const*>(handle);
+    RtExtCommListLifeTimeNotifier::Ptr lifeTimeNotifier = rtExtCommList->getLifeTimeNotifier();
+    if (lifeTimeNotifier == nullptr)
+        return;
+    collection_->rtExtCommListDel(lifeTimeNotifier.ptr());
+    rtExtCommList->lifeTimeNotifierIs(nullptr);
+}
+
+void RtExtCommListLifeTimeNotifiee::handleNotificationStop(Vok::DedupHashTable const*) {
+    for (auto const& lifeTimeNotifier : collection_->rtExtCommListMembers()) {
+        collection_->rtExtCommListDel(lifeTimeNotifier.ptr());
+        lifeTimeNotifier->rtExtCommListRawPtr()->lifeTimeNotifierIs(nullptr);
+    }
+}
+
+ExtCommListDedupTable::Ptr ExtCommListDedupTable::ExtCommListDedupTableIs() {
+    return Kiv::makeActive<ExtCommListDedupTable>();
+}
+
+void ExtCommListDedupTable::handleInitialized() {
+    bool const multiThreaded = VoBgpGlobals::multiThreaded();
+    extCommClassificationListDedupTable_ = Vok::DedupHashTableUnorderedSet::create(multiThreaded);
+    rtExtCommClassificationListDedupTable_ = Vok::DedupHashTableUnorderedSet::create(multiThreaded);
+    notifyingRtExtCommListCollectionIs();
+    rtExtCommListLifeTimeNotifieeIs(notifyingRtExtCommListCollection_);
+}
+
+void ExtCommListDedupTable::notifyingRtExtCommListCollectionIs() {
+    notifyingRtExtCommListCollection_ = notifyingRtExtCommListCollectionFactory();
+}
+
+void ExtCommListDedupTable::rtExtCommListLifeTimeNotifieeIs(
+    NotifyingRtExtCommListCollection::Ptr const& collection) {
+    rtExtCommListLifeTimeNotifiee_ = rtExtCommListLifeTimeNotifieeFactory(collection);
+    rtExtCommClassificationListDedupTable_->lifeTimeNotifieeIs(rtExtCommListLifeTimeNotifiee_);
+}
+
+void ExtCommListDedupTable::rtExtCommListLifeTimeNotifieeDel() {
+    rtExtCommClassificationListDedupTable_->lifeTimeNotifieeIs(nullptr);
+    rtExtCommListLifeTimeNotifiee_ = nullptr;
+}
+
+ExtCommList::PtrConst ExtCommListDedupTable::dedup(ExtCommList* list) const {
+    KIV_ASSERT(list != nullptr, "list != __null");
+    return list->dedup(this);
+}
+
+void ExtCommListDedupTable::dumpEntry(Vok::DumpContext const& dumpCtx, U32 indentCount,
+                                      Vok::DedupHandle const* handle) const {
+    dumpListEntry(dumpCtx, indentCount, "ExtCommList", Vok::fromDedupHandle<ExtCommList>(handle));
+}
+
+void ExtCommListDedupTable::dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const {
+    U32 const tableIndent = indentCount == 0 ? 0 : indentCount + 4;
+    dumpLine(dumpCtx, indentCount, 0, "ExtCommListDedupTable");
+    dumpLine(dumpCtx, indentCount, 2, "extComm");
+    dedupTable()->dumpState(dumpCtx, tableIndent);
+    dedupTable()->forEach(
+        [&](Vok::DedupHandle const* handle) { dumpEntry(dumpCtx, tableIndent, handle); });
+    auto dumpClassificationTable = [&](char const* label, Vok::DedupHashTable const& table) {
+        dumpLine(dumpCtx, indentCount, 2, label);
+        table.dumpState(dumpCtx, tableIndent);
+        table.forEach([&](Vok::DedupHandle const* handle) {
+            dumpListEntry(dumpCtx, tableIndent, "ExtCommClassificationList",
+                          Vok::fromDedupHandle<ExtCommClassificationList>(handle));
+        });
+    };
+    dumpClassificationTable("extCommClassification", *extCommClassificationListDedupTable_);
+    dumpClassificationTable("rtExtCommClassification", *rtExtCommClassificationListDedupTable_);
+}
+
+}  // namespace Routing::Bgp

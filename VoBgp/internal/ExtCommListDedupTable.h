@@ -1,0 +1,191 @@
+// Part of VoBgp/VoBgpCommunityList.h; include that header, not this one.
+//
+// ExtCommListDedupTable: the three interning tables of extended community
+// lists, tied together: ExtCommLists (the inherited table), classification
+// lists of every classification but route target, and route-target
+// classification lists, which have a table of their own because other parts
+// of the agent watch them come and go.
+//
+// Route-target list lifetime: the notifiee on the route-target table gives
+// every interned RtExtCommClassificationList an RtExtCommListLifeTimeNotifier
+// when it enters the table, and adds that notifier to
+// NotifyingRtExtCommListCollection; when the list leaves the table the
+// notifier leaves the collection. Observers of the collection therefore
+// hear exactly one insert and one delete per distinct set of route targets
+// (Kiv::CollectionEvent<RtExtCommListLifeTimeNotifier const*> as key; see
+// Kiv/OrderedMap.h). They run synchronously, under the table's lock for that
+// list: they must not intern into the route-target table themselves.
+//
+// Dumps (each line indented by the count given, plain at 0):
+//   ExtCommListDedupTable
+//     extComm                    then the list table
+//     extCommClassification      then the classification table
+//     rtExtCommClassification    then the route-target table
+#pragma once
+
+#include <cstddef>
+#include <mutex>
+#include <unordered_set>
+#include <vector>
+
+#include "Kiv/OrderedMap.h"
+#include "VoBgp/internal/CommListDedupTableBase.h"
+#include "VoBgp/internal/ExtCommListImpl.h"
+#include "Vok/DedupHandleLifeTimeNotifier.h"
+
+namespace Routing::Bgp {
+
+class RtExtCommListLifeTimeNotifier final : public Vok::DedupHandleLifeTimeNotifier {
+  public:
+    using Ptr = Kiv::Ptr<RtExtCommListLifeTimeNotifier>;
+    using PtrConst = Kiv::Ptr<RtExtCommListLifeTimeNotifier const>;
+
+    explicit RtExtCommListLifeTimeNotifier(Vok::DedupHandle::PtrConst const& handle)
+        : DedupHandleLifeTimeNotifier(handle) {}
+
+    RtExtCommClassificationList const* rtExtCommListRawPtr() const {
+        return static_cast<RtExtCommClassificationList const*>(dedupHandle());
+    }
+    // The watched list's member with that value, or null.
+    ExtComm::PtrConst comm(U64 community) const { return rtExtCommListRawPtr()->comm(community); }
+    // The watched list's printed form, "NULL" without one.
+    Kiv::String toStrep() const;
+};
+
+std::ostream& operator<<(std::ostream& os, RtExtCommListLifeTimeNotifier const* notifier);
+
+class NotifyingRtExtCommListCollection final : public Kiv::CollectionNotifier {
+  public:
+    using Ptr = Kiv::Ptr<NotifyingRtExtCommListCollection>;
+    using PtrConst = Kiv::Ptr<NotifyingRtExtCommListCollection const>;
+    using Member = RtExtCommListLifeTimeNotifier::PtrConst;
+
+    static constexpr Kiv::AttributeId rtExtCommListAttributeId = 0;
+
+    static Ptr NotifyingRtExtCommListCollectionIs();
+
+    // Adds `notifier` and tells the observers (nothing when it is there).
+    void rtExtCommListIs(Member const& notifier);
+    // Removes `notifier` and tells the observers; false when it was absent.
+    bool rtExtCommListDel(RtExtCommListLifeTimeNotifier const* notifier);
+    // Removes every member, each told.
+    void rtExtCommListDelAll();
+    bool rtExtCommListHas(RtExtCommListLifeTimeNotifier const* notifier) const;
+    std::size_t rtExtCommLists() const;
+    // The members now, in no particular order.
+    std::vector<Member> rtExtCommListMembers() const;
+
+    // "NotifyingRtExtCommListCollection rtExtCommLists #<n>;", then one line
+    // "rtExtCommList <notifier>" per member two blanks deeper.
+    void dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const;
+
+  private:
+    template <class T, class... Args>
+    friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
+    NotifyingRtExtCommListCollection() = default;
+
+    struct MemberHash {
+        std::size_t operator()(Member const& member) const {
+            return std::hash<void const*>()(member.ptr());
+        }
+    };
+    // Interning on several threads adds and removes concurrently; held while
+    // observers run, so they hear the changes one at a time and in order.
+    mutable std::recursive_mutex mutex_;
+    std::unordered_set<Member, MemberHash> rtExtCommList_;
+};
+
+class RtExtCommListLifeTimeNotifiee final : public Vok::DedupHashTableLifeTimeNotifiee {
+  public:
+    using Ptr = Kiv::Ptr<RtExtCommListLifeTimeNotifiee>;
+
+    static Ptr RtExtCommListLifeTimeNotifieeIs(
+        NotifyingRtExtCommListCollection::Ptr const& collection);
+
+    void handleInsert(Vok::DedupHandle const* handle) override;
+    void handleRemove(Vok::DedupHandle const* handle) override;
+    // Every list goes, as far as the observers are concerned.
+    void handleNotificationStop(Vok::DedupHashTable const* table) override;
+
+    NotifyingRtExtCommListCollection::Ptr const& notifyingRtExtCommListCollection() const {
+        return collection_;
+    }
+
+  private:
+    template <class T, class... Args>
+    friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
+    explicit RtExtCommListLifeTimeNotifiee(NotifyingRtExtCommListCollection::Ptr collection)
+        : collection_(std::move(collection)) {}
+
+    NotifyingRtExtCommListCollection::Ptr collection_;
+};
+
+inline NotifyingRtExtCommListCollection::Ptr notifyingRtExtCommListCollectionFactory() {
+    return NotifyingRtExtCommListCollection::NotifyingRtExtCommListCollectionIs();
+}
+inline RtExtCommListLifeTimeNotifiee::Ptr rtExtCommListLifeTimeNotifieeFactory(
+    NotifyingRtExtCommListCollection::Ptr const& collection) {
+    return RtExtCommListLifeTimeNotifiee::RtExtCommListLifeTimeNotifieeIs(collection);
+}
+
+class ExtCommListDedupTable final : public CommListDedupTableBase {
+  public:
+    using Ptr = Kiv::Ptr<ExtCommListDedupTable>;
+    using PtrConst = Kiv::Ptr<ExtCommListDedupTable const>;
+    using RawPtrConst = ExtCommListDedupTable const*;
+
+    static Ptr ExtCommListDedupTableIs();
+
+    Vok::DedupHashTable::Ptr const& extCommClassificationListDedupTable() const {
+        return extCommClassificationListDedupTable_;
+    }
+    Vok::DedupHashTable const* extCommClassificationListDedupTableRaw() const {
+        return extCommClassificationListDedupTable_.ptr();
+    }
+    Vok::DedupHashTable::Ptr const& rtExtCommClassificationListDedupTable() const {
+        return rtExtCommClassificationListDedupTable_;
+    }
+    Vok::DedupHashTable const* rtExtCommClassificationListDedupTableRaw() const {
+        return rtExtCommClassificationListDedupTable_.ptr();
+    }
+
+    NotifyingRtExtCommListCollection::Ptr const& notifyingRtExtCommListCollection() const {
+        return notifyingRtExtCommListCollection_;
+    }
+    void notifyingRtExtCommListCollectionIs();
+    void notifyingRtExtCommListCollectionDel() { notifyingRtExtCommListCollection_ = nullptr; }
+    RtExtCommListLifeTimeNotifiee::Ptr const& rtExtCommListLifeTimeNotifiee() const {
+        return rtExtCommListLifeTimeNotifiee_;
+    }
+    // Creates the notifiee over `collection` and installs it on the
+    // route-target table.
+    void rtExtCommListLifeTimeNotifieeIs(NotifyingRtExtCommListCollection::Ptr const& collection);
+    void rtExtCommListLifeTimeNotifieeDel();
+
+    // Interns `list` (ExtCommList::dedup, from the table's side).
+    ExtCommList::PtrConst dedup(ExtCommList* list) const;
+
+    void dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const;
+
+  protected:
+    char const* tableName() const override { return "extComm"; }
+    void dumpEntry(Vok::DumpContext const& dumpCtx, U32 indentCount,
+                   Vok::DedupHandle const* handle) const override;
+
+  private:
+    template <class T, class... Args>
+    friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
+    ExtCommListDedupTable() { handleInitialized(); }
+    void handleInitialized();
+
+    Vok::DedupHashTable::Ptr extCommClassificationListDedupTable_;
+    NotifyingRtExtCommListCollection::Ptr notifyingRtExtCommListCollection_;
+    RtExtCommListLifeTimeNotifiee::Ptr rtExtCommListLifeTimeNotifiee_;
+    Vok::DedupHashTable::Ptr rtExtCommClassificationListDedupTable_;
+};
+
+inline ExtCommListDedupTable::Ptr extCommListDedupTableFactory() {
+    return ExtCommListDedupTable::ExtCommListDedupTableIs();
+}
+
+}  // namespace Routing::Bgp

@@ -1,0 +1,199 @@
+// Part of VoBgp/VoBgpCommunityList.h; include that header, not this one.
+//
+// ExtCommList: the interned list of the extended communities of one route's
+// EXTENDED COMMUNITIES path attribute (RFC 4360, attribute type 16).
+//
+// Besides the flat vector of all its communities (ascending by value once
+// sorted) it holds the same communities split by classification into
+// interned ExtCommClassificationLists, so that routes sharing, say, only
+// their route targets share the route-target list. Its identity is that of
+// its classification lists: it hashes and compares their addresses, a
+// handful of pointers, never the communities again.
+//
+// Lifecycle: private and appendable (commIs, append...) from its factory
+// until dedup(table), which sorts it, splits it, interns the classification
+// lists, computes the cached bits and returns the one shared list with that
+// content. When the classification lists and the list itself are interned
+// already, dedup finds them by lookups without building anything.
+//
+// Cached bits (CommVectorAttrs) live in the low octet of the handle's
+// user-data word; they answer what best-path and export code ask often.
+#pragma once
+
+#include "KivStash/DedupHandle.h"
+#include "KivStash/StoreManager.h"
+#include "VoBgp/internal/ExtCommClassificationList.h"
+
+namespace Routing::RouteMap {
+class PosixRegex;
+}
+
+namespace Routing::Bgp {
+
+class ExtCommListSnapshot;
+
+#define VOBGP_EXT_COMM_LIST_ATTRS(X)           \
+    X(sorted)                                  \
+    X(hasLinkBandwidth)                        \
+    X(hasLinkBandwidthWithUnspecifiedAsNumber) \
+    X(hasOriginValidationState)                \
+    X(hasPolicyMatchStrepUICommunities)        \
+    X(hasPrunableValues)
+
+// The flags a Serialization selects by; `all` overrides the others.
+#define VOBGP_EXT_COMM_LIST_SERIALIZATION(X) \
+    X(all)                                   \
+    X(transitive)                            \
+    X(linkBandwidth)                         \
+    X(originAsValidity)
+
+// The cached bits other than `sorted`, which the list spells commVectorSorted.
+#define VOBGP_EXT_COMM_LIST_CACHED_BITS(X)     \
+    X(hasLinkBandwidth)                        \
+    X(hasLinkBandwidthWithUnspecifiedAsNumber) \
+    X(hasOriginValidationState)                \
+    X(hasPolicyMatchStrepUICommunities)        \
+    X(hasPrunableValues)
+
+class ExtCommList final : public KivStash::DedupHandle {
+  public:
+    using Ptr = Kiv::Ptr<ExtCommList>;
+    using PtrConst = Kiv::Ptr<ExtCommList const>;
+    using RawPtrConst = ExtCommList const*;
+    using CommVector = ExtCommVectorOf<ExtComm>;
+
+    KIV_DENSE_BOOL_SET(CommVectorAttrs, "Routing::Bgp::ExtCommList::CommVectorAttrs",
+                       VOBGP_EXT_COMM_LIST_ATTRS)
+    KIV_DENSE_BOOL_SET(Serialization, "Routing::Bgp::ExtCommList::Serialization",
+                       VOBGP_EXT_COMM_LIST_SERIALIZATION)
+
+    // A new private, empty list.
+    static Ptr ExtCommListIs();
+
+    // Appends an interned community at the end (private lists only).
+    void commIs(ExtComm::PtrConst const& comm) { ExtCommVectorAdd(commVector_, comm); }
+    void expectedCommunityCountIs(U32 communityCount) { commVector_.reserve(communityCount); }
+    // Append every community of the other list (nothing for null), unsorted.
+    void append(PtrConst const& otherExtCommList);
+    void appendClassificationList(
+        ExtCommClassificationList::PtrConst const& otherClassificationList);
+    void appendVector(CommVector const& vector);
+
+    // The member with that 64-bit value, or null; sorted lists only.
+    ExtComm::PtrConst comm(U64 community) const { return lookupExtComm(community); }
+    ExtComm::PtrConst lookupExtComm(U64 community) const {
+        return ExtCommVectorLookup(commVectorSorted(), commVector_, community);
+    }
+    U32 comms() const { return static_cast<U32>(commVector_.size()); }
+    bool empty() const { return commVector_.empty(); }
+    U32 totalCommunities() const;
+    U32 totalTransitiveCommunities() const { return totalTransitiveCommunities_; }
+    CommVector const* commVectorRawPtr() const { return &commVector_; }
+    ExtCommClassificationLists const& classificationLists() const { return classificationLists_; }
+    // The list of that classification, or null.
+    ExtCommClassificationList const* classificationList(
+        ExtCommClassification classification) const {
+        return classificationLists_.lookup(classification);
+    }
+
+    // The cached bits. An octet above 63 in the word is fatal.
+    CommVectorAttrs commVectorAttrs() const;
+    void commVectorAttrsIs(CommVectorAttrs attrs) {
+        userDataIs((userData() & ~U32(0xFF)) | attrs.value());
+    }
+    bool commVectorSorted() const { return commVectorAttrs().sorted(); }
+    void commVectorSortedIs(bool on) {
+        CommVectorAttrs attrs = commVectorAttrs();
+        attrs.sortedIs(on);
+        commVectorAttrsIs(attrs);
+    }
+#define VOBGP_EXT_COMM_LIST_BIT_ACCESSORS_(bit)    \
+    bool bit() const {                             \
+        return commVectorAttrs().bit();            \
+    }                                              \
+    void bit##Is(bool on) {                        \
+        CommVectorAttrs attrs = commVectorAttrs(); \
+        attrs.bit##Is(on);                         \
+        commVectorAttrsIs(attrs);                  \
+    }
+    VOBGP_EXT_COMM_LIST_CACHED_BITS(VOBGP_EXT_COMM_LIST_BIT_ACCESSORS_)
+#undef VOBGP_EXT_COMM_LIST_BIT_ACCESSORS_
+
+    // {all} when non-transitive communities go too, else {transitive} plus
+    // the two kinds asked for.
+    static Serialization serialization(bool includeNonTransitive, bool includeLinkBandwidth,
+                                       bool includeOriginAsValidity);
+    static bool serializable(ExtComm::PtrConst const& comm, Serialization serialization);
+    // What the selection writes, counting at most one link bandwidth and one
+    // origin validation state (as a pruned list holds).
+    U32 serializableCommunities(Serialization serialization) const;
+    // The EXTENDED COMMUNITIES attribute (flags 0xC0) holding exactly the
+    // selected communities in list order; the empty string when none is.
+    Kiv::String serialize(Serialization serialization) const;
+
+    // Sorts the vector and distributes it into classification lists; outside
+    // dedup mode (snapshots, displays) these are marked never to be interned.
+    void createClassificationListVector(bool dedupMode);
+    PtrConst dedup(ExtCommListDedupTable const* table);
+    // This list without invalid values and with one link bandwidth (the
+    // best); this list itself when nothing is prunable, null when nothing is
+    // left.
+    PtrConst prune(ExtCommListDedupTable const* table) const;
+
+    U32 hash() const override;
+    bool compare(Vok::DedupHandle const* other) const override;
+
+    Kiv::Ptr<ExtCommListSnapshot> commSnapshot() const;
+    Kiv::Ptr<ExtCommListSnapshot> snapshot() const;
+    // "[ <derived forms> ]".
+    Kiv::String toStrep() const;
+    // Tries the default, classification and (when the list has such
+    // communities) UI forms in that order.
+    bool matchCommunitiesRegex(RouteMap::PosixRegex const* regex) const;
+
+    // Writes the list (sorted) into `storeManager`'s image; the record index.
+    U32 stash(KivStash::StoreManager* storeManager) const;
+    // A private, sorted list equal to the one stashed at `image`, its
+    // communities interned in `extCommTable` (a stash image holds values,
+    // not objects). Kiv::ParseError for a record of another kind or order.
+    static Ptr destash(void const* image, KivStash::StoreManager* storeManager,
+                       ExtCommDedupTable const* extCommTable);
+
+  private:
+    ExtCommList() = default;
+    static void dropSpareCapacity(Vok::DedupHandle* candidate);
+    // dedup without building anything when every classification list is
+    // interned already; null when one is not.
+    PtrConst dedupFromInterned(ExtCommListDedupTable const* table);
+
+    CommVector commVector_;
+    ExtCommClassificationLists classificationLists_;
+    U32 totalTransitiveCommunities_ = 0;
+};
+
+inline ExtCommList::Ptr extCommListFactory() {
+    return ExtCommList::ExtCommListIs();
+}
+
+template <class Value>
+struct CommListTraits;
+
+// How an ExtCommList record of a stash image spells its members (record kind
+// 3): each 64-bit value as two words, the high word first.
+template <>
+struct CommListTraits<U64> {
+    using List = ExtCommList;
+    static constexpr U32 words = 2;
+    static constexpr U32 stashKind = 5;
+    static constexpr char const* listName = "ExtCommList";
+
+    static U32 word(U64 value, U32 index) {
+        return index == 0 ? static_cast<U32>(value >> 32) : static_cast<U32>(value);
+    }
+    static U64 fromWords(U32 const* words) { return U64(words[0]) << 32 | words[1]; }
+};
+
+VOBGP_DENSE_SET_TEXT_DECLARATIONS(ExtCommList::CommVectorAttrs)
+VOBGP_DENSE_SET_TEXT_DECLARATIONS(ExtCommList::Serialization)
+
+}  // namespace Routing::Bgp

@@ -1,0 +1,39 @@
+// Routing::RouteMap::PosixRegex: one regular expression of a route policy,
+// compiled once, matched against the texts that community lists present.
+//
+// The dialect is POSIX extended regular expressions as libc implements them
+// (regcomp with REG_EXTENDED | REG_NOSUB, regexec): the route-map language
+// has always used libc's dialect, so an expression means on the router what
+// it means in the operator's shell tools. A match may lie anywhere in the
+// text unless the pattern anchors it with ^ and $.
+//
+// A pattern that does not compile raises Kiv::ParseError carrying regerror's
+// text and the pattern. A compiled expression is immutable: execute may run
+// on any number of threads at once (regexec does not modify the regex_t).
+#pragma once
+
+#include <regex.h>
+
+#include <string>
+
+namespace Routing::RouteMap {
+
+class PosixRegex {
+  public:
+    explicit PosixRegex(std::string const& pattern);
+    ~PosixRegex();
+    PosixRegex(PosixRegex const&) = delete;
+    PosixRegex& operator=(PosixRegex const&) = delete;
+
+    // 0 when `text` (NUL-terminated) matches, else regexec's REG_NOMATCH.
+    int execute(char const* text) const;
+    int execute(std::string const& text) const { return execute(text.c_str()); }
+
+    std::string const& pattern() const { return pattern_; }
+
+  private:
+    std::string pattern_;
+    regex_t regex_;
+};
+
+}  // namespace Routing::RouteMap
