@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <unordered_set>
 
 #include "bgpcomm/Attrs.h"
 #include "bgpcomm/Mrt.h"
@@ -74,21 +75,28 @@ class Zipf {
 };
 
 // A pool of distinct lists, each of 1..maxLength values drawn (Zipf) from a
-// pool of `values`; lists are kept distinct as sets.
+// pool of `values`; lists are kept distinct as sets (by a 64-bit digest of
+// their sorted values: a collision only costs one list).
 template <class Value>
 std::vector<std::vector<Value>> makeLists(Rng& rng, std::vector<Value> const& values, U32 count,
                                           U32 maxLength) {
     Zipf pick(static_cast<U32>(values.size()));
-    std::set<std::vector<Value>> seen;
+    std::unordered_set<U64> seen;
     std::vector<std::vector<Value>> lists;
     lists.reserve(count);
+    std::vector<U32> indexes;
     for (U32 tries = 0; lists.size() < count && tries < count * 4; ++tries) {
-        std::vector<Value> list(1 + rng.below(maxLength));
-        for (Value& value : list)
-            value = values[pick.draw(rng)];
-        std::vector<Value> key = list;
-        std::sort(key.begin(), key.end());
-        key.erase(std::unique(key.begin(), key.end()), key.end());
+        indexes.resize(1 + rng.below(maxLength));
+        for (U32& index : indexes)
+            index = pick.draw(rng);
+        std::vector<Value> list;
+        for (U32 index : indexes)
+            list.push_back(values[index]);
+        std::sort(indexes.begin(), indexes.end());
+        indexes.erase(std::unique(indexes.begin(), indexes.end()), indexes.end());
+        U64 key = 0xcbf29ce484222325ull;
+        for (U32 index : indexes)
+            key = (key ^ index) * 0x100000001b3ull;
         if (seen.insert(key).second)
             lists.push_back(std::move(list));
     }
