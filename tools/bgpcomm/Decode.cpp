@@ -165,16 +165,8 @@ class Decoder {
             case CommKind::extended: {
                 comms.extended = ingest_.extended(span);
                 ExtComm const& comm = *comms.extended.front();
-                line("derived", comm.toStrep().view());
                 line("type", stringValue(comm.pktType()));
-                line("classification", stringValue(comm.classification()));
-                line("transitive", comm.isTransitive() ? "yes" : "no");
-                for (unsigned bit = 0; bit < ExtComm::StrepFormat::flagCount; ++bit) {
-                    ExtComm::StrepFormat format;
-                    format.set(bit, true);
-                    std::string label = policyLabel(ExtComm::StrepFormatTraits::names[bit]);
-                    line(label.c_str(), comm.toStrepForPolicy(format).view());
-                }
+                extendedForms<ExtComm::StrepFormat>(comm, ExtComm::StrepFormatTraits::names);
                 line("show (toStrepForUI)", comm.toStrepForUI().view());
                 line("show asdot", comm.toStrepForUI(true).view());
                 line("show link-bw weighted", comm.toStrepForUI(false, true).view());
@@ -185,21 +177,27 @@ class Decoder {
                 comms.ipv6 = ingest_.ipv6(span);
                 ExtCommIp6 const& comm = *comms.ipv6.front();
                 line("content", printable(valueToStrep(comm.getContent()).view()));
-                line("derived", comm.toStrep().view());
-                line("classification", stringValue(comm.classification()));
-                line("transitive", comm.isTransitive() ? "yes" : "no");
-                for (unsigned bit = 0; bit < ExtCommIp6::StrepFormat::flagCount; ++bit) {
-                    ExtCommIp6::StrepFormat format;
-                    format.set(bit, true);
-                    std::string label = policyLabel(ExtCommIp6::StrepFormatTraits::names[bit]);
-                    line(label.c_str(), comm.toStrepForPolicy(format).view());
-                }
+                extendedForms<ExtCommIp6::StrepFormat>(comm, ExtCommIp6::StrepFormatTraits::names);
                 texts(comms, kind, "show");
                 break;
             }
         }
         // The text the JSON output of `bgpcomm mrt` carries.
         texts(comms, kind, "json text", true);
+    }
+
+    // The forms both extended kinds have: derived, classification,
+    // transitivity, and the policy form under each format flag alone.
+    template <class StrepFormat, class Comm, class Names>
+    void extendedForms(Comm const& comm, Names const& names) {
+        line("derived", comm.toStrep().view());
+        line("classification", stringValue(comm.classification()));
+        line("transitive", comm.isTransitive() ? "yes" : "no");
+        for (unsigned bit = 0; bit < StrepFormat::flagCount; ++bit) {
+            StrepFormat format;
+            format.set(bit, true);
+            line(policyLabel(names[bit]).c_str(), comm.toStrepForPolicy(format).view());
+        }
     }
 
     void texts(RouteComms const& comms, CommKind kind, char const* label, bool quoted = false) {

@@ -98,13 +98,7 @@ void Output::text(RouteView const& route) {
         line_.append(' ');
         line_.append(textLabels[static_cast<unsigned>(kind)]);
         line_.append(" [");
-        bool first = true;
-        ingest_.forEachText(*route.comms, kind, asdot_, [&](std::string_view text) {
-            if (!first)
-                line_.append(' ');
-            first = false;
-            line_.append(text);
-        });
+        texts(*route.comms, kind);
         line_.append(']');
     }
 }
@@ -137,13 +131,7 @@ void Output::psv(RouteView const& route) {
         formatAddress(line_, batch.attrs->nextHop);
     for (CommKind kind : printOrder) {
         line_.append('|');
-        bool first = true;
-        ingest_.forEachText(*route.comms, kind, asdot_, [&](std::string_view text) {
-            if (!first)
-                line_.append(' ');
-            first = false;
-            line_.append(text);
-        });
+        texts(*route.comms, kind);
     }
 }
 
@@ -194,6 +182,16 @@ void Output::json(RouteView const& route) {
         jsonRaw(route, kind);
     }
     line_.append('}');
+}
+
+void Output::texts(RouteComms const& comms, CommKind kind) {
+    bool first = true;
+    ingest_.forEachText(comms, kind, asdot_, [&](std::string_view text) {
+        if (!first)
+            line_.append(' ');
+        first = false;
+        line_.append(text);
+    });
 }
 
 void Output::jsonTexts(RouteComms const& comms, CommKind kind) {

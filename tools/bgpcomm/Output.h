@@ -53,6 +53,8 @@ class Output {
     void text(RouteView const& route);
     void json(RouteView const& route);
     void psv(RouteView const& route);
+    // The kind's texts separated by blanks.
+    void texts(RouteComms const& comms, CommKind kind);
     void jsonTexts(RouteComms const& comms, CommKind kind);
     void jsonRaw(RouteView const& route, CommKind kind);
     void jsonString(std::string_view text);

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <set>
+#include <type_traits>
 #include <unordered_set>
 
 namespace Bgpcomm {
@@ -27,6 +28,24 @@ struct VectorHash {
         return h;
     }
 };
+
+// Distinct interned lists of one kind (by identity) and the distinct values
+// they hold.
+template <class ListPtr>
+void distinctInterned(std::vector<RouteComms> const& held, ListPtr RouteComms::*member,
+                      KindCounts* out) {
+    using List = std::remove_const_t<std::remove_reference_t<decltype(*(held[0].*member))>>;
+    using Value = typename List::CommVector::value_type;
+    std::unordered_set<List const*> lists;
+    std::unordered_set<Value> values;
+    for (RouteComms const& comms : held) {
+        ListPtr const& list = comms.*member;
+        if (list && lists.insert(list.ptr()).second)
+            values.insert(list->commVectorRawPtr()->begin(), list->commVectorRawPtr()->end());
+    }
+    out->lists = lists.size();
+    out->values = values.size();
+}
 
 void printBytes(std::FILE* out, char const* label, U64 bytes, char const* how) {
     std::fprintf(out, "%-20s %.1f MiB (%llu bytes, %s)\n", label, double(bytes) / (1 << 20),
@@ -58,26 +77,8 @@ void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest)
     auto& large = kinds[unsigned(CommKind::large)];
     auto& extended = kinds[unsigned(CommKind::extended)];
     auto& ipv6 = kinds[unsigned(CommKind::ipv6)];
-    {
-        std::unordered_set<CommList const*> lists;
-        std::unordered_set<U32> values;
-        for (RouteComms const& comms : held_)
-            if (comms.standard && lists.insert(comms.standard.ptr()).second)
-                values.insert(comms.standard->commVectorRawPtr()->begin(),
-                              comms.standard->commVectorRawPtr()->end());
-        standard.lists = lists.size();
-        standard.values = values.size();
-    }
-    {
-        std::unordered_set<LargeCommList const*> lists;
-        std::unordered_set<Acl::CommunityValue> values;
-        for (RouteComms const& comms : held_)
-            if (comms.large && lists.insert(comms.large.ptr()).second)
-                values.insert(comms.large->commVectorRawPtr()->begin(),
-                              comms.large->commVectorRawPtr()->end());
-        large.lists = lists.size();
-        large.values = values.size();
-    }
+    distinctInterned(held_, &RouteComms::standard, &standard);
+    distinctInterned(held_, &RouteComms::large, &large);
     {
         std::unordered_set<std::vector<ExtComm const*>, VectorHash<ExtComm const*>> lists;
         std::unordered_set<ExtComm const*> values;
