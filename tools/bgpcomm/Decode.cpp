@@ -157,9 +157,10 @@ class Decoder {
                 Acl::CommunityValue const& value = comms.large->commVectorRawPtr()->front();
                 line("plain", LargeCommList::displayString(value, false).view());
                 line("asdot", LargeCommList::displayString(value, true).view());
-                line("json raw", "[" + std::to_string(value.globalAdmin()) + "," +
-                                     std::to_string(value.localData1()) + "," +
-                                     std::to_string(value.localData2()) + "]");
+                char raw[48];
+                std::snprintf(raw, sizeof raw, "[%u,%u,%u]", value.globalAdmin(),
+                              value.localData1(), value.localData2());
+                line("json raw", raw);
                 break;
             }
             case CommKind::extended: {
@@ -202,7 +203,13 @@ class Decoder {
 
     void texts(RouteComms const& comms, CommKind kind, char const* label, bool quoted = false) {
         ingest_.forEachText(comms, kind, false, [&](std::string_view text) {
-            line(label, quoted ? "\"" + std::string(text) + "\"" : std::string(text));
+            std::string shown;
+            if (quoted)
+                shown += '"';
+            shown += text;
+            if (quoted)
+                shown += '"';
+            line(label, shown);
         });
     }
 
