@@ -198,7 +198,10 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
         output_.begin();
 }
 
-MrtRun::~MrtRun() = default;
+MrtRun::~MrtRun() {
+    // The kept lists die before the tables they are interned in.
+    stats_.release();
+}
 
 bool MrtRun::printsRoutes() const {
     return !options_.count && (!options_.stats || options_.formatGiven);

@@ -36,6 +36,8 @@ class Stats {
     // Called once the tables exist and before any route is read.
     void start();
     void hold(RouteComms const& comms) { held_.push_back(comms); }
+    // Lets go of the kept routes (before the interning tables go).
+    void release() { std::vector<RouteComms>().swap(held_); }
     // Called after the last route; `counts` is what the run counted.
     void print(std::FILE* out, RunCounts const& counts, Ingest const& ingest) const;
     void stop();
