@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <tuple>
 #include <unordered_set>
 
 #include "bgpcomm/Attrs.h"
@@ -123,7 +124,6 @@ struct Large {
     friend bool operator<(Large const& x, Large const& y) {
         return std::tie(x.a, x.b, x.c) < std::tie(y.a, y.b, y.c);
     }
-    friend bool operator==(Large const&, Large const&) = default;
 };
 
 U32 standardValue(Rng& rng, U32 index) {
