@@ -1,0 +1,187 @@
+// The MRT reader and attribute walker on hand-built files: every corruption
+// is reported once, with the file, the offset and the exact text, and only
+// the broken record or attribute is lost.
+#include <gtest/gtest.h>
+
+#include "BgpcommTestUtil.h"
+
+namespace {
+
+using namespace BgpcommTest;
+
+// Offsets in the clean file: peer table 0-57, RIB record 58-166 (entry 1 at
+// 80 with COMMUNITIES at 105; entry 2 at 116 with EXTENDED COMMUNITIES at
+// 141), BGP4MP record 167-262 (NLRI 10.2.0.0/24 at 259).
+Bytes communities() {
+    return attr(0xC0, 8, u32s({0xFDE80064, 0xFFFFFF01}));
+}
+Bytes entry1Attrs(Bytes const& comm = communities()) {
+    return cat({origin(), asPath({65001, 65100}), comm});
+}
+Bytes entry2Attrs(Bytes const& ext = attr(0xC0, 16, {0x00, 0x02, 0xFD, 0xE8, 0, 0, 0, 0x64})) {
+    return cat({origin(), asPath({65002, 65100}), ext, attr(0xC0, 32, u32s({65000, 1, 2}))});
+}
+Bytes theRib(Bytes const& e1 = entry1Attrs(), Bytes const& e2 = entry2Attrs(), U16 peer2 = 1,
+             int count = -1) {
+    return rib({{0, e1}, {peer2, e2}}, count);
+}
+Bytes theUpdate(Bytes const& nlri = {16, 10, 1, 24, 10, 2, 0}, U16 subtype = 4) {
+    Bytes attrs = cat({origin(), asPath({65001, 65200}), attr(0x40, 3, u32s({0xC0000201})),
+                       attr(0xC0, 8, u32s({0xFDE800C8}))});
+    return update({16, 10, 9}, attrs, nlri, subtype);
+}
+Bytes cleanFile() {
+    return cat({peerTable(), theRib(), theUpdate()});
+}
+
+std::string const line1 = "10.0.0.0/24 peer 192.0.2.1 AS65001 communities [65000:100 no-export]\n";
+std::string const line1Bare = "10.0.0.0/24 peer 192.0.2.1 AS65001\n";
+std::string const line2 =
+    "10.0.0.0/24 peer 2001:db8::2 AS65002 large [65000:1:2] extended "
+    "[Route-Target-AS:65000:100]\n";
+std::string const line2NoExt = "10.0.0.0/24 peer 2001:db8::2 AS65002 large [65000:1:2]\n";
+std::string const line3 = "10.9.0.0/16 peer 192.0.2.1 AS65001 withdrawn\n";
+std::string const line4 = "10.1.0.0/16 peer 192.0.2.1 AS65001 communities [65000:200]\n";
+std::string const line5 = "10.2.0.0/24 peer 192.0.2.1 AS65001 communities [65000:200]\n";
+
+struct Corruption {
+    char const* name;
+    Bytes file;
+    std::string err;  // after "bgpcomm: x.mrt: "
+    std::string out;
+};
+
+TEST(BgpcommMrt, CorruptionsAreReportedAndSkipped) {
+    Bytes clean = cleanFile();
+    Bytes truncated(clean.begin(), clean.end() - 10);
+    Bytes trailing = cat({clean, {1, 2, 3, 4, 5}});
+    Corruption const cases[] = {
+        {"clean", clean, "", line1 + line2 + line3 + line4 + line5},
+        {"truncated last record", truncated,
+         "offset 167: MRT record length 84 but only 74 octets left; record skipped", line1 + line2},
+        {"partial header at the end", trailing,
+         "offset 263: MRT header truncated (5 of 12 octets); record skipped",
+         line1 + line2 + line3 + line4 + line5},
+        {"unknown MRT type", cat({peerTable(), mrt(99, 0, {1, 2, 3, 4}), theRib(), theUpdate()}),
+         "offset 58: unknown MRT type 99; record skipped", line1 + line2 + line3 + line4 + line5},
+        {"unknown TABLE_DUMP_V2 subtype",
+         cat({peerTable(), mrt(13, 7, {1, 2, 3, 4}), theRib(), theUpdate()}),
+         "offset 58: unknown TABLE_DUMP_V2 subtype 7; record skipped",
+         line1 + line2 + line3 + line4 + line5},
+        {"unknown BGP4MP subtype", cat({peerTable(), theRib(), theUpdate({16, 10, 1}, 2)}),
+         "offset 167: unknown BGP4MP subtype 2; record skipped", line1 + line2},
+        {"RIB before the peer table", cat({theRib(), theUpdate()}),
+         "offset 0: RIB_IPV4_UNICAST record before any PEER_INDEX_TABLE; record skipped",
+         line3 + line4 + line5},
+        {"peer index out of range",
+         cat({peerTable(), theRib(entry1Attrs(), entry2Attrs(), 5), theUpdate()}),
+         "offset 116: RIB_IPV4_UNICAST entry peer index 5 is not in the peer table (2 peers); "
+         "entry skipped",
+         line1 + line3 + line4 + line5},
+        {"entry count beyond the record",
+         cat({peerTable(), theRib(entry1Attrs(), entry2Attrs(), 1, 3), theUpdate()}),
+         "offset 167: RIB_IPV4_UNICAST entry 3 of 3 truncated; rest of record skipped",
+         line1 + line2 + line3 + line4 + line5},
+        {"COMMUNITIES length not a multiple of 4",
+         cat({peerTable(),
+              theRib(entry1Attrs(attr(0xC0, 8, {0xFD, 0xE8, 0, 0x64, 0xFF, 0xFF, 0xFF}))),
+              theUpdate()}),
+         "offset 105: COMMUNITIES attribute length 7 is not a multiple of 4; attribute skipped",
+         line1Bare + line2 + line3 + line4 + line5},
+        {"EXTENDED COMMUNITIES length not a multiple of 8",
+         cat({peerTable(), theRib(entry1Attrs(), entry2Attrs(attr(0xC0, 16, Bytes(12, 1)))),
+              theUpdate()}),
+         "offset 141: EXTENDED COMMUNITIES attribute length 12 is not a multiple of 8; "
+         "attribute skipped",
+         line1 + line2NoExt + line3 + line4 + line5},
+        {"attribute longer than the attributes",
+         cat({peerTable(), theRib(entry1Attrs(attr(0xC0, 8, u32s({1, 2}), 200))), theUpdate()}),
+         "offset 105: COMMUNITIES attribute length 200 runs past the end of the attributes (8 "
+         "octets left); remaining attributes skipped",
+         line1Bare + line2 + line3 + line4 + line5},
+        {"duplicate COMMUNITIES",
+         cat({peerTable(), theRib(cat({entry1Attrs(), attr(0xC0, 8, u32s({7}))})), theUpdate()}),
+         "offset 116: duplicate COMMUNITIES attribute; attribute skipped",
+         line1 + line2 + line3 + line4 + line5},
+        {"NLRI prefix too long", cat({peerTable(), theRib(), theUpdate({16, 10, 1, 33, 10, 2, 0})}),
+         "offset 259: NLRI prefix length 33 too long for IPv4; remaining prefixes skipped",
+         line1 + line2 + line3 + line4},
+    };
+    for (Corruption const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Result result = run(textOptions(), c.file);
+        EXPECT_EQ(result.err, c.err.empty() ? "" : "bgpcomm: x.mrt: " + c.err + "\n");
+        EXPECT_EQ(result.out, c.out);
+        EXPECT_EQ(result.status, c.err.empty() ? 0 : 1);
+    }
+}
+
+// One UPDATE of every part the JSON output has: ADDPATH path identifiers,
+// IPv6 prefixes in MP_REACH_NLRI, communities as received (unsorted, with a
+// duplicate) beside their interned text, and all four community kinds.
+TEST(BgpcommMrt, JsonOfOneRouteIsExact) {
+    Bytes nh{0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    // AFI 2, SAFI 1, next hop, reserved, path id 7, 2001:db8:1::/48.
+    Bytes mpReach = cat({{0, 2, 1, 16}, nh, {0}, u32s({7}), {48, 0x20, 0x01, 0x0d, 0xb8, 0, 1}});
+    Bytes ip6Ext = cat({{0x00, 0x02}, nh, {0x00, 0x64}});
+    Bytes attrs =
+        cat({origin(), asPath({65001, 4200000000u}),
+             attr(0xC0, 8, u32s({0xFFFFFF01, 0xFDE80064, 0xFFFFFF01})),
+             attr(0xC0, 16, {0x00, 0x02, 0xFD, 0xE8, 0, 0, 0, 0x64}), attr(0xC0, 25, ip6Ext),
+             attr(0xC0, 32, u32s({65000, 1, 2})), attr(0x80, 14, mpReach)});
+    Bgpcomm::MrtOptions options;
+    options.format = Bgpcomm::Format::json;
+    // MESSAGE_AS4_ADDPATH (RFC 8050).
+    Result result = run(std::move(options), update({}, attrs, {}, 9), "a\"b.mrt");
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.out,
+              "{\"file\":\"a\\\"b.mrt\",\"type\":\"announce\",\"timestamp\":1700000000,"
+              "\"peer_ip\":\"192.0.2.1\",\"peer_asn\":65001,\"prefix\":\"2001:db8:1::/48\","
+              "\"path_id\":7,\"as_path\":\"65001 4200000000\",\"origin_asn\":4200000000,"
+              "\"next_hop\":\"2001:db8::1\",\"communities\":[\"65000:100\",\"no-export\"],"
+              "\"communities_raw\":[4294967041,4259840100,4294967041],"
+              "\"large_communities\":[\"65000:1:2\"],\"large_communities_raw\":[[65000,1,2]],"
+              "\"ext_communities\":[\"Route-Target-AS:65000:100\"],"
+              "\"ext_communities_raw\":[\"0x0002fde800000064\"],"
+              "\"ipv6_ext_communities\":[\"0002-IP6:2001:db8::1:100\"],"
+              "\"ipv6_ext_communities_raw\":[\"0x000220010db80000000000000000000000010064\"]}\n");
+}
+
+TEST(BgpcommMrt, WithdrawalsInJsonCarryNoCommunities) {
+    Bgpcomm::MrtOptions options;
+    options.format = Bgpcomm::Format::json;
+    options.filter.type = Bgpcomm::TypeFilter::withdraw;
+    Result result = run(std::move(options), cleanFile());
+    EXPECT_EQ(result.out,
+              "{\"file\":\"x.mrt\",\"type\":\"withdraw\",\"timestamp\":1700000000,"
+              "\"peer_ip\":\"192.0.2.1\",\"peer_asn\":65001,\"prefix\":\"10.9.0.0/16\","
+              "\"as_path\":\"\",\"origin_asn\":null,\"next_hop\":null,\"communities\":[],"
+              "\"communities_raw\":[],\"large_communities\":[],\"large_communities_raw\":[],"
+              "\"ext_communities\":[],\"ext_communities_raw\":[],\"ipv6_ext_communities\":[],"
+              "\"ipv6_ext_communities_raw\":[]}\n");
+}
+
+TEST(BgpcommMrt, PsvHasHeaderAndBgpdumpColumns) {
+    Bgpcomm::MrtOptions options;
+    options.format = Bgpcomm::Format::psv;
+    options.filter.peerIps.resize(1);
+    Bgpcomm::parseAddress("2001:db8::2", &options.filter.peerIps[0]);
+    Result result = run(std::move(options), cleanFile());
+    EXPECT_EQ(result.out,
+              "type|timestamp|entry|peer_ip|peer_asn|prefix|path_id|as_path|origin_asn|next_hop|"
+              "communities|large_communities|ext_communities|ipv6_ext_communities\n"
+              "TABLE_DUMP2|1700000000|B|2001:db8::2|65002|10.0.0.0/24||65002 65100|65100||"
+              "|65000:1:2|Route-Target-AS:65000:100|\n");
+}
+
+TEST(BgpcommMrt, VerifyFindsEveryListRoundTrips) {
+    Bgpcomm::MrtOptions options;
+    options.verify = true;
+    options.count = true;
+    Result result = run(std::move(options), cleanFile());
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.out, "5\n");
+    EXPECT_EQ(result.status, 0);
+}
+
+}  // namespace

@@ -1,0 +1,56 @@
+#include "bgpcomm/AllocCount.h"
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+// Relaxed: a statistic, read once the work is done.
+std::atomic<U64> liveBytes{0};
+
+void* allocate(std::size_t size) {
+    void* p = std::malloc(size ? size : 1);
+    if (!p)
+        throw std::bad_alloc();
+    liveBytes.fetch_add(malloc_usable_size(p), std::memory_order_relaxed);
+    return p;
+}
+
+void release(void* p) noexcept {
+    if (!p)
+        return;
+    liveBytes.fetch_sub(malloc_usable_size(p), std::memory_order_relaxed);
+    std::free(p);
+}
+
+}  // namespace
+
+namespace Bgpcomm {
+
+U64 liveHeapBytes() {
+    return liveBytes.load(std::memory_order_relaxed);
+}
+
+}  // namespace Bgpcomm
+
+void* operator new(std::size_t size) {
+    return allocate(size);
+}
+void* operator new[](std::size_t size) {
+    return allocate(size);
+}
+void operator delete(void* p) noexcept {
+    release(p);
+}
+void operator delete[](void* p) noexcept {
+    release(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    release(p);
+}
+void operator delete[](void* p, std::size_t) noexcept {
+    release(p);
+}

@@ -1,0 +1,73 @@
+// Route filters of `bgpcomm mrt`, as bgpdump and bgpkit-parser users know
+// them, plus community regular expressions.
+//
+//   --prefix P         the route's prefix is P; with --include-super also
+//                      any prefix covering P, with --include-sub also any
+//                      prefix inside P
+//   --peer-ip A, --peer-asn N, --origin-asn N   (each may repeat: any of)
+//   --type announce|withdraw   announce keeps RIB entries and announcements
+//   --kind K --match REGEX     the list of kind K (standard, large, extended,
+//                      ipv6; --kind applies to the --match options after it,
+//                      standard before any) matches REGEX (POSIX extended);
+//                      several --match must all match
+//
+// Contract: the batch-level tests (peer, type) run before ingest, the prefix
+// and origin tests per route, the community tests on the interned lists.
+#pragma once
+
+#include <regex.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bgpcomm/Ingest.h"
+#include "bgpcomm/Mrt.h"
+
+namespace Bgpcomm {
+
+enum class TypeFilter { any, announce, withdraw };
+
+class RouteFilter {
+  public:
+    RouteFilter() = default;
+    RouteFilter(RouteFilter&&) = default;
+    RouteFilter& operator=(RouteFilter&&) = default;
+
+    std::optional<Prefix> prefix;
+    bool includeSuper = false;
+    bool includeSub = false;
+    std::vector<IpAddress> peerIps;
+    std::vector<U32> peerAsns;
+    std::vector<U32> originAsns;
+    TypeFilter type = TypeFilter::any;
+
+    // Compiles `pattern` for the list of `kind`; the regcomp message when it
+    // does not compile.
+    std::optional<std::string> matchIs(CommKind kind, std::string const& pattern);
+    bool hasMatches() const { return !matches_.empty(); }
+
+    bool passesBatch(RouteBatch const& batch) const;
+    bool passesPrefix(Prefix const& prefix) const;
+    // `hasOrigin` false: the route has no origin AS (never passes a filter).
+    bool passesOrigin(bool hasOrigin, U32 origin) const;
+    bool passesComms(RouteComms const& comms, Ingest const& ingest) const;
+
+  private:
+    struct Match {
+        CommKind kind;
+        regex_t regex;
+        bool compiled = false;
+        ~Match() {
+            if (compiled)
+                regfree(&regex);
+        }
+    };
+    std::vector<std::unique_ptr<Match>> matches_;
+};
+
+// "standard", "large", "extended", "ipv6"; false for anything else.
+bool parseCommKind(std::string const& text, CommKind* out);
+
+}  // namespace Bgpcomm

@@ -1,0 +1,299 @@
+#include "bgpcomm/Ingest.h"
+
+#include <algorithm>
+
+#include "VoBgp/VoBgpSerialize.h"
+
+namespace Bgpcomm {
+
+using namespace Routing::Bgp;
+
+namespace {
+
+U32 be32(U8 const* p) {
+    return U32(p[0]) << 24 | U32(p[1]) << 16 | U32(p[2]) << 8 | p[3];
+}
+
+U64 be64(U8 const* p) {
+    return U64(be32(p)) << 32 | be32(p + 4);
+}
+
+// RFC 5701 section 2: type, subtype, 16-octet global administrator, local
+// administrator.
+ExtCommIp6Content ip6Content(U8 const* p) {
+    ExtCommIp6Content content;
+    content.type = p[0];
+    content.subtype = p[1];
+    Vonet::Ip6Addr::Octets octets;
+    std::copy(p + 2, p + 18, octets.begin());
+    content.addr = Vonet::Ip6Addr(octets);
+    content.localAdmin = static_cast<U16>(p[18] << 8 | p[19]);
+    return content;
+}
+
+// Texts joined by single blanks, the way lists present themselves to a
+// regular expression.
+template <class Container, class Format>
+std::string joined(Container const& items, Format&& format) {
+    std::string text;
+    for (auto const& item : items) {
+        if (!text.empty())
+            text += ' ';
+        format(text, item);
+    }
+    return text;
+}
+
+bool regexMatches(regex_t const* regex, std::string const& text) {
+    return regexec(regex, text.c_str(), 0, nullptr, 0) == 0;
+}
+
+ExtComm::StrepFormat policyFormat(unsigned bit) {
+    ExtComm::StrepFormat format;
+    format.set(bit, true);
+    return format;
+}
+
+}  // namespace
+
+bool RouteComms::has(CommKind kind) const {
+    switch (kind) {
+        case CommKind::standard:
+            return bool(standard);
+        case CommKind::large:
+            return bool(large);
+        case CommKind::extended:
+            return !extended.empty();
+        case CommKind::ipv6:
+            return !ipv6.empty();
+    }
+    return false;
+}
+
+Ingest::Ingest()
+    : parser_(BgpParseExtCommContainerSm::BgpParseExtCommContainerSmIs()),
+      extTable_(extCommDedupTableFactory(parser_->extCommParser())),
+      commTable_(commListDedupTableFactory()),
+      largeTable_(largeCommListDedupTableFactory()) {}
+
+Ingest::~Ingest() = default;
+
+CommList::PtrConst Ingest::standard(AttrSpan const& attr) {
+    if (!attr.present)
+        return nullptr;
+    CommList::Ptr list = commListFactory();
+    for (U32 i = 0; i + 4 <= attr.size; i += 4)
+        list->commIs(be32(attr.data + i));
+    return list->dedup(commTable_.ptr());
+}
+
+LargeCommList::PtrConst Ingest::large(AttrSpan const& attr) {
+    if (!attr.present)
+        return nullptr;
+    LargeCommList::Ptr list = largeCommListFactory();
+    for (U32 i = 0; i + 12 <= attr.size; i += 12) {
+        U8 const* p = attr.data + i;
+        list->commIs(Acl::CommunityValue(be32(p), be32(p + 4), be32(p + 8)));
+    }
+    return list->dedup(largeTable_.ptr());
+}
+
+ExtCommSet Ingest::extended(AttrSpan const& attr) {
+    ExtCommSet set;
+    if (!attr.present)
+        return set;
+    set.reserve(attr.size / 8);
+    for (U32 i = 0; i + 8 <= attr.size; i += 8)
+        set.push_back(ExtComm::dedupContent(extTable_.ptr(), ExtCommContent(be64(attr.data + i))));
+    std::sort(set.begin(), set.end(), [](ExtComm::PtrConst const& a, ExtComm::PtrConst const& b) {
+        return a->isBetterThan(b);
+    });
+    // Interned: equal contents are one object.
+    set.erase(std::unique(set.begin(), set.end()), set.end());
+    return set;
+}
+
+Ip6CommSet Ingest::ipv6(AttrSpan const& attr) {
+    Ip6CommSet set;
+    if (!attr.present)
+        return set;
+    set.reserve(attr.size / 20);
+    for (U32 i = 0; i + 20 <= attr.size; i += 20)
+        set.push_back(
+            parser_->extCommParser()->parseExtendedCommunityIp6(ip6Content(attr.data + i)));
+    auto less = [](ExtCommIp6::PtrConst const& a, ExtCommIp6::PtrConst const& b) {
+        return a->getContent() < b->getContent();
+    };
+    auto same = [](ExtCommIp6::PtrConst const& a, ExtCommIp6::PtrConst const& b) {
+        return a->getContent() == b->getContent();
+    };
+    std::sort(set.begin(), set.end(), less);
+    set.erase(std::unique(set.begin(), set.end(), same), set.end());
+    return set;
+}
+
+void Ingest::path(PathAttrs const& attrs, RouteComms* out) {
+    out->standard = standard(attrs.of(CommKind::standard));
+    out->large = large(attrs.of(CommKind::large));
+    out->extended = extended(attrs.of(CommKind::extended));
+    out->ipv6 = ipv6(attrs.of(CommKind::ipv6));
+}
+
+void Ingest::forEachText(RouteComms const& comms, CommKind kind, bool asdot,
+                         std::function<void(std::string_view)> const& each) {
+    VoFmt::StackBackedBuffer<64> buffer;
+    switch (kind) {
+        case CommKind::standard:
+            if (comms.standard)
+                for (U32 comm : *comms.standard->commVectorRawPtr()) {
+                    buffer.clear();
+                    CommunityFormatter<true>::format(buffer, comm);
+                    each(buffer.view());
+                }
+            return;
+        case CommKind::large:
+            if (comms.large)
+                for (Acl::CommunityValue const& value : *comms.large->commVectorRawPtr()) {
+                    buffer.clear();
+                    LargeCommunityFormatter::format(buffer, value, asdot);
+                    each(buffer.view());
+                }
+            return;
+        case CommKind::extended: {
+            auto const& cache = parser_->extCommCache();
+            for (ExtComm::PtrConst const& comm : comms.extended) {
+                Kiv::String text = cache->lookup(comm->community(), asdot);
+                if (text.isNull()) {
+                    text = comm->toStrepForUI(asdot);
+                    cache->insert(comm->community(), text, asdot);
+                }
+                each(text.view());
+            }
+            return;
+        }
+        case CommKind::ipv6: {
+            ExtCommIp6::StrepFormat format;
+            format.strepFormatClassificationIs(true);
+            format.strepFormatUIIs(true);
+            format.strepFormatAsdotIs(asdot);
+            for (ExtCommIp6::PtrConst const& comm : comms.ipv6) {
+                buffer.clear();
+                comm->formatPolicy(buffer, format);
+                each(buffer.view());
+            }
+            return;
+        }
+    }
+}
+
+// Seam: each branch becomes the list's own matchCommunitiesRegex.
+bool Ingest::matches(RouteComms const& comms, CommKind kind, regex_t const* regex) const {
+    switch (kind) {
+        case CommKind::standard: {
+            // Numbers first, then well-known names: a pattern for either matches.
+            static CommList::CommVector const none;
+            auto const& values = comms.standard ? *comms.standard->commVectorRawPtr() : none;
+            auto numeric = [](std::string& text, U32 comm) {
+                VoFmt::StackBackedBuffer<32> buffer;
+                CommunityFormatter<false>::format(buffer, comm);
+                text += buffer.view();
+            };
+            auto named = [](std::string& text, U32 comm) {
+                VoFmt::StackBackedBuffer<32> buffer;
+                CommunityFormatter<true>::format(buffer, comm);
+                text += buffer.view();
+            };
+            return regexMatches(regex, joined(values, numeric)) ||
+                   regexMatches(regex, joined(values, named));
+        }
+        case CommKind::large: {
+            static LargeCommList::CommVector const none;
+            auto const& values = comms.large ? *comms.large->commVectorRawPtr() : none;
+            return regexMatches(regex, joined(values, [](std::string& text, auto const& value) {
+                                    VoFmt::StackBackedBuffer<48> buffer;
+                                    LargeCommunityFormatter::format(buffer, value, false);
+                                    text += buffer.view();
+                                }));
+        }
+        case CommKind::extended: {
+            // Default policy form, then the classification form, then the
+            // show form of the communities that ask for it.
+            for (unsigned bit : {unsigned(ExtComm::StrepFormat::strepFormatDefaultBit),
+                                 unsigned(ExtComm::StrepFormat::strepFormatClassificationBit)}) {
+                auto format = policyFormat(bit);
+                if (regexMatches(regex, joined(comms.extended,
+                                               [&](std::string& text, ExtComm::PtrConst const& c) {
+                                                   text += c->toStrepForPolicy(format).view();
+                                               })))
+                    return true;
+            }
+            std::string ui;
+            for (ExtComm::PtrConst const& comm : comms.extended) {
+                if (!comm->policyMatchStrepUI())
+                    continue;
+                if (!ui.empty())
+                    ui += ' ';
+                ui += comm->toStrepForUI().view();
+            }
+            return !ui.empty() && regexMatches(regex, ui);
+        }
+        case CommKind::ipv6: {
+            for (unsigned bit : {unsigned(ExtCommIp6::StrepFormat::strepFormatDefaultBit),
+                                 unsigned(ExtCommIp6::StrepFormat::strepFormatClassificationBit)}) {
+                ExtCommIp6::StrepFormat format;
+                format.set(bit, true);
+                if (regexMatches(regex, joined(comms.ipv6, [&](std::string& text,
+                                                               ExtCommIp6::PtrConst const& c) {
+                                     text += c->toStrepForPolicy(format).view();
+                                 })))
+                    return true;
+            }
+            return false;
+        }
+    }
+    return false;
+}
+
+// Seam: the extended and IPv6 branches become the lists' own serialize().
+Kiv::String Ingest::serialize(RouteComms const& comms, CommKind kind) const {
+    switch (kind) {
+        case CommKind::standard:
+            return comms.standard ? comms.standard->serialize() : Kiv::String();
+        case CommKind::large:
+            return comms.large ? comms.large->serialize() : Kiv::String();
+        case CommKind::extended: {
+            SerializePathAttribute out(extCommunity, optionalTransitive,
+                                       static_cast<U32>(comms.extended.size() * 8));
+            for (ExtComm::PtrConst const& comm : comms.extended)
+                out.addU64hton(comm->community());
+            return out.serializedString();
+        }
+        case CommKind::ipv6: {
+            SerializePathAttribute out(extCommunityIp6, optionalTransitive,
+                                       static_cast<U32>(comms.ipv6.size() * 20));
+            for (ExtCommIp6::PtrConst const& comm : comms.ipv6) {
+                ExtCommIp6Content const& content = comm->getContent();
+                out.addU8(content.type);
+                out.addU8(content.subtype);
+                out.addOctets(content.addr.octets().data(), 16);
+                out.addU16hton(content.localAdmin);
+            }
+            return out.serializedString();
+        }
+    }
+    return {};
+}
+
+std::size_t Ingest::extCommsInterned() const {
+    return extTable_->dedupTable()->size();
+}
+
+std::size_t Ingest::standardListsInterned() const {
+    return commTable_->dedupTable()->size();
+}
+
+std::size_t Ingest::largeListsInterned() const {
+    return largeTable_->dedupTable()->size();
+}
+
+}  // namespace Bgpcomm

@@ -1,0 +1,91 @@
+// Ingest: the one place where a path's community attributes become interned
+// library objects, and where everything that depends on the list types lives
+// (their text forms, regular expression matching, serialization back to the
+// wire). The rest of the tool handles RouteComms only through this interface.
+//
+// What an agent does, done here the same way: standard and large values go
+// into a private CommList / LargeCommList (commIs) interned by dedup with one
+// table each; every 8-octet extended value becomes an ExtCommContent interned
+// by ExtComm::dedupContent, all through one parser container and one set of
+// tables for the whole run.
+//
+// Contract: the attribute spans handed in have a length that is a multiple of
+// the element size (the attribute walker checks that). Absent attributes give
+// null lists / empty sets. Not thread-safe: one Ingest per thread.
+#pragma once
+
+#include <regex.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VoBgp/ExtCommIp6.h"
+#include "VoBgp/Parse/ExtComm.h"
+#include "VoBgp/VoBgpCommunity.h"
+#include "VoBgp/VoBgpCommunityList.h"
+#include "bgpcomm/Attrs.h"
+
+namespace Bgpcomm {
+
+// Seam: the interned extended community list (ExtCommList::PtrConst) takes
+// this place; until then each route keeps its interned communities sorted
+// (ExtComm::isBetterThan) and without duplicates.
+using ExtCommSet = std::vector<Routing::Bgp::ExtComm::PtrConst>;
+// Seam: the interned IPv6 list (ExtCommIp6List::PtrConst, of values interned
+// by ExtCommIp6::dedupContent) takes this place; until then each value is
+// built by the parser's IPv6 rules, not interned, kept sorted and unique.
+using Ip6CommSet = std::vector<Routing::Bgp::ExtCommIp6::PtrConst>;
+
+struct RouteComms {
+    Routing::Bgp::CommList::PtrConst standard;
+    Routing::Bgp::LargeCommList::PtrConst large;
+    ExtCommSet extended;
+    Ip6CommSet ipv6;
+
+    bool has(CommKind kind) const;
+};
+
+class Ingest {
+  public:
+    Ingest();
+    ~Ingest();
+
+    // One function per attribute kind: the attribute's value octets in, the
+    // interned object out.
+    Routing::Bgp::CommList::PtrConst standard(AttrSpan const& attr);
+    Routing::Bgp::LargeCommList::PtrConst large(AttrSpan const& attr);
+    ExtCommSet extended(AttrSpan const& attr);
+    Ip6CommSet ipv6(AttrSpan const& attr);
+    // All four of a path.
+    void path(PathAttrs const& attrs, RouteComms* out);
+
+    // Each community of one kind in its show-command text, in list order:
+    // standard with the well-known names, large plain or asdot, extended
+    // through toStrepForUI and the container's show string cache, IPv6
+    // extended in its classification and UI policy form.
+    void forEachText(RouteComms const& comms, CommKind kind, bool asdot,
+                     std::function<void(std::string_view)> const& each);
+    // Whether the list of `kind` matches `regex` the way route policy
+    // matches it (an absent list is matched as the empty text).
+    bool matches(RouteComms const& comms, CommKind kind, regex_t const* regex) const;
+    // The interned list of `kind` written back as its path attribute; null
+    // when the route has none.
+    Kiv::String serialize(RouteComms const& comms, CommKind kind) const;
+
+    // Interned objects now alive in the tables.
+    std::size_t extCommsInterned() const;
+    std::size_t standardListsInterned() const;
+    std::size_t largeListsInterned() const;
+
+    Routing::Bgp::BgpParseExtCommContainerSm::Ptr const& parser() const { return parser_; }
+
+  private:
+    Routing::Bgp::BgpParseExtCommContainerSm::Ptr parser_;
+    Routing::Bgp::ExtCommDedupTable::Ptr extTable_;
+    Routing::Bgp::CommListDedupTable::Ptr commTable_;
+    Routing::Bgp::LargeCommListDedupTable::Ptr largeTable_;
+};
+
+}  // namespace Bgpcomm

@@ -1,0 +1,359 @@
+#include "bgpcomm/MrtCommand.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "bgpcomm/Mrt.h"
+
+namespace Bgpcomm {
+
+char const* const mrtHelp =
+    "Usage: bgpcomm mrt [OPTIONS] FILE...\n"
+    "Reads MRT files (TABLE_DUMP_V2, BGP4MP, BGP4MP_ET; plain, gzip or bzip2,\n"
+    "recognised by their first octets) and interns every route's communities.\n"
+    "\n"
+    "Output (one line per route on stdout):\n"
+    "  --format text|json|psv  text (default): prefix, peer and communities;\n"
+    "                          json: JSON Lines; psv: bgpdump -m style columns\n"
+    "  --json                  same as --format json\n"
+    "  --asdot                 AS numbers above 65535 as high.low\n"
+    "  --count                 print only the number of matching routes\n"
+    "  --stats                 print counts, sharing, memory and speed at the end\n"
+    "                          (stdout; stderr when routes are printed too, i.e.\n"
+    "                          with an explicit --format or --json)\n"
+    "  --verify                check that every interned list serializes back to\n"
+    "                          the values received; mismatches go to stderr\n"
+    "  --no-progress           no progress display (shown only on a terminal)\n"
+    "\n"
+    "Filters (all must hold):\n"
+    "  --prefix P              routes for prefix P\n"
+    "  --include-super         ... and for prefixes covering P\n"
+    "  --include-sub           ... and for prefixes inside P\n"
+    "  --peer-ip ADDR          from this peer (repeatable: any of)\n"
+    "  --peer-asn N            from this peer AS (repeatable)\n"
+    "  --origin-asn N          originated by this AS (repeatable)\n"
+    "  --type announce|withdraw  announce keeps RIB entries and announcements\n"
+    "  --kind standard|large|extended|ipv6\n"
+    "                          list kind for the --match options that follow\n"
+    "                          (standard until given)\n"
+    "  --match REGEX           the list matches REGEX (POSIX extended, matched\n"
+    "                          as route policy matches it); repeatable: all\n"
+    "\n"
+    "Exit status: 0 success, 1 some input was skipped or did not verify,\n"
+    "2 usage error.\n";
+
+namespace {
+
+bool parseU32(std::string const& text, U32* out) {
+    if (text.empty() || text.size() > 10 ||
+        !std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }))
+        return false;
+    unsigned long long value = std::strtoull(text.c_str(), nullptr, 10);
+    if (value > 0xFFFFFFFFull)
+        return false;
+    *out = static_cast<U32>(value);
+    return true;
+}
+
+// The progress line on a terminal: percent of the file's octets read.
+struct Progress {
+    ByteSource* source = nullptr;
+    std::string label;
+    RunCounts const* counts = nullptr;
+    double started = 0;
+    double drawn = 0;
+    bool shown = false;
+
+    void draw() {
+        double now = monotonicSeconds();
+        if (now - started < 1.0 || now - drawn < 0.2)
+            return;
+        drawn = now;
+        shown = true;
+        double total = double(source->total());
+        std::fprintf(stderr, "\rbgpcomm: %s: %3.0f%% %llu routes", label.c_str(),
+                     total > 0 ? 100.0 * double(source->consumed()) / total : 0.0,
+                     static_cast<unsigned long long>(counts->routesRead));
+        std::fflush(stderr);
+    }
+    static void clear(void* self) {
+        auto* progress = static_cast<Progress*>(self);
+        if (progress->shown) {
+            std::fputs("\r\033[K", stderr);
+            progress->shown = false;
+        }
+    }
+};
+
+}  // namespace
+
+std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args, MrtOptions* out) {
+    CommKind kind = CommKind::standard;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        std::string arg = args[i];
+        std::string value;
+        bool hasValue = false;
+        if (arg.rfind("--", 0) == 0 && arg.find('=') != std::string::npos) {
+            value = arg.substr(arg.find('=') + 1);
+            arg = arg.substr(0, arg.find('='));
+            hasValue = true;
+        }
+        auto takeValue = [&]() -> std::optional<std::string> {
+            if (hasValue)
+                return std::nullopt;
+            if (i + 1 >= args.size())
+                return "option '" + arg + "' needs a value";
+            value = args[++i];
+            return std::nullopt;
+        };
+        auto valued = [&](char const* name) { return arg == name; };
+        if (arg == "--help" || arg == "-h")
+            return std::string("help");
+        if (arg == "--json" || arg == "--asdot" || arg == "--stats" || arg == "--count" ||
+            arg == "--verify" || arg == "--include-super" || arg == "--include-sub" ||
+            arg == "--no-progress") {
+            if (hasValue)
+                return "option '" + arg + "' takes no value";
+            if (arg == "--json") {
+                out->format = Format::json;
+                out->formatGiven = true;
+            }
+            out->asdot |= arg == "--asdot";
+            out->stats |= arg == "--stats";
+            out->count |= arg == "--count";
+            out->verify |= arg == "--verify";
+            out->filter.includeSuper |= arg == "--include-super";
+            out->filter.includeSub |= arg == "--include-sub";
+            if (arg == "--no-progress")
+                out->progress = false;
+            continue;
+        }
+        if (arg.rfind("-", 0) == 0 && arg != "-") {
+            static char const* const withValue[] = {"--format",   "--prefix",     "--peer-ip",
+                                                    "--peer-asn", "--origin-asn", "--type",
+                                                    "--kind",     "--match"};
+            if (std::none_of(std::begin(withValue), std::end(withValue), valued))
+                return "unknown option '" + arg + "'";
+            if (auto problem = takeValue())
+                return problem;
+            U32 number = 0;
+            if (arg == "--format") {
+                if (value == "text")
+                    out->format = Format::text;
+                else if (value == "json")
+                    out->format = Format::json;
+                else if (value == "psv")
+                    out->format = Format::psv;
+                else
+                    return "unknown format '" + value + "' (text, json or psv)";
+                out->formatGiven = true;
+            } else if (arg == "--prefix") {
+                Prefix prefix;
+                if (!parsePrefix(value, &prefix))
+                    return "bad prefix '" + value + "'";
+                out->filter.prefix = prefix;
+            } else if (arg == "--peer-ip") {
+                IpAddress addr;
+                if (!parseAddress(value, &addr))
+                    return "bad address '" + value + "'";
+                out->filter.peerIps.push_back(addr);
+            } else if (arg == "--peer-asn" || arg == "--origin-asn") {
+                if (!parseU32(value, &number))
+                    return "bad AS number '" + value + "'";
+                (arg == "--peer-asn" ? out->filter.peerAsns : out->filter.originAsns)
+                    .push_back(number);
+            } else if (arg == "--type") {
+                if (value == "announce")
+                    out->filter.type = TypeFilter::announce;
+                else if (value == "withdraw")
+                    out->filter.type = TypeFilter::withdraw;
+                else
+                    return "unknown type '" + value + "' (announce or withdraw)";
+            } else if (arg == "--kind") {
+                if (!parseCommKind(value, &kind))
+                    return "unknown kind '" + value + "' (standard, large, extended or ipv6)";
+            } else if (auto problem = out->filter.matchIs(kind, value)) {
+                return "bad regular expression '" + value + "': " + *problem;
+            }
+            continue;
+        }
+        out->files.push_back(args[i]);
+    }
+    if ((out->filter.includeSuper || out->filter.includeSub) && !out->filter.prefix)
+        return std::string("--include-super and --include-sub need --prefix");
+    if (out->files.empty())
+        return std::string("no MRT file given");
+    return std::nullopt;
+}
+
+MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeapBytes)
+    : options_(std::move(options)),
+      out_(out),
+      stats_(std::move(liveHeapBytes)),
+      ingest_((stats_.start(), std::make_unique<Ingest>())),
+      output_(options_.format, options_.asdot, *ingest_, out) {
+    if (printsRoutes())
+        output_.begin();
+}
+
+MrtRun::~MrtRun() {
+    // The kept lists die before the tables they are interned in.
+    stats_.release();
+}
+
+bool MrtRun::printsRoutes() const {
+    return !options_.count && (!options_.stats || options_.formatGiven);
+}
+
+void MrtRun::file(std::string const& path) {
+    diag_.fileIs(path);
+    std::string error;
+    auto raw = RawInput::openFile(path, &error);
+    if (!raw) {
+        diag_.fileProblem("cannot open: " + error);
+        ++failures_;
+        return;
+    }
+    auto source = openSource(std::move(raw));
+    this->source(path, *source);
+}
+
+void MrtRun::source(std::string const& label, ByteSource& source) {
+    label_ = label;
+    diag_.fileIs(label);
+    ++counts_.files;
+    MrtReader reader(source, diag_, [this](RouteBatch const& batch) { this->batch(batch); });
+    Progress progress;
+    if (options_.progress && isatty(STDERR_FILENO)) {
+        progress.source = &source;
+        progress.label = label;
+        progress.counts = &counts_;
+        progress.started = monotonicSeconds();
+        reader.progressIs([&progress] { progress.draw(); }, 4096);
+        diag_.beforeMessageIs(&Progress::clear, &progress);
+    }
+    reader.run();
+    Progress::clear(&progress);
+    diag_.beforeMessageIs(nullptr, nullptr);
+    counts_.records += reader.records();
+}
+
+void MrtRun::batch(RouteBatch const& batch) {
+    counts_.routesRead += batch.nlri->size();
+    RouteFilter const& filter = options_.filter;
+    if (!filter.passesBatch(batch))
+        return;
+    bool anyPrefix = false;
+    for (Nlri const& nlri : *batch.nlri)
+        anyPrefix |= filter.passesPrefix(nlri.prefix);
+    if (!anyPrefix)
+        return;
+    bool const needPath = batch.attrs && (printsRoutes() || !filter.originAsns.empty());
+    if (needPath)
+        asPathEntries(*batch.attrs, &asPath_);
+    else
+        asPath_.clear();
+    if (!filter.originAsns.empty()) {
+        U32 origin = 0;
+        bool hasOrigin = batch.attrs && originAsn(asPath_, &origin);
+        if (!filter.passesOrigin(hasOrigin, origin))
+            return;
+    }
+    if (batch.attrs)
+        ingest_->path(*batch.attrs, &comms_);
+    else
+        comms_ = RouteComms{};
+    if (!filter.passesComms(comms_, *ingest_))
+        return;
+    if (batch.attrs) {
+        for (unsigned k = 0; k < commKindCount; ++k)
+            counts_.attributes[k] += batch.attrs->comm[k].present;
+        if (options_.verify)
+            verify(comms_, *batch.attrs);
+    }
+    RouteView view{label_, &batch, nullptr, &comms_, batch.attrs ? &asPath_ : nullptr};
+    for (Nlri const& nlri : *batch.nlri) {
+        if (!filter.passesPrefix(nlri.prefix))
+            continue;
+        ++counts_.routesMatched;
+        if (printsRoutes()) {
+            view.nlri = &nlri;
+            output_.route(view);
+        }
+        if (options_.stats)
+            stats_.hold(comms_);
+    }
+}
+
+void MrtRun::verify(RouteComms const& comms, PathAttrs const& attrs) {
+    static char const* const kindNames[commKindCount] = {"standard", "extended", "ipv6 extended",
+                                                         "large"};
+    for (unsigned k = 0; k < commKindCount; ++k) {
+        auto const kind = static_cast<CommKind>(k);
+        AttrSpan const& span = attrs.of(kind);
+        if (!span.present)
+            continue;
+        CommKindInfo const& info = commKindInfo(kind);
+        auto elements = [&](U8 const* p, std::size_t n) {
+            std::vector<std::string> values;
+            for (std::size_t i = 0; i + info.elementSize <= n; i += info.elementSize)
+                values.emplace_back(reinterpret_cast<char const*>(p + i), info.elementSize);
+            std::sort(values.begin(), values.end());
+            values.erase(std::unique(values.begin(), values.end()), values.end());
+            return values;
+        };
+        std::vector<std::string> received = elements(span.data, span.size);
+        Kiv::String wire = ingest_->serialize(comms, kind);
+        std::string problem;
+        auto const* p = reinterpret_cast<U8 const*>(wire.data());
+        std::size_t header = wire.size() >= 1 && (p[0] & attrFlagExtendedLength) ? 4 : 3;
+        if (wire.size() < header || p[1] != info.attrType) {
+            problem = "serialized attribute is not a " + std::string(info.attrName) + " attribute";
+        } else {
+            std::size_t length = header == 4 ? (std::size_t(p[2]) << 8 | p[3]) : p[2];
+            std::vector<std::string> sent = elements(p + header, wire.size() - header);
+            if (length != wire.size() - header)
+                problem = "serialized length " + std::to_string(length) + " but " +
+                          std::to_string(wire.size() - header) + " octets follow";
+            else if (sent != received)
+                problem = std::to_string(received.size()) + " distinct values received, " +
+                          std::to_string(sent.size()) + " serialized, not the same set";
+        }
+        if (!problem.empty()) {
+            diag_.at(span.offset,
+                     std::string(kindNames[k]) + " list does not round-trip: " + problem);
+        }
+    }
+}
+
+int MrtRun::finish() {
+    stats_.stop();
+    counts_.skipped = diag_.reports();
+    if (options_.count)
+        std::fprintf(out_, "%llu\n", static_cast<unsigned long long>(counts_.routesMatched));
+    if (options_.stats)
+        stats_.print(printsRoutes() ? stderr : out_, counts_, *ingest_);
+    std::fflush(out_);
+    return diag_.reports() != 0 || failures_ != 0 ? 1 : 0;
+}
+
+int mrtCommand(std::vector<std::string> const& args, std::function<U64()> liveHeapBytes) {
+    MrtOptions options;
+    if (auto problem = parseMrtOptions(args, &options)) {
+        if (*problem == "help") {
+            std::fputs(mrtHelp, stdout);
+            return 0;
+        }
+        std::fprintf(stderr, "bgpcomm mrt: %s\nTry 'bgpcomm mrt --help'.\n", problem->c_str());
+        return 2;
+    }
+    std::vector<std::string> files = options.files;
+    MrtRun run(std::move(options), stdout, std::move(liveHeapBytes));
+    for (std::string const& path : files)
+        run.file(path);
+    return run.finish();
+}
+
+}  // namespace Bgpcomm

@@ -1,0 +1,260 @@
+#include "bgpcomm/Output.h"
+
+namespace Bgpcomm {
+
+namespace {
+
+char const* mrtTypeName(U16 type) {
+    return type == mrtTableDumpV2 ? "TABLE_DUMP2" : type == mrtBgp4mp ? "BGP4MP" : "BGP4MP_ET";
+}
+
+char const* kindName(RouteKind kind) {
+    return kind == RouteKind::rib ? "rib" : kind == RouteKind::announce ? "announce" : "withdraw";
+}
+
+// bgpdump -m entry letters: B (RIB), A (announce), W (withdraw).
+char kindLetter(RouteKind kind) {
+    return kind == RouteKind::rib ? 'B' : kind == RouteKind::announce ? 'A' : 'W';
+}
+
+void appendHexOctets(VoFmt::TextBuffer& out, U8 const* p, std::size_t n) {
+    out.append("0x");
+    for (std::size_t i = 0; i < n; ++i)
+        out.appendHex2(p[i]);
+}
+
+U32 be32(U8 const* p) {
+    return U32(p[0]) << 24 | U32(p[1]) << 16 | U32(p[2]) << 8 | p[3];
+}
+
+// The JSON keys of each kind's text and raw arrays, indexed by CommKind.
+struct JsonKeys {
+    char const* texts;
+    char const* raw;
+};
+constexpr JsonKeys jsonKeys[commKindCount] = {
+    {"communities", "communities_raw"},
+    {"ext_communities", "ext_communities_raw"},
+    {"ipv6_ext_communities", "ipv6_ext_communities_raw"},
+    {"large_communities", "large_communities_raw"},
+};
+// Text and JSON order of the kinds.
+constexpr CommKind printOrder[commKindCount] = {CommKind::standard, CommKind::large,
+                                                CommKind::extended, CommKind::ipv6};
+char const* const textLabels[commKindCount] = {"communities", "extended", "ipv6-extended", "large"};
+
+bool originOf(RouteView const& route, U32* asn) {
+    return route.asPath && originAsn(*route.asPath, asn);
+}
+
+}  // namespace
+
+void Output::begin() {
+    if (format_ != Format::psv)
+        return;
+    std::fputs(
+        "type|timestamp|entry|peer_ip|peer_asn|prefix|path_id|as_path|origin_asn|next_hop|"
+        "communities|large_communities|ext_communities|ipv6_ext_communities\n",
+        out_);
+}
+
+std::string_view Output::formatted(RouteView const& route) {
+    line_.clear();
+    switch (format_) {
+        case Format::text:
+            text(route);
+            break;
+        case Format::json:
+            json(route);
+            break;
+        case Format::psv:
+            psv(route);
+            break;
+    }
+    line_.append('\n');
+    return line_.view();
+}
+
+void Output::route(RouteView const& route) {
+    std::string_view line = formatted(route);
+    std::fwrite(line.data(), 1, line.size(), out_);
+}
+
+void Output::text(RouteView const& route) {
+    formatPrefix(line_, route.nlri->prefix);
+    line_.append(" peer ");
+    formatAddress(line_, route.batch->peer.ip);
+    line_.append(" AS");
+    line_.appendAsNumber(route.batch->peer.asn, asdot_);
+    if (route.batch->addPath) {
+        line_.append(" path-id ");
+        line_.appendDecimal(route.nlri->pathId);
+    }
+    if (route.batch->kind == RouteKind::withdraw)
+        line_.append(" withdrawn");
+    for (CommKind kind : printOrder) {
+        if (!route.comms->has(kind))
+            continue;
+        line_.append(' ');
+        line_.append(textLabels[static_cast<unsigned>(kind)]);
+        line_.append(" [");
+        texts(*route.comms, kind);
+        line_.append(']');
+    }
+}
+
+void Output::psv(RouteView const& route) {
+    RouteBatch const& batch = *route.batch;
+    line_.append(mrtTypeName(batch.mrtType));
+    line_.append('|');
+    line_.appendDecimal(batch.timestamp);
+    line_.append('|');
+    line_.append(kindLetter(batch.kind));
+    line_.append('|');
+    formatAddress(line_, batch.peer.ip);
+    line_.append('|');
+    line_.appendAsNumber(batch.peer.asn, asdot_);
+    line_.append('|');
+    formatPrefix(line_, route.nlri->prefix);
+    line_.append('|');
+    if (batch.addPath)
+        line_.appendDecimal(route.nlri->pathId);
+    line_.append('|');
+    if (route.asPath)
+        formatAsPath(line_, *route.asPath, asdot_);
+    line_.append('|');
+    U32 origin = 0;
+    if (originOf(route, &origin))
+        line_.appendAsNumber(origin, asdot_);
+    line_.append('|');
+    if (batch.attrs && batch.attrs->hasNextHop)
+        formatAddress(line_, batch.attrs->nextHop);
+    for (CommKind kind : printOrder) {
+        line_.append('|');
+        texts(*route.comms, kind);
+    }
+}
+
+void Output::json(RouteView const& route) {
+    RouteBatch const& batch = *route.batch;
+    line_.append("{\"file\":");
+    jsonString(route.file);
+    line_.append(",\"type\":\"");
+    line_.append(kindName(batch.kind));
+    line_.append("\",\"timestamp\":");
+    line_.appendDecimal(batch.timestamp);
+    line_.append(",\"peer_ip\":\"");
+    formatAddress(line_, batch.peer.ip);
+    line_.append("\",\"peer_asn\":");
+    line_.appendDecimal(batch.peer.asn);
+    line_.append(",\"prefix\":\"");
+    formatPrefix(line_, route.nlri->prefix);
+    line_.append('"');
+    if (batch.addPath) {
+        line_.append(",\"path_id\":");
+        line_.appendDecimal(route.nlri->pathId);
+    }
+    line_.append(",\"as_path\":\"");
+    if (route.asPath)
+        formatAsPath(line_, *route.asPath, false);
+    line_.append("\",\"origin_asn\":");
+    U32 origin = 0;
+    if (originOf(route, &origin))
+        line_.appendDecimal(origin);
+    else
+        line_.append("null");
+    line_.append(",\"next_hop\":");
+    if (batch.attrs && batch.attrs->hasNextHop) {
+        line_.append('"');
+        formatAddress(line_, batch.attrs->nextHop);
+        line_.append('"');
+    } else {
+        line_.append("null");
+    }
+    for (CommKind kind : printOrder) {
+        line_.append(",\"");
+        line_.append(jsonKeys[static_cast<unsigned>(kind)].texts);
+        line_.append("\":");
+        jsonTexts(*route.comms, kind);
+        line_.append(",\"");
+        line_.append(jsonKeys[static_cast<unsigned>(kind)].raw);
+        line_.append("\":");
+        jsonRaw(route, kind);
+    }
+    line_.append('}');
+}
+
+void Output::texts(RouteComms const& comms, CommKind kind) {
+    bool first = true;
+    ingest_.forEachText(comms, kind, asdot_, [&](std::string_view text) {
+        if (!first)
+            line_.append(' ');
+        first = false;
+        line_.append(text);
+    });
+}
+
+void Output::jsonTexts(RouteComms const& comms, CommKind kind) {
+    line_.append('[');
+    bool first = true;
+    ingest_.forEachText(comms, kind, asdot_, [&](std::string_view text) {
+        if (!first)
+            line_.append(',');
+        first = false;
+        jsonString(text);
+    });
+    line_.append(']');
+}
+
+void Output::jsonRaw(RouteView const& route, CommKind kind) {
+    line_.append('[');
+    if (route.batch->attrs) {
+        AttrSpan const& span = route.batch->attrs->of(kind);
+        U32 const size = commKindInfo(kind).elementSize;
+        for (U32 i = 0; span.present && i + size <= span.size; i += size) {
+            if (i != 0)
+                line_.append(',');
+            U8 const* p = span.data + i;
+            switch (kind) {
+                case CommKind::standard:
+                    line_.appendDecimal(be32(p));
+                    break;
+                case CommKind::large:
+                    line_.append('[');
+                    line_.appendDecimal(be32(p));
+                    line_.append(',');
+                    line_.appendDecimal(be32(p + 4));
+                    line_.append(',');
+                    line_.appendDecimal(be32(p + 8));
+                    line_.append(']');
+                    break;
+                case CommKind::extended:
+                case CommKind::ipv6:
+                    line_.append('"');
+                    appendHexOctets(line_, p, size);
+                    line_.append('"');
+                    break;
+            }
+        }
+    }
+    line_.append(']');
+}
+
+void Output::jsonString(std::string_view text) {
+    line_.append('"');
+    for (char c : text) {
+        auto u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            line_.append('\\');
+            line_.append(c);
+        } else if (u < 0x20) {
+            line_.append("\\u00");
+            line_.appendHex2(u);
+        } else {
+            line_.append(c);
+        }
+    }
+    line_.append('"');
+}
+
+}  // namespace Bgpcomm

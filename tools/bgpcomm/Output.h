@@ -1,0 +1,69 @@
+// Route output formats of `bgpcomm mrt`: one line per route.
+//
+//   text  <prefix> peer <ip> AS<asn>[ path-id <n>][ withdrawn]
+//         [ communities [..]][ large [..]][ extended [..]][ ipv6-extended [..]]
+//         (only the kinds the route carries)
+//   json  JSON Lines, one object per route, in the key order and value forms
+//         that other programs rely on (docs/BGPCOMM.md). Absent lists are
+//         [], "path_id" appears for
+//         ADDPATH records only, "origin_asn" and "next_hop" are null when the
+//         route has none, "as_path" is "" then.
+//   psv   a header line, then pipe-separated columns as bgpdump -m writes
+//         them (type, time, B/A/W, peer, AS, prefix, path, ...) followed by
+//         one column per community kind, values separated by blanks.
+//
+// Community texts come from the interned lists (sorted, without duplicates);
+// the JSON "_raw" arrays are the attribute octets as received.
+#pragma once
+
+#include <cstdio>
+#include <string_view>
+#include <vector>
+
+#include "VoFmt/StackBackedBuffer.h"
+#include "bgpcomm/Ingest.h"
+#include "bgpcomm/Mrt.h"
+
+namespace Bgpcomm {
+
+enum class Format { text, json, psv };
+
+// Everything one output line says about one route.
+struct RouteView {
+    std::string_view file;
+    RouteBatch const* batch = nullptr;
+    Nlri const* nlri = nullptr;
+    RouteComms const* comms = nullptr;
+    std::vector<AsPathEntry> const* asPath = nullptr;  // null for withdrawals
+};
+
+class Output {
+  public:
+    Output(Format format, bool asdot, Ingest& ingest, std::FILE* out)
+        : format_(format), asdot_(asdot), ingest_(ingest), out_(out) {}
+
+    // The psv header line; nothing for the other formats.
+    void begin();
+    void route(RouteView const& route);
+
+    // The line as it would be written (tests).
+    std::string_view formatted(RouteView const& route);
+
+  private:
+    void text(RouteView const& route);
+    void json(RouteView const& route);
+    void psv(RouteView const& route);
+    // The kind's texts separated by blanks.
+    void texts(RouteComms const& comms, CommKind kind);
+    void jsonTexts(RouteComms const& comms, CommKind kind);
+    void jsonRaw(RouteView const& route, CommKind kind);
+    void jsonString(std::string_view text);
+
+    Format format_;
+    bool asdot_;
+    Ingest& ingest_;
+    std::FILE* out_;
+    VoFmt::StackBackedBuffer<4096, (1u << 20)> line_;
+};
+
+}  // namespace Bgpcomm

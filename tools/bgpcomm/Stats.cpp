@@ -1,0 +1,157 @@
+#include "bgpcomm/Stats.h"
+
+#include <sys/resource.h>
+
+#include <chrono>
+#include <set>
+#include <type_traits>
+#include <unordered_set>
+
+namespace Bgpcomm {
+
+using namespace Routing::Bgp;
+
+namespace {
+
+struct KindCounts {
+    U64 values = 0;
+    U64 lists = 0;
+    U64 routes = 0;  // kept routes that carry the kind
+};
+
+template <class T>
+struct VectorHash {
+    std::size_t operator()(std::vector<T> const& v) const {
+        std::size_t h = v.size();
+        for (T const& item : v)
+            h = h * 1000003u ^ std::hash<T>()(item);
+        return h;
+    }
+};
+
+// Distinct interned lists of one kind (by identity) and the distinct values
+// they hold.
+template <class ListPtr>
+void distinctInterned(std::vector<RouteComms> const& held, ListPtr RouteComms::*member,
+                      KindCounts* out) {
+    using List = std::remove_const_t<std::remove_reference_t<decltype(*(held[0].*member))>>;
+    using Value = typename List::CommVector::value_type;
+    std::unordered_set<List const*> lists;
+    std::unordered_set<Value> values;
+    for (RouteComms const& comms : held) {
+        ListPtr const& list = comms.*member;
+        if (list && lists.insert(list.ptr()).second)
+            values.insert(list->commVectorRawPtr()->begin(), list->commVectorRawPtr()->end());
+    }
+    out->lists = lists.size();
+    out->values = values.size();
+}
+
+void printBytes(std::FILE* out, char const* label, U64 bytes, char const* how) {
+    std::fprintf(out, "%-20s %.1f MiB (%llu bytes, %s)\n", label, double(bytes) / (1 << 20),
+                 static_cast<unsigned long long>(bytes), how);
+}
+
+}  // namespace
+
+double monotonicSeconds() {
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+Stats::Stats(std::function<U64()> liveHeapBytes) : liveHeapBytes_(std::move(liveHeapBytes)) {}
+
+void Stats::start() {
+    heapAtStart_ = liveHeapBytes_ ? liveHeapBytes_() : 0;
+    startSeconds_ = monotonicSeconds();
+}
+
+void Stats::stop() {
+    seconds_ = monotonicSeconds() - startSeconds_;
+    heapAtStop_ = liveHeapBytes_ ? liveHeapBytes_() : 0;
+}
+
+void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest) const {
+    KindCounts kinds[commKindCount];
+    auto& standard = kinds[unsigned(CommKind::standard)];
+    auto& large = kinds[unsigned(CommKind::large)];
+    auto& extended = kinds[unsigned(CommKind::extended)];
+    auto& ipv6 = kinds[unsigned(CommKind::ipv6)];
+    distinctInterned(held_, &RouteComms::standard, &standard);
+    distinctInterned(held_, &RouteComms::large, &large);
+    {
+        std::unordered_set<std::vector<ExtComm const*>, VectorHash<ExtComm const*>> lists;
+        std::unordered_set<ExtComm const*> values;
+        std::vector<ExtComm const*> list;
+        for (RouteComms const& comms : held_) {
+            if (comms.extended.empty())
+                continue;
+            list.clear();
+            for (auto const& comm : comms.extended) {
+                list.push_back(comm.ptr());
+                values.insert(comm.ptr());
+            }
+            lists.insert(list);
+        }
+        extended.lists = lists.size();
+        extended.values = values.size();
+    }
+    {
+        std::set<std::vector<ExtCommIp6Content>> lists;
+        std::set<ExtCommIp6Content> values;
+        std::vector<ExtCommIp6Content> list;
+        for (RouteComms const& comms : held_) {
+            if (comms.ipv6.empty())
+                continue;
+            list.clear();
+            for (auto const& comm : comms.ipv6) {
+                list.push_back(comm->getContent());
+                values.insert(comm->getContent());
+            }
+            lists.insert(list);
+        }
+        ipv6.lists = lists.size();
+        ipv6.values = values.size();
+    }
+    for (RouteComms const& comms : held_)
+        for (unsigned k = 0; k < commKindCount; ++k)
+            kinds[k].routes += comms.has(static_cast<CommKind>(k));
+
+    std::fprintf(out, "%-20s %llu\n", "files", static_cast<unsigned long long>(counts.files));
+    std::fprintf(out, "%-20s %llu\n", "MRT records",
+                 static_cast<unsigned long long>(counts.records));
+    std::fprintf(out, "%-20s %llu\n", "routes read",
+                 static_cast<unsigned long long>(counts.routesRead));
+    std::fprintf(out, "%-20s %llu\n", "routes matched",
+                 static_cast<unsigned long long>(counts.routesMatched));
+    std::fprintf(out, "%-20s %llu\n", "skipped (messages)",
+                 static_cast<unsigned long long>(counts.skipped));
+    std::fprintf(out, "%-14s %12s %10s %10s %12s\n", "kind", "attributes", "values", "lists",
+                 "routes/list");
+    for (CommKind kind :
+         {CommKind::standard, CommKind::large, CommKind::extended, CommKind::ipv6}) {
+        KindCounts const& k = kinds[unsigned(kind)];
+        std::fprintf(out, "%-14s %12llu %10llu %10llu %12.2f\n", commKindInfo(kind).name,
+                     static_cast<unsigned long long>(counts.attributes[unsigned(kind)]),
+                     static_cast<unsigned long long>(k.values),
+                     static_cast<unsigned long long>(k.lists),
+                     k.lists ? double(k.routes) / double(k.lists) : 0.0);
+    }
+    std::fprintf(out, "%-20s standard lists %zu, large lists %zu, extended values %zu\n",
+                 "interned in tables", ingest.standardListsInterned(), ingest.largeListsInterned(),
+                 ingest.extCommsInterned());
+    if (liveHeapBytes_) {
+        U64 heldArray = held_.capacity() * sizeof(RouteComms);
+        U64 held =
+            heapAtStop_ > heapAtStart_ + heldArray ? heapAtStop_ - heapAtStart_ - heldArray : 0;
+        printBytes(out, "interned state", held, "heap held after reading");
+    }
+    struct rusage usage {};
+    getrusage(RUSAGE_SELF, &usage);
+    printBytes(out, "peak memory", U64(usage.ru_maxrss) * 1024, "ru_maxrss");
+    std::fprintf(out, "%-20s %.3f s\n", "time", seconds_);
+    std::fprintf(out, "%-20s %.0f\n", "routes per second",
+                 seconds_ > 0 ? double(counts.routesRead) / seconds_ : 0.0);
+}
+
+}  // namespace Bgpcomm
