@@ -5,13 +5,15 @@ Speaker "origin" (AS 65001) announces routes carrying every community kind the
 gobgp 3.10 CLI can put on a route; speaker "collector" (AS 65000) learns them
 over an eBGP session on 127.0.0.1, adds route-origin and link-bandwidth
 extended communities with an import policy (the 3.10 CLI cannot set those on
-a route: it has no route-origin keyword and its "lb" parser is broken),
-originates two routes itself, and writes its RIB as an MRT TABLE_DUMPv2 file.
+a route: it has no route-origin keyword and its "lb" parser is broken), and
+writes its RIB as an MRT TABLE_DUMPv2 file. The collector originates no route:
+gobgpd 3.10 dumps its own routes with a peer index one past the end of its
+PEER_INDEX_TABLE.
 
 `run OUTDIR` leaves in OUTDIR:
   gobgp-rib.mrt        the collector's first complete table dump taken after
-                       every route had arrived (learned routes are RIB_*
-                       records, the collector's own routes RIB_*_ADDPATH)
+                       every route had arrived (RIB_IPV4_UNICAST records, and
+                       RIB_IPV6_UNICAST_ADDPATH as ADD-PATH is on for IPv6)
   gobgp-rib.view.json  gobgp's own JSON view of that RIB
                        ({"ipv4": ..., "ipv6": ...},
                        each the output of `gobgp -j global rib -a FAMILY`)
@@ -75,11 +77,10 @@ ROUTES = [
     ("origin", "ipv6", "2001:db8:3::/48 redirect 2001:db8::1:100 redirect 2001:db8::2:65535"
      " rt 65001:3"),
     ("origin", "ipv4", "198.51.105.0/24 community 65001:5 redirect 2001:db8::5:5"),
-    # Originated by the collector itself; gobgp sends no LLGR_STALE route to a
-    # peer without long-lived graceful restart, so those two live here.
-    ("collector", "ipv4", "203.0.113.0/24 community llgr-stale,no-llgr,65000:1"
-     " rt 65000:1 valid"),
-    ("collector", "ipv6", "2001:db8:ff::/48 large-community 65000:0:1"),
+    # Long-lived graceful restart communities, and origin validation "valid".
+    ("origin", "ipv4", "203.0.113.0/24 community llgr-stale,no-llgr,65001:8"
+     " rt 65001:8 valid"),
+    ("origin", "ipv6", "2001:db8:ff::/48 large-community 65001:0:1"),
 ]
 
 # The collector's import policy adds these to the routes it learns for the
@@ -118,10 +119,19 @@ def die_with_parent():
     ctypes.CDLL(None, use_errno=True).prctl(1, signal.SIGTERM)
 
 
-def neighbor_toml(port, peer_as, passive):
+def neighbor_toml(port, peer_as, passive, add_paths):
+    """The session on 127.0.0.1. Long-lived graceful restart is negotiated
+    because gobgp sends no route carrying LLGR_STALE to a peer without it.
+    ADD-PATH (`add_paths`, e.g. "send-max = 8") is on for IPv6 only, so the
+    dump holds both RIB_IPV4_UNICAST and RIB_IPV6_UNICAST_ADDPATH records."""
     afis = "".join('  [[neighbors.afi-safis]]\n'
                    '    [neighbors.afi-safis.config]\n'
                    f'      afi-safi-name = "{f}-unicast"\n'
+                   '    [neighbors.afi-safis.long-lived-graceful-restart.config]\n'
+                   '      enabled = true\n'
+                   '      restart-time = 3600\n' +
+                   ('    [neighbors.afi-safis.add-paths.config]\n'
+                    f'      {add_paths}\n' if f == "ipv6" else "")
                    for f in FAMILIES)
     return ('[[neighbors]]\n'
             '  [neighbors.config]\n'
@@ -132,7 +142,10 @@ def neighbor_toml(port, peer_as, passive):
             f'    remote-port = {port}\n'
             f'    passive-mode = {"true" if passive else "false"}\n'
             '  [neighbors.timers.config]\n'
-            '    connect-retry = 1\n' + afis)
+            '    connect-retry = 1\n'
+            '  [neighbors.graceful-restart.config]\n'
+            '    enabled = true\n'
+            '    long-lived-enabled = true\n' + afis)
 
 
 def prefix_set(name, prefix, lengths=None):
@@ -294,14 +307,14 @@ def run(outdir, log=print):
     origin.text += ('[global.apply-policy.config]\n'
                     '  export-policy-list = ["next-hop"]\n'
                     '  default-export-policy = "accept-route"\n'
-                    + neighbor_toml(bgp_c, COLLECTOR_AS, passive=False) + origin_policy_toml())
+                    + neighbor_toml(bgp_c, COLLECTOR_AS, passive=False, add_paths="send-max = 8") + origin_policy_toml())
     collector = Speaker("collector", outdir, COLLECTOR_AS, "192.0.2.2", bgp_c, api_c)
     collector.text += (
         '[global.apply-policy.config]\n'
         '  import-policy-list = ["add-ext"]\n'
         '  default-import-policy = "accept-route"\n'
         '  default-export-policy = "reject-route"\n'
-        + neighbor_toml(bgp_o, ORIGIN_AS, passive=True) + collector_policy_toml() +
+        + neighbor_toml(bgp_o, ORIGIN_AS, passive=True, add_paths="receive = true") + collector_policy_toml() +
         '[[mrt-dump]]\n'
         '  [mrt-dump.config]\n'
         '    dump-type = "table"\n'
