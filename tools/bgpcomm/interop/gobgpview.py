@@ -144,7 +144,7 @@ def route_key(text):
 def gobgp_routes(view):
     """{key: [communities of each path]} from gobgp's JSON."""
     routes = {}
-    for family, rib in view.items():
+    for rib in view.values():
         for printed, paths in rib.items():
             for path in paths:
                 key = route_key(path.get("nlri", {}).get("prefix", printed))
@@ -169,13 +169,11 @@ def bgpcomm_routes(lines):
         if rec.get("type") != "rib":
             raise ViewError(f"bgpcomm output line {n}: a table dump holds only rib "
                             f"records, got type {rec.get('type')!r}")
-        comms = {k: [] for k in KINDS}
-        for kind in KINDS:
-            comms[kind] = rec.get(kind, [])
-        comms["ext_communities_raw"] = [v.lower() for v in comms["ext_communities_raw"]]
-        comms["ipv6_ext_communities_raw"] = [v.lower()
-                                             for v in comms["ipv6_ext_communities_raw"]]
-        routes.setdefault(route_key(rec.get("prefix", "")), []).append(comms)
+        missing = [k for k in KINDS + ("prefix",) if k not in rec]
+        if missing:
+            raise ViewError(f"bgpcomm output line {n} lacks {', '.join(missing)}")
+        comms = {k: rec[k] for k in KINDS}
+        routes.setdefault(route_key(rec["prefix"]), []).append(comms)
     return routes
 
 
