@@ -121,7 +121,7 @@ void BgpParseExtCommContainerSm::handleInitialized() {
     // Every plug-in listens before the first rule registers.
 #define VOBGP_PARSE_START_PLUGIN_(Plugin, needsMvpn)  \
     if (!(needsMvpn) || bgpParseExtCommMvpnEnabled()) \
-        extCommParserSmsEnq(Kiv::makeActive<Plugin>(collections));
+        extCommParserSmsEnq(Plugin::Plugin##Is(collections));
     VOBGP_PARSE_EXT_COMM_PLUGINS(VOBGP_PARSE_START_PLUGIN_)
 #undef VOBGP_PARSE_START_PLUGIN_
     extCommParserIs(BgpParseExtCommControl(collections));

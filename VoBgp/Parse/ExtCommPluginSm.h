@@ -31,7 +31,6 @@
 #pragma once
 
 #include <cstddef>
-#include <type_traits>
 #include <vector>
 
 #include "Kiv/Assert.h"
@@ -43,6 +42,11 @@
 
 namespace Routing::Bgp {
 
+// The "Mvpn" feature toggle, read once per process (the first call decides):
+// whether the container starts the plug-ins that need it.
+bool bgpParseExtCommMvpnEnabled();
+
+// The base of every parser plug-in; on its own it serves nothing.
 class BgpParseExtCommPluginBaseSm : public Kiv::PtrInterface {
   public:
     using Ptr = Kiv::Ptr<BgpParseExtCommPluginBaseSm>;
@@ -181,9 +185,6 @@ class BgpParseExtCommPluginBaseSm : public Kiv::PtrInterface {
 
 BgpParseExtCommPluginBaseSm::Ptr bgpParseExtCommPluginBaseSmFactory(
     BgpParseExtCommRuleCollections::PtrConst const& ruleCollections);
-
-// The "Mvpn" feature toggle, read once per process (the first call decides).
-bool bgpParseExtCommMvpnEnabled();
 
 // The parser as a whole: collections, plug-ins, root rule and show cache.
 class BgpParseExtCommContainerSm : public Kiv::PtrInterface {

@@ -28,6 +28,19 @@
 
 namespace Routing::Bgp {
 
+// The base of the type rules of a family, by its packet-type enumeration: a
+// template of internal/ExtCommRuleTemplates.h over BgpParseExtCommRuleBase
+// (below).
+template <class PktType>
+using BgpParseExtCommTypeRuleBaseOf =
+    BgpParseExtCommTypeRuleBaseT<typename BgpParseExtCommFamily<PktType>::Comm,
+                                 typename BgpParseExtCommFamily<PktType>::Content, PktType>;
+using BgpParseExtendedCommunityTypeRuleBase = BgpParseExtCommTypeRuleBaseOf<BgpExtCommPktType>;
+using BgpParseExtendedCommunityIp6TypeRuleBase =
+    BgpParseExtCommTypeRuleBaseOf<BgpExtCommIp6PktType>;
+
+// The base of every rule: a framework object built with the parse control,
+// through which it registers in the rule collections.
 class BgpParseExtCommRuleBase : public Kiv::PtrInterface {
   public:
     using Ptr = Kiv::Ptr<BgpParseExtCommRuleBase>;
@@ -44,15 +57,6 @@ class BgpParseExtCommRuleBase : public Kiv::PtrInterface {
   private:
     BgpParseExtCommControl parseControl_;
 };
-
-// The base of the type rules of a family, by its packet-type enumeration.
-template <class PktType>
-using BgpParseExtCommTypeRuleBaseOf =
-    BgpParseExtCommTypeRuleBaseT<typename BgpParseExtCommFamily<PktType>::Comm,
-                                 typename BgpParseExtCommFamily<PktType>::Content, PktType>;
-using BgpParseExtendedCommunityTypeRuleBase = BgpParseExtCommTypeRuleBaseOf<BgpExtCommPktType>;
-using BgpParseExtendedCommunityIp6TypeRuleBase =
-    BgpParseExtCommTypeRuleBaseOf<BgpExtCommIp6PktType>;
 
 // What a type rule is made of: its sub-type rule base, its type octet, its
 // fallback and whether it registers. Specialized below for each type rule

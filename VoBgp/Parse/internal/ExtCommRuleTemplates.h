@@ -150,68 +150,76 @@ class BgpParseRuleMap {
 // ---------------------------------------------------------------------------
 // Rule bases.
 
-// What goes with each packet-type enumeration: the value parsed, the object
-// built, and the base of every rule.
+// What goes with each packet-type enumeration: where the subtype octet is,
+// the value parsed, the object built, and the base of every rule.
 template <class PktType>
 struct BgpParseExtCommFamily;
 template <>
 struct BgpParseExtCommFamily<BgpExtCommPktType> {
+    static U8 subtypeOctet(ExtCommContent const& content) { return content.subtypeOctet(); }
     using Content = ExtCommContent;
     using Comm = ExtComm;
     using RuleBase = BgpParseExtCommRuleBase;
-    static U8 subtypeOctet(ExtCommContent const& content) { return content.subtypeOctet(); }
 };
 template <>
 struct BgpParseExtCommFamily<BgpExtCommIp6PktType> {
+    static U8 subtypeOctet(ExtCommIp6Content const& content) { return content.subtype; }
     using Content = ExtCommIp6Content;
     using Comm = ExtCommIp6;
     using RuleBase = BgpParseExtCommRuleBase;
-    static U8 subtypeOctet(ExtCommIp6Content const& content) { return content.subtype; }
+};
+
+// What the type and the sub-type rule bases share: the octet under which
+// their parent holds them (the type, or the subtype) and the contents of
+// their family that they inhale.
+template <class KeyT, class PktType>
+class BgpParseExtCommKeyedRuleBaseT : public BgpParseExtCommFamily<PktType>::RuleBase {
+    using RuleBase = typename BgpParseExtCommFamily<PktType>::RuleBase;
+
+  public:
+    using Family = BgpParseExtCommFamily<PktType>;
+    using Content = typename Family::Content;
+    using Comm = typename Family::Comm;
+
+  protected:
+    BgpParseExtCommKeyedRuleBaseT(BgpParseExtCommControl const& control, KeyT key)
+        : RuleBase(control), key_(key) {}
+    KeyT key() const { return key_; }
+
+  private:
+    KeyT key_;
 };
 
 // Base of the type rules, one shape for the 8-octet and the 20-octet
 // communities: a type octet and the inhale that dispatches by subtype.
 template <class CommT, class ContentT, class PktTypeT>
-class BgpParseExtCommTypeRuleBaseT : public BgpParseExtCommFamily<PktTypeT>::RuleBase {
-    using RuleBase = typename BgpParseExtCommFamily<PktTypeT>::RuleBase;
-
+class BgpParseExtCommTypeRuleBaseT : public BgpParseExtCommKeyedRuleBaseT<PktTypeT, PktTypeT> {
   public:
     using Ptr = Kiv::Ptr<BgpParseExtCommTypeRuleBaseT>;
     using PtrConst = Kiv::Ptr<BgpParseExtCommTypeRuleBaseT const>;
 
-    PktTypeT pktType() const { return pktType_; }
+    PktTypeT pktType() const { return this->key(); }
     virtual typename CommT::PtrConst inhale(ContentT const& content) const = 0;
 
   protected:
-    BgpParseExtCommTypeRuleBaseT(BgpParseExtCommControl const& control, PktTypeT pktType)
-        : RuleBase(control), pktType_(pktType) {}
-
-  private:
-    PktTypeT pktType_;
+    using BgpParseExtCommKeyedRuleBaseT<PktTypeT, PktTypeT>::BgpParseExtCommKeyedRuleBaseT;
 };
 
 // Base of the sub-type rule bases (one per kind), the leaves of the tree,
 // which the plug-ins write. inhale() builds the typed community, or returns
 // null to reject the value (the type rule then falls back).
 template <class SubtypeT, class PktType>
-class BgpParseExtCommSubTypeRuleBaseT : public BgpParseExtCommFamily<PktType>::RuleBase {
-    using RuleBase = typename BgpParseExtCommFamily<PktType>::RuleBase;
-
+class BgpParseExtCommSubTypeRuleBaseT : public BgpParseExtCommKeyedRuleBaseT<SubtypeT, PktType> {
   public:
     using Subtype = SubtypeT;
-    using Family = BgpParseExtCommFamily<PktType>;
-    using Content = typename Family::Content;
-    using Comm = typename Family::Comm;
+    using typename BgpParseExtCommKeyedRuleBaseT<SubtypeT, PktType>::Comm;
+    using typename BgpParseExtCommKeyedRuleBaseT<SubtypeT, PktType>::Content;
 
-    Subtype pktSubType() const { return pktSubType_; }
+    Subtype pktSubType() const { return this->key(); }
     virtual typename Comm::PtrConst inhale(Content const& content) const = 0;
 
   protected:
-    BgpParseExtCommSubTypeRuleBaseT(BgpParseExtCommControl const& control, Subtype pktSubType)
-        : RuleBase(control), pktSubType_(pktSubType) {}
-
-  private:
-    Subtype pktSubType_;
+    using BgpParseExtCommKeyedRuleBaseT<SubtypeT, PktType>::BgpParseExtCommKeyedRuleBaseT;
 };
 
 // ---------------------------------------------------------------------------
