@@ -317,12 +317,13 @@ TEST(PluginSmDeathTest, AddingNullRuleStopsTheProcess) {
     EXPECT_ASSERT_DEATH_IN(
         sm->addExtCommSubTypeTransOpaqueSubRule(opaqueKey, nullptr), "rule != __null",
         ": void Routing::Bgp::BgpParseExtCommPluginBaseSm::addExtCommSubTypeTransOpaqueSubRule("
-        "const Routing::Bgp::BgpParseExtCommSubTypeTransOpaqueRuleKey" VOBGP_REF
-        ", const Routing::Bgp::BgpParseExtComSubTypeTransOpaqueRuleBase::PtrConst" VOBGP_REF
-        ") const");
-    EXPECT_ASSERT_DEATH(sm->addExtCommIp6SubTypeNonTransSubRule(
-                            BgpParseExtCommIp6SubTypeNonTransRuleKey(), nullptr),
-                        "rule != __null");
+        "const Routing::Bgp::BgpParseExtCommSubTypeTransOpaqueRuleKey&, const PtrConst&) const");
+    EXPECT_ASSERT_DEATH_IN(
+        sm->addExtCommIp6SubTypeNonTransSubRule(BgpParseExtCommIp6SubTypeNonTransRuleKey(),
+                                                nullptr),
+        "rule != __null",
+        ": void Routing::Bgp::BgpParseExtCommPluginBaseSm::addExtCommIp6SubTypeNonTransSubRule("
+        "const Routing::Bgp::BgpParseExtCommIp6SubTypeNonTransRuleKey&, const PtrConst&) const");
     EXPECT_ASSERT_DEATH(
         sm->addExtendedCommunityTypeSubRule(BgpParseExtendedCommunityRuleKey(), nullptr),
         "__null != rule");

@@ -141,7 +141,9 @@ class BgpParseExtCommPluginBaseSm : public Kiv::PtrInterface {
     VOBGP_PARSE_PLUGIN_HANDLERS_(Name, Key)                                                  \
     void add##Name##SubRule(Key const& key, Routing::Bgp::SubRuleBase::PtrConst const& rule) \
         const {                                                                              \
-        KIV_ASSERT(rule != nullptr, "rule != __null");                                       \
+        KIV_ASSERT(rule != nullptr, "rule != __null",                                        \
+                   "void Routing::Bgp::BgpParseExtCommPluginBaseSm::add" #Name               \
+                   "SubRule(const Routing::Bgp::" #Key "&, const PtrConst&) const");         \
         key.rule()->subTypeRuleIs(rule);                                                     \
     }                                                                                        \
     void addSubRule(Key const& key, Routing::Bgp::SubRuleBase::PtrConst const& rule) const { \
