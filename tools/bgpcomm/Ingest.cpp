@@ -49,6 +49,12 @@ bool regexMatches(Routing::RouteMap::PosixRegex const* regex, std::string const&
     return regex->execute(text) == 0;
 }
 
+// Route policy sees a route without the attribute as the empty text.
+template <class ListPtr>
+bool listMatches(ListPtr const& list, Routing::RouteMap::PosixRegex const* regex) {
+    return list ? list->matchCommunitiesRegex(regex) : regexMatches(regex, "");
+}
+
 }  // namespace
 
 bool RouteComms::has(CommKind kind) const {
@@ -181,17 +187,13 @@ void Ingest::forEachText(RouteComms const& comms, CommKind kind, bool asdot,
 
 bool Ingest::matches(RouteComms const& comms, CommKind kind,
                      Routing::RouteMap::PosixRegex const* regex) const {
-    // Route policy sees a route without the attribute as the empty text.
     switch (kind) {
         case CommKind::standard:
-            return comms.standard ? comms.standard->matchCommunitiesRegex(regex)
-                                  : regexMatches(regex, "");
+            return listMatches(comms.standard, regex);
         case CommKind::large:
-            return comms.large ? comms.large->matchCommunitiesRegex(regex)
-                               : regexMatches(regex, "");
+            return listMatches(comms.large, regex);
         case CommKind::extended:
-            return comms.extended ? comms.extended->matchCommunitiesRegex(regex)
-                                  : regexMatches(regex, "");
+            return listMatches(comms.extended, regex);
         // Seam: becomes the IPv6 list's own matchCommunitiesRegex.
         case CommKind::ipv6: {
             for (unsigned bit : {unsigned(ExtCommIp6::StrepFormat::strepFormatDefaultBit),
