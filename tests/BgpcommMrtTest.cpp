@@ -182,8 +182,7 @@ TEST(BgpcommMrt, PsvHasHeaderAndBgpdumpColumns) {
 // writes no attribute at all: still the same (empty) set.
 TEST(BgpcommMrt, VerifyFindsEveryListRoundTrips) {
     Bgpcomm::MrtOptions options;
-    options.verify = true;
-    options.count = true;
+    options.verify = options.count = true;
     Result result = run(
         std::move(options),
         cat({peerTable(), theRib(entry1Attrs(), entry2Attrs(attr(0xC0, 16, {}))), theUpdate()}));
