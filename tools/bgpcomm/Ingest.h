@@ -6,15 +6,14 @@
 // What an agent does, done here the same way: standard and large values go
 // into a private CommList / LargeCommList (commIs) interned by dedup with one
 // table each; every 8-octet extended value becomes an ExtCommContent interned
-// by ExtComm::dedupContent, all through one parser container and one set of
-// tables for the whole run.
+// by ExtComm::dedupContent and goes into a private ExtCommList interned by
+// dedup with the one ExtCommListDedupTable, all through one parser container
+// and one set of tables for the whole run.
 //
 // Contract: the attribute spans handed in have a length that is a multiple of
 // the element size (the attribute walker checks that). Absent attributes give
 // null lists / empty sets. Not thread-safe: one Ingest per thread.
 #pragma once
-
-#include <regex.h>
 
 #include <functional>
 #include <string>
@@ -27,12 +26,12 @@
 #include "VoBgp/VoBgpCommunityList.h"
 #include "bgpcomm/Attrs.h"
 
+namespace Routing::RouteMap {
+class PosixRegex;
+}
+
 namespace Bgpcomm {
 
-// Seam: the interned extended community list (ExtCommList::PtrConst) takes
-// this place; until then each route keeps its interned communities sorted
-// (ExtComm::isBetterThan) and without duplicates.
-using ExtCommSet = std::vector<Routing::Bgp::ExtComm::PtrConst>;
 // Seam: the interned IPv6 list (ExtCommIp6List::PtrConst, of values interned
 // by ExtCommIp6::dedupContent) takes this place; until then each value is
 // built by the parser's IPv6 rules, not interned, kept sorted and unique.
@@ -41,7 +40,7 @@ using Ip6CommSet = std::vector<Routing::Bgp::ExtCommIp6::PtrConst>;
 struct RouteComms {
     Routing::Bgp::CommList::PtrConst standard;
     Routing::Bgp::LargeCommList::PtrConst large;
-    ExtCommSet extended;
+    Routing::Bgp::ExtCommList::PtrConst extended;
     Ip6CommSet ipv6;
 
     bool has(CommKind kind) const;
@@ -56,7 +55,7 @@ class Ingest {
     // interned object out.
     Routing::Bgp::CommList::PtrConst standard(AttrSpan const& attr);
     Routing::Bgp::LargeCommList::PtrConst large(AttrSpan const& attr);
-    ExtCommSet extended(AttrSpan const& attr);
+    Routing::Bgp::ExtCommList::PtrConst extended(AttrSpan const& attr);
     Ip6CommSet ipv6(AttrSpan const& attr);
     // All four of a path.
     void path(PathAttrs const& attrs, RouteComms* out);
@@ -68,14 +67,20 @@ class Ingest {
     void forEachText(RouteComms const& comms, CommKind kind, bool asdot,
                      std::function<void(std::string_view)> const& each);
     // Whether the list of `kind` matches `regex` the way route policy
-    // matches it (an absent list is matched as the empty text).
-    bool matches(RouteComms const& comms, CommKind kind, regex_t const* regex) const;
-    // The interned list of `kind` written back as its path attribute; null
-    // when the route has none.
+    // matches it (the list's matchCommunitiesRegex; an absent list is
+    // matched as the empty text).
+    bool matches(RouteComms const& comms, CommKind kind,
+                 Routing::RouteMap::PosixRegex const* regex) const;
+    // The interned list of `kind` written back as its path attribute (all
+    // extended communities, transitive or not); null when the route has
+    // none, empty when an extended list has no community to write.
     Kiv::String serialize(RouteComms const& comms, CommKind kind) const;
 
     // Interned objects now alive in the tables.
     std::size_t extCommsInterned() const;
+    std::size_t extListsInterned() const;
+    // Route-target and other classification lists together.
+    std::size_t extClassificationListsInterned() const;
     std::size_t standardListsInterned() const;
     std::size_t largeListsInterned() const;
 
@@ -84,6 +89,7 @@ class Ingest {
   private:
     Routing::Bgp::BgpParseExtCommContainerSm::Ptr parser_;
     Routing::Bgp::ExtCommDedupTable::Ptr extTable_;
+    Routing::Bgp::ExtCommListDedupTable::Ptr extListTable_;
     Routing::Bgp::CommListDedupTable::Ptr commTable_;
     Routing::Bgp::LargeCommListDedupTable::Ptr largeTable_;
 };
