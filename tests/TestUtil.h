@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
+#include <typeinfo>
 
 // Death tests match the abort message literally: assertion texts are full of
 // regex metacharacters ("( comm )->dedupState()").
@@ -16,3 +18,26 @@
     EXPECT_DEATH(statement, ::testing::AllOf(::testing::HasSubstr(std::string(function) + ": "), \
                                              ::testing::HasSubstr(std::string("Assertion `") +   \
                                                                   (text) + "' failed")))
+
+// What operator<< writes for `value`.
+template <class T>
+std::string streamed(T const& value) {
+    std::ostringstream os;
+    os << value;
+    return os.str();
+}
+// The same from a stream set to hexadecimal with its base shown: what
+// prints numbers itself must not depend on the caller's stream flags.
+template <class T>
+std::string streamedHex(T const& value) {
+    std::ostringstream os;
+    os << std::hex << std::showbase << value;
+    return os.str();
+}
+
+// The class of the object behind `p` (typeid of a call would be evaluated,
+// which compilers warn about).
+template <class T>
+std::type_info const& classOf(T const* p) {
+    return typeid(*p);
+}
