@@ -4,9 +4,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <typeinfo>
+#include <vector>
+
+#include "Kiv/Errors.h"
 
 // Death tests match the abort message literally: assertion texts are full of
 // regex metacharacters ("( comm )->dedupState()").
@@ -40,4 +48,20 @@ std::string streamedHex(T const& value) {
 template <class T>
 std::type_info const& classOf(T const* p) {
     return typeid(*p);
+}
+
+// The rows of a table-driven test, read with structured bindings:
+//   for (auto [value, text] : Rows<U64, char const*>{{1, "1"}, {2, "2"}})
+template <class... Columns>
+using Rows = std::initializer_list<std::tuple<Columns...>>;
+
+// The attribute a range error raised by `f` names; "none" without one.
+template <class F>
+std::string rangeErrorAttribute(F&& f) {
+    try {
+        f();
+    } catch (Kiv::RangeError const& e) {
+        return e.attributeName();
+    }
+    return "none";
 }
