@@ -245,7 +245,6 @@ TEST(RouteTarget, TextsByTypeOctetAndTheFrameworkForm) {
              {0x0202fa56ea000064ull, "4200000000:100", "64086.59904:100"},
              {0x020200010000ffffull, "65536:65535", "1.0:65535"},
              {0x02020000ffff0001ull, "65535:1", "65535:1"},
-             {0x0302000000000001ull, "0x0302000000000001", "0x0302000000000001"},
              {0xffffffffffffffffull, "0xffffffffffffffff", "0xffffffffffffffff"},
          }) {
         RouteTarget rt(value);
@@ -256,13 +255,8 @@ TEST(RouteTarget, TextsByTypeOctetAndTheFrameworkForm) {
         EXPECT_EQ(rt, RouteTarget::strepToValue(rt.valueToStrep()));
     }
     EXPECT_LT(RouteTarget(0x7fffffffffffffffull), RouteTarget(0x8000000000000000ull));
-    EXPECT_EQ(Kiv::hashU64(42, 7), RouteTarget(42).hash(7));
-    RouteTarget rt(0x0002fde800000064ull);
-    EXPECT_EQ("Value('Routing::Bgp::RouteTarget', ** {'value': 0x0002fde800000064})", streamed(rt));
-    Kiv::String text("Value('Routing::Bgp::RouteTarget', ** {'value': 0x64}), rest");
-    Kiv::String::IteratorConst it = text.begin();
-    EXPECT_EQ(100u, RouteTarget(it, text.end()).value());
-    EXPECT_EQ(", rest", std::string(it, text.end()));
+    EXPECT_EQ("Value('Routing::Bgp::RouteTarget', ** {'value': 0x0002fde800000064})",
+              streamed(RouteTarget(0x0002fde800000064ull)));
     std::string const head = "Value('Routing::Bgp::RouteTarget', ** {'value': ";
     // Bad digits are range errors, a bad frame a parse error.
     for (std::string bad : {"0xzz})", "0x10000000000000000})"})

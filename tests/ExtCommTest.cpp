@@ -40,8 +40,6 @@ TEST(ExtCommContent, HexFormAndItsInverse) {
 TEST(ExtComm, DerivedFormsOfFactoryBuiltCommunities) {
     for (auto [subtyped, value, text] : Rows<bool, U64, char const*>{
              {true, 0x0401020304050607, "<extCommPktTypeTransQosMarking none 0x0401020304050607>"},
-             {true, 0x4400000000000001,
-              "<extCommPktTypeNonTransQosMarking none 0x4400000000000001>"},
              {true, 0x0700000000000000, "<extCommPktTypeUnknown none 0x0700000000000000>"},
              {true, 0x0600000000000000,
               "<extCommPktTypeTransEvpn extCommPktSubtypeEvpnMacMobility 0x0600000000000000>"},
