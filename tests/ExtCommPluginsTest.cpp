@@ -219,25 +219,19 @@ void runParserWithMvpn(char const* toggleFile, bool on) {
     {
         Parser parser;
         // The plug-ins in start-up order, VRF route import last and only with "Mvpn".
-        std::vector<std::type_info const*> expected = {
-            &typeid(BgpParseExtCommRouteOriginSm),
-            &typeid(BgpParseExtCommRouteTargetSm),
-            &typeid(BgpParseExtCommTunnelEncapSm),
-            &typeid(BgpParseExtCommDefaultGatewaySm),
-            &typeid(BgpParseExtCommLinkBandwidthSm),
-            &typeid(BgpParseExtCommColorSm),
-            &typeid(BgpParseExtCommOriginValidationStateSm)};
+        std::vector<std::type_index> expected = {
+            typeid(BgpParseExtCommRouteOriginSm),          typeid(BgpParseExtCommRouteTargetSm),
+            typeid(BgpParseExtCommTunnelEncapSm),          typeid(BgpParseExtCommDefaultGatewaySm),
+            typeid(BgpParseExtCommLinkBandwidthSm),        typeid(BgpParseExtCommColorSm),
+            typeid(BgpParseExtCommOriginValidationStateSm)};
         if (on)
-            expected.push_back(&typeid(BgpParseExtCommVrfRouteImportSm));
-        std::vector<std::type_info const*> started;
+            expected.push_back(typeid(BgpParseExtCommVrfRouteImportSm));
+        std::vector<std::type_index> started;
         for (auto it = parser.container->extCommParserSmsBegin();
              it != parser.container->extCommParserSmsEnd(); ++it)
-            started.push_back(&classOf(it->sm.ptr()));
-        if (started.size() != expected.size())
-            faults.push_back(std::to_string(started.size()) + " plug-ins");
-        for (std::size_t i = 0; i < std::min(started.size(), expected.size()); ++i)
-            if (*started[i] != *expected[i])
-                faults.push_back("plug-in " + std::to_string(i) + " is " + started[i]->name());
+            started.push_back(classOf(it->sm.ptr()));
+        if (started != expected)
+            faults.push_back("plug-ins not started in order");
         for (auto& fault : rowFaults(parser, on))
             faults.push_back(std::move(fault));
     }

@@ -203,7 +203,6 @@ TEST(RuleCollections, NamedOperationsAnnounceOnlyRealChanges) {
         Recorder recorder(collections.ptr());
         collections->extendedCommSubTypeTransOpaqueRuleInstanceIs(a);
         collections->extendedCommSubTypeTransOpaqueRuleInstanceIs(a);
-        EXPECT_TRUE(collections->extendedCommSubTypeTransOpaqueRuleInstance().has(a));
         EXPECT_FALSE(collections->extendedCommSubTypeTransOpaqueRuleInstanceDel(b));
         EXPECT_TRUE(collections->extendedCommSubTypeTransOpaqueRuleInstanceDel(a));
         EXPECT_FALSE(collections->extendedCommSubTypeTransOpaqueRuleInstanceHas(a));
