@@ -203,7 +203,8 @@ TEST(CommList, CachesTheWellKnownFlagsOnDedup) {
     for (auto [members, flags] : Rows<std::vector<U32>, std::string>{
              {std::vector<U32>(), "000"},
              {std::vector<U32>{0xFFFFFF03}, "001"},
-             {{0xFFFFFF01, 0xFFFFFF02}, "110"},
+             {std::vector<U32>{0xFFFFFF01}, "100"},
+             {{0xFFFFFF02, 0xFFFFFF03}, "011"},
              {{0xFFFFFF02, 1, 0xFFFFFF03, 0xFFFFFF01}, "111"},
              {{0xFFFFFF00, 0xFFFFFF04, 0xFFFF0001, 0x0000FF01}, "000"}}) {
         auto list = CommList::CommListIs();
