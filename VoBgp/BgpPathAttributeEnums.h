@@ -77,6 +77,17 @@ KIV_ENUM(PrefixSidTlvType, U8, "Routing::Bgp::PrefixSidTlvType", VOBGP_PREFIX_SI
 // Label of an attribute type for show commands: a static string, never to be
 // freed. Code 0 reads "Invalid Path Attribute"; every other code without a
 // label, and every value above 255, reads "Invalid attribute".
+// The storage widths hold the Unknown members (256) of the two-octet
+// enumerations; the one-octet ones have none.
+static_assert(sizeof(AspType) == 1 && sizeof(BgpPathAttrFlag) == 1 &&
+              sizeof(PrefixSidTlvType) == 1);
+static_assert(sizeof(BgpPathAttrType) == 2 && sizeof(OriginCode) == 2);
+static_assert(Kiv::enumTable<AspType>().members.size() == 7);
+static_assert(Kiv::enumTable<BgpPathAttrFlag>().members.size() == 6);
+static_assert(Kiv::enumTable<BgpPathAttrType>().members.size() == 29);
+static_assert(Kiv::enumTable<OriginCode>().members.size() == 4);
+static_assert(Kiv::enumTable<PrefixSidTlvType>().members.size() == 4);
+
 char const* bgpPathAttrTypeShowString(BgpPathAttrType type);
 
 }  // namespace Routing::Bgp

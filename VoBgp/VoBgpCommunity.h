@@ -199,6 +199,9 @@ class ExtComm : public KivStash::ContentHandle<ExtCommContent> {
     friend Kiv::Ptr<T> makeExtComm(Args&&... args);
 };
 
+// Interned by the million: a handle header and the content, no more.
+static_assert(sizeof(ExtComm) <= 32);
+
 // Types with a subtype octet.
 class ExtCommSubtyped : public ExtComm {
   public:

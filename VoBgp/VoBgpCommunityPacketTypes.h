@@ -229,6 +229,16 @@ KIV_ENUM(ExtCommClassification, U8, "Routing::Bgp::ExtCommClassification",
          ExtCommClassification_MEMBERS)
 KIV_ENUM(BgpCommunityValue, U32, "Routing::Bgp::BgpCommunityValue", BgpCommunityValue_MEMBERS)
 
+// Classifications 0 to 10 and the array bound after them; the
+// classification lives in one octet of a handle's user-data word.
+static_assert(sizeof(ExtCommClassification) == 1 && sizeof(BgpCommunityValue) == 4);
+static_assert(Kiv::enumTable<ExtCommClassification>().members.size() == 12 &&
+              extCommClassificationOneBeyondLast == 11);
+// Every packet enumeration is 16 bits wide, for its Unknown member 256.
+#define VOBGP_PACKET_ENUM_WIDTH_(Name) static_assert(sizeof(Name) == 2);
+VOBGP_PACKET_ENUMS(VOBGP_PACKET_ENUM_WIDTH_)
+#undef VOBGP_PACKET_ENUM_WIDTH_
+
 // Members that have a name but no octet is accepted as (see the two-octet-AS
 // table). Every other enumeration has none.
 template <class E>

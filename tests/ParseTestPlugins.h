@@ -1,19 +1,46 @@
-// Sub-type rules and plug-ins for the parser tests: the real typed plug-ins
-// live with their contents; these stand in for them with just enough
+// What the parser tests share: the rule kinds written out, and sub-type
+// rules and plug-ins that stand in for the typed ones with just enough
 // behaviour to observe the machinery (how often a rule ran, how many exist).
 #pragma once
 
 #include <atomic>
-
 #include <functional>
 #include <vector>
 
+#include "TestUtil.h"
 #include "VoBgp/Parse/ExtComm.h"
+
+// The fourteen rule kinds as the collections announce them, written out:
+// X(hook name, key type, attribute id of its set).
+#define PARSE_TEST_KINDS(X)                                                                    \
+    X(ExtendedCommunityType, BgpParseExtendedCommunityRuleKey, 0)                              \
+    X(ExtCommSubTypeTransTwoOctetAs, BgpParseExtCommSubTypeTransTwoOctetAsRuleKey, 1)          \
+    X(ExtCommSubTypeTransIpv4Address, BgpParseExtCommSubTypeTransIpv4AddressRuleKey, 2)        \
+    X(ExtCommSubTypeTransFourOctetAs, BgpParseExtCommSubTypeTransFourOctetAsRuleKey, 3)        \
+    X(ExtCommSubTypeTransOpaque, BgpParseExtCommSubTypeTransOpaqueRuleKey, 4)                  \
+    X(ExtCommSubTypeTransGeneric, BgpParseExtCommSubTypeTransGenericRuleKey, 5)                \
+    X(ExtCommSubTypeTransGenericPart2, BgpParseExtCommSubTypeTransGenericPart2RuleKey, 6)      \
+    X(ExtCommSubTypeTransGenericPart3, BgpParseExtCommSubTypeTransGenericPart3RuleKey, 7)      \
+    X(ExtCommSubTypeNonTransTwoOctetAs, BgpParseExtCommSubTypeNonTransTwoOctetAsRuleKey, 8)    \
+    X(ExtCommSubTypeNonTransIpv4Address, BgpParseExtCommSubTypeNonTransIpv4AddressRuleKey, 9)  \
+    X(ExtCommSubTypeNonTransFourOctetAs, BgpParseExtCommSubTypeNonTransFourOctetAsRuleKey, 10) \
+    X(ExtCommSubTypeNonTransOpaque, BgpParseExtCommSubTypeNonTransOpaqueRuleKey, 11)           \
+    X(ExtCommIp6SubTypeTrans, BgpParseExtCommIp6SubTypeTransRuleKey, 12)                       \
+    X(ExtCommIp6SubTypeNonTrans, BgpParseExtCommIp6SubTypeNonTransRuleKey, 13)
 
 namespace Routing::Bgp::ParseTest {
 
-// A sub-type rule of any kind: builds what `build` returns and counts its
-// calls and the live instances of its kind.
+// The size of each of the fourteen sets, in attribute order.
+inline std::vector<std::size_t> setSizes(BgpParseExtCommRuleCollections const& collections) {
+    std::vector<std::size_t> sizes;
+#define PARSE_TEST_SIZE_(Name, Key, id) sizes.push_back(collections.ruleInstances<Key>().size());
+    PARSE_TEST_KINDS(PARSE_TEST_SIZE_)
+#undef PARSE_TEST_SIZE_
+    return sizes;
+}
+
+// A sub-type rule of any kind: builds what `build` returns (null rejects)
+// and counts its calls and the live instances of its kind.
 template <class Base>
 class TestSubRule : public Base {
   public:
@@ -57,19 +84,16 @@ inline auto asNumberAs(ExtCommClassification classification, bool fourOctetAs) {
     };
 }
 
-// Route targets of the two-octet-AS and four-octet-AS types, and the
-// non-transitive link bandwidth: enough to intern communities of more than
-// one classification.
+using TwoOctetAsSubRule = TestSubRule<BgpParseExtComSubTypeTransTwoOctetAsRuleBase>;
+
+// A plug-in for two-octet-AS route targets that builds the generic
+// AS-number form: it can be told from the typed plug-in by the class.
 class TestRouteTargetSm : public BgpParseExtCommPluginBaseSm {
   public:
     explicit TestRouteTargetSm(BgpParseExtCommRuleCollections::PtrConst const& collections)
         : BgpParseExtCommPluginBaseSm(collections) {
         handleStartup();
     }
-    static Ptr TestRouteTargetSmIs(BgpParseExtCommRuleCollections::PtrConst const& collections) {
-        return Kiv::makeActive<TestRouteTargetSm>(collections);
-    }
-
     void instantiateExtCommSubTypeTransTwoOctetAsSubRule(
         BgpParseExtCommSubTypeTransTwoOctetAsRuleKey const& key,
         BgpParseExtCommControl const& control) const override {
@@ -77,30 +101,12 @@ class TestRouteTargetSm : public BgpParseExtCommPluginBaseSm {
                             control, extCommPktSubtypeTransTwoOctetAsRouteTarget,
                             asNumberAs(extCommClassificationRouteTarget, false)));
     }
-    void instantiateExtCommSubTypeTransFourOctetAsSubRule(
-        BgpParseExtCommSubTypeTransFourOctetAsRuleKey const& key,
-        BgpParseExtCommControl const& control) const override {
-        addSubRule(key, makeSubRule<BgpParseExtComSubTypeTransFourOctetAsRuleBase>(
-                            control, extCommPktSubtypeTransFourOctetAsRouteTarget,
-                            asNumberAs(extCommClassificationRouteTarget, true)));
-    }
-    void instantiateExtCommSubTypeNonTransTwoOctetAsSubRule(
-        BgpParseExtCommSubTypeNonTransTwoOctetAsRuleKey const& key,
-        BgpParseExtCommControl const& control) const override {
-        addSubRule(key, makeSubRule<BgpParseExtComSubTypeNonTransTwoOctetAsRuleBase>(
-                            control, extCommPktSubtypeNonTransTwoOctetAsLinkBandwidth,
-                            asNumberAs(extCommClassificationLinkBandwidth, false)));
-    }
 };
 
-// The sub-type rule the route-target plug-in put under type 0x00.
-inline TestSubRule<BgpParseExtComSubTypeTransTwoOctetAsRuleBase> const* twoOctetAsRouteTargetRule(
-    BgpParseExtendedCommunityRule const& root) {
-    auto typeRule = root.typeRule(extCommPktTypeTransTwoOctetAs);
-    auto const* rule = static_cast<BgpParseExtCommTransTwoOctetAsRule const*>(typeRule.ptr())
-                           ->subTypeRule()
-                           .find(extCommPktSubtypeTransTwoOctetAsRouteTarget);
-    return static_cast<TestSubRule<BgpParseExtComSubTypeTransTwoOctetAsRuleBase> const*>(rule);
+// The rule that serves `type` in `root`, as its class.
+template <class Rule>
+Rule* typeRuleOf(BgpParseExtendedCommunityRule const& root, BgpExtCommPktType type) {
+    return const_cast<Rule*>(static_cast<Rule const*>(root.typeRule(type).ptr()));
 }
 
 }  // namespace Routing::Bgp::ParseTest

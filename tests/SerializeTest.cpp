@@ -1,8 +1,9 @@
-#include <string>
-#include <vector>
+// Path attributes on the wire: the octet buffer, the attribute header in
+// its short and extended forms, and the attribute enumerations.
 
 #include "Routing/Bgp/Serialize.h"
 #include "TestUtil.h"
+#include "VoBgp/BgpPathAttributeEnums.h"
 #include "VoBgp/VoBgpSerialize.h"
 
 namespace SerializeTest {
@@ -10,12 +11,7 @@ namespace SerializeTest {
 using namespace Routing::Bgp;
 using Octets = std::vector<U8>;
 
-Octets octetsOf(Kiv::String const& s) {
-    return Octets(s.begin(), s.end());
-}
-
-// The first `n` octets of a string.
-Octets headOf(Kiv::String const& s, std::size_t n) {
+Octets octetsOf(Kiv::String const& s, std::size_t n = ~std::size_t(0)) {
     return Octets(s.begin(), s.begin() + std::min(n, s.size()));
 }
 
@@ -24,11 +20,7 @@ void fill(Serialize& out, U32 count) {
         out.addU8(static_cast<U8>(i));
 }
 
-constexpr char const* kReInitHdr =
-    "void Routing::Bgp::SerializePathAttribute::reInitHdr(Routing::Bgp::BgpPathAttrType, "
-    "Routing::Bgp::BgpPathAttrFlag, U32)";
-
-TEST(Serialize, WritesMultiOctetValuesInNetworkOrder) {
+TEST(Serialize, NetworkOrderAndGrowthKeepTheOctets) {
     Serialize out;
     U8 const address[16] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x01};
     out.addU8(0xAB);
@@ -39,55 +31,31 @@ TEST(Serialize, WritesMultiOctetValuesInNetworkOrder) {
     out.addOctets("xy", 2);
     Octets expected = {0xAB, 0x12, 0x34, 0x89, 0xAB, 0xCD, 0xEF, 1, 2, 3, 4, 5, 6, 7, 8};
     expected.insert(expected.end(), address, address + 16);
-    expected.push_back('x');
-    expected.push_back('y');
+    expected.insert(expected.end(), {'x', 'y'});
     EXPECT_EQ(expected, octetsOf(out.serializedString(0)));
     EXPECT_EQ(Octets(expected.begin() + 3, expected.end()), octetsOf(out.serializedString(3)));
-    EXPECT_TRUE(out.serializedString(out.size()).empty());
     EXPECT_FALSE(out.onHeap());
-}
 
-TEST(Serialize, GrowsPastTheInlineStorageKeepingItsOctets) {
-    Serialize out;
-    EXPECT_EQ(4096u, out.capacity());
-    fill(out, 4095);
-    out.addU32hton(0xDEADBEEF);  // straddles the inline boundary
-    EXPECT_TRUE(out.onHeap());
-    EXPECT_EQ(8192u, out.capacity());
-    fill(out, 10000);  // grows again from the heap
-    EXPECT_EQ(4095u + 4 + 10000, out.size());
-    Kiv::String s = out.serializedString(0);
-    ASSERT_EQ(out.size(), s.size());
-    for (U32 i = 0; i < 4095; ++i)
-        ASSERT_EQ(static_cast<U8>(i), static_cast<U8>(s.data()[i]));
-    EXPECT_EQ((Octets{0xDE, 0xAD, 0xBE, 0xEF}), Octets(s.begin() + 4095, s.begin() + 4099));
-    EXPECT_EQ(static_cast<U8>(9999), static_cast<U8>(s.data()[s.size() - 1]));
+    // Growing past the inline storage, and again from the heap, keeps every
+    // octet.
+    Serialize big;
+    fill(big, 4095);
+    big.addU32hton(0xDEADBEEF);  // straddles the inline boundary
+    EXPECT_TRUE(big.onHeap());
+    fill(big, 10000);
+    Kiv::String s = big.serializedString(0);
+    ASSERT_EQ(4095u + 4 + 10000, s.size());
+    EXPECT_EQ(Octets({0xFD, 0xFE, 0xDE, 0xAD, 0xBE, 0xEF, 0x00}),
+              Octets(s.begin() + 4093, s.begin() + 4100));
 }
-
-TEST(Serialize, GrowBufferInAdvanceAndSizeIs) {
-    Serialize out;
-    out.addU16hton(0x0102);
-    out.growBuffer(100);  // smaller than what it has: no change
-    EXPECT_FALSE(out.onHeap());
-    out.growBuffer(5000);
-    EXPECT_EQ(5000u, out.capacity());
-    EXPECT_EQ((Octets{1, 2}), octetsOf(out.serializedString(0)));
-    fill(out, 4998);
-    EXPECT_EQ(5000u, out.capacity());  // no reallocation up to what was announced
-    out.sizeIs(1);
-    out.addU8(9);
-    EXPECT_EQ((Octets{1, 9}), octetsOf(out.serializedString(0)));
-}
-
-struct HeaderCase {
-    BgpPathAttrType type;
-    BgpPathAttrFlag flags;
-    U32 size;
-    Octets header;
-};
 
 TEST(SerializePathAttribute, HeaderFormsAndExactLengths) {
-    HeaderCase const cases[] = {
+    struct Case {
+        BgpPathAttrType type;
+        BgpPathAttrFlag flags;
+        U32 size;
+        Octets header;
+    } const cases[] = {
         {community, optionalTransitive, 12, {0xC0, 0x08, 0x0C}},
         {extCommunityIp6, optionalTransitive, 300, {0xD0, 0x19, 0x01, 0x2C}},
         // The caller's extLen is honoured for a short value.
@@ -106,51 +74,39 @@ TEST(SerializePathAttribute, HeaderFormsAndExactLengths) {
         fill(attr, c.size);
         Kiv::String s = attr.serializedString();
         ASSERT_EQ(c.header.size() + c.size, s.size());
-        EXPECT_EQ(c.header, headOf(s, c.header.size())) << c.size;
-        if (c.size > 0) {
-            EXPECT_EQ(static_cast<U8>(c.size - 1), static_cast<U8>(s.end()[-1]));
-        }
+        EXPECT_EQ(c.header, octetsOf(s, c.header.size())) << c.size;
     }
-}
-
-TEST(SerializePathAttribute, AnnouncedSizeIsReservedUpFront) {
+    // The announced size is reserved up front.
     SerializePathAttribute small(community, optionalTransitive, 4092);
     EXPECT_FALSE(small.onHeap());  // the largest value that fits inline
     SerializePathAttribute large(largeCommunity, optionalTransitive, 60000);
     EXPECT_EQ(60004u, large.capacity());
-    fill(large, 60000);
-    EXPECT_EQ(60004u, large.capacity());
-    EXPECT_EQ(60004u, large.serializedString().size());
 }
 
-TEST(SerializePathAttribute, ClearAndReInitStartsAnotherAttribute) {
+TEST(SerializePathAttribute, ReInitStartsOrAppendsAnotherHeader) {
     SerializePathAttribute attr(extCommunityIp6, optionalTransitive, 300);
     fill(attr, 300);
     attr.clearAndReInit(community, optionalTransitive, 4);
-    EXPECT_EQ(3u, attr.headerSize());
-    EXPECT_EQ(4u, attr.attrSize());
     attr.addU32hton(0xFFFFFF01);
     EXPECT_EQ((Octets{0xC0, 0x08, 0x04, 0xFF, 0xFF, 0xFF, 0x01}),
               octetsOf(attr.serializedString()));
-}
-
-TEST(SerializePathAttribute, ReInitHdrAppendsWithoutTouchingTheAnnouncedSize) {
-    SerializePathAttribute attr(community, optionalTransitive, 4);
-    attr.reInitHdr(extCommunity, optionalTransitive, 300);
-    EXPECT_EQ(4u, attr.headerSize());
-    EXPECT_EQ(4u, attr.attrSize());
+    // reInitHdr appends without touching the announced size.
+    SerializePathAttribute twice(community, optionalTransitive, 4);
+    twice.reInitHdr(extCommunity, optionalTransitive, 300);
+    EXPECT_EQ(4u, twice.headerSize());
     EXPECT_EQ((Octets{0xC0, 0x08, 0x04, 0xD0, 0x10, 0x01, 0x2C}),
-              octetsOf(attr.serializedString(0)));
+              octetsOf(twice.serializedString(0)));
 }
 
 TEST(SerializePathAttributeDeathTest, ProgrammingErrorsStopTheProcess) {
+    char const* reInitHdr =
+        "void Routing::Bgp::SerializePathAttribute::reInitHdr(Routing::Bgp::BgpPathAttrType, "
+        "Routing::Bgp::BgpPathAttrFlag, U32)";
     // Checked before anything is written.
     EXPECT_ASSERT_DEATH_IN(SerializePathAttribute(attrTypeUnknown, optionalTransitive, 4),
-                           "attrType <= 0xFF", kReInitHdr);
+                           "attrType <= 0xFF", reInitHdr);
     EXPECT_ASSERT_DEATH_IN(SerializePathAttribute(largeCommunity, optionalTransitive, 65536),
-                           "attrSize <= 0xFFFF", kReInitHdr);
-    EXPECT_ASSERT_DEATH(SerializePathAttribute(largeCommunity, optionalTransitive, 0xFFFFFFFF),
-                        "attrSize <= 0xFFFF");
+                           "attrSize <= 0xFFFF", reInitHdr);
     EXPECT_ASSERT_DEATH_IN(
         {
             SerializePathAttribute attr(community, optionalTransitive, 8);
@@ -159,59 +115,55 @@ TEST(SerializePathAttributeDeathTest, ProgrammingErrorsStopTheProcess) {
         },
         "serialized.size() == attrSize_ + headerSize_",
         "Kiv::String Routing::Bgp::SerializePathAttribute::serializedString() const");
-    EXPECT_ASSERT_DEATH(
-        {
-            SerializePathAttribute attr(community, optionalTransitive, 0);
-            attr.addU8(1);  // one octet more than announced
-            attr.serializedString();
-        },
-        "serialized.size() == attrSize_ + headerSize_");
 }
 
 TEST(SerializePathAttributeAutoExtLen, FitsTheHeaderInFrontOfTheValue) {
-    struct Case {
-        U32 valueLen;
-        std::size_t resultLen;
-        Octets header;
-    };
-    Case const cases[] = {
-        {0, 3, {0xC0, 0x10, 0x00}},
-        {255, 258, {0xC0, 0x10, 0xFF}},
-        {256, 260, {0xD0, 0x10, 0x01, 0x00}},
-        {5000, 5004, {0xD0, 0x10, 0x13, 0x88}},
-    };
-    for (auto const& c : cases) {
+    for (auto [valueLen, header] : Rows<U32, Octets>{
+             {0, {0xC0, 0x10, 0x00}},
+             {255, {0xC0, 0x10, 0xFF}},
+             {256, {0xD0, 0x10, 0x01, 0x00}},
+             {5000, {0xD0, 0x10, 0x13, 0x88}},
+             // The length is taken as sixteen bits: 65537 octets announce 1.
+             {65537, {0xC0, 0x10, 0x01}},
+         }) {
         SerializePathAttributeAutoExtLen attr;
-        EXPECT_EQ(4u, attr.size());
-        fill(attr, c.valueLen);
+        fill(attr, valueLen);
         Kiv::String value = attr.serializeAttributeValue();
         Kiv::String s = attr.patchHdrAndStringify(extCommunity, optionalTransitive);
-        ASSERT_EQ(c.resultLen, s.size()) << c.valueLen;
-        EXPECT_EQ(c.header, headOf(s, c.header.size()));
-        EXPECT_EQ(c.header.size(), attr.headerSize());
-        EXPECT_EQ(value.view(), s.view().substr(c.header.size()));
-        EXPECT_EQ(value.view(), attr.serializeAttributeValue().view());
-        EXPECT_EQ(4 + c.valueLen, attr.size());  // the write position is restored
-        // The result is the buffer from offset 1 (short) or 0 (extended).
-        EXPECT_EQ(s.view(),
-                  attr.serializedString(static_cast<U32>(4 + c.valueLen - s.size())).view());
+        ASSERT_EQ(header.size() + valueLen, s.size()) << valueLen;
+        EXPECT_EQ(header, octetsOf(s, header.size()));
+        EXPECT_EQ(header.size(), attr.headerSize());
+        EXPECT_EQ(value.view(), s.view().substr(header.size()));
+        EXPECT_EQ(4 + valueLen, attr.size());  // the write position is restored
     }
+    SerializedBgpPrefixSidAttribute tlv(originatorSrgbTlv, 0x1234);
+    EXPECT_EQ((Octets{0x03, 0x12, 0x34}), octetsOf(tlv.serializedString(0)));
 }
 
-TEST(SerializePathAttributeAutoExtLen, LengthIsTakenAsSixteenBits) {
-    SerializePathAttributeAutoExtLen attr;
-    fill(attr, 65536 + 1);
-    Kiv::String s = attr.patchHdrAndStringify(largeCommunity, optionalTransitive);
-    // 65537 octets announce a length of 1 and keep the short header.
-    EXPECT_EQ((Octets{0xC0, 0x20, 0x01}), headOf(s, 3));
-    EXPECT_EQ(65537u + 3, s.size());
+TEST(PathAttributeEnums, NamesFlagsAndWidths) {
+    EXPECT_EQ("optionalTransitivePartial", valueToStrep(opt | transitive | partial));
+    EXPECT_EQ(0xD0, optionalTransitive | extLen);
+    EXPECT_EQ("nextHop aspTypeMax originatorSrgbTlv",
+              streamed(nextHop) + ' ' + streamed(aspTypeMax) + ' ' + streamed(originatorSrgbTlv));
+    // One-octet enums refuse what does not fit rather than truncate.
+    EXPECT_THROW(AspTypeInstance(256), Kiv::RangeError);
+    EXPECT_EQ(originUnknown, OriginCodeInstance(256));
 }
 
-TEST(SerializedBgpPrefixSidAttribute, WritesTheTlvHeader) {
-    SerializedBgpPrefixSidAttribute tlv(labelIndexTlv, 7);
-    EXPECT_EQ((Octets{0x01, 0x00, 0x07}), octetsOf(tlv.serializedString(0)));
-    SerializedBgpPrefixSidAttribute big(originatorSrgbTlv, 0x1234);
-    EXPECT_EQ((Octets{0x03, 0x12, 0x34}), octetsOf(big.serializedString(0)));
+// Labels of the members, and of codes without one (also beyond the octet).
+TEST(PathAttributeEnums, ShowStrings) {
+    for (auto [code, label] :
+         Rows<U32, char const*>{{0, "Invalid Path Attribute"},
+                                {3, "Nexthop"},
+                                {16, "Extended Community"},
+                                {25, "IPv6 Address Specific Extended Community"},
+                                {32, "Large Community"},
+                                {128, "Attribute Set"},
+                                {255, "Reserved for Development"},
+                                {11, "Invalid attribute"},
+                                {127, "Invalid attribute"},
+                                {256, "Invalid attribute"}})
+        EXPECT_STREQ(label, bgpPathAttrTypeShowString(BgpPathAttrTypeInstance(code))) << code;
 }
 
 }  // namespace SerializeTest

@@ -35,6 +35,9 @@ class ExtCommColor final : public ExtCommSubtyped {
     void appendColorOnlyBits(VoFmt::TextBuffer& out) const;
 };
 
+// A typed content adds behaviour, never storage.
+static_assert(sizeof(ExtCommColor) == sizeof(ExtComm));
+
 inline ExtCommColor::Ptr extCommColorFactory(ExtCommContent const& content) {
     return ExtCommColor::ExtCommColorIs(content);
 }

@@ -28,6 +28,9 @@ class ExtCommDefaultGateway final : public ExtCommSubtyped {
     friend Kiv::Ptr<T> makeExtComm(Args&&... args);
 };
 
+// A typed content adds behaviour, never storage.
+static_assert(sizeof(ExtCommDefaultGateway) == sizeof(ExtComm));
+
 inline ExtCommDefaultGateway::Ptr extCommDefaultGatewayFactory(ExtCommContent const& content) {
     return ExtCommDefaultGateway::ExtCommDefaultGatewayIs(content);
 }

@@ -54,6 +54,9 @@ class ExtCommLinkBandwidth final : public ExtCommAsNumber {
     friend Kiv::Ptr<T> makeExtComm(Args&&... args);
 };
 
+// A typed content adds behaviour, never storage.
+static_assert(sizeof(ExtCommLinkBandwidth) == sizeof(ExtComm));
+
 inline ExtCommLinkBandwidth::Ptr extCommLinkBandwidthFactory(ExtCommContent const& content) {
     return ExtCommLinkBandwidth::ExtCommLinkBandwidthIs(content);
 }

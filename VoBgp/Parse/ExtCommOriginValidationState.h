@@ -51,6 +51,9 @@ class ExtCommOriginValidationState final : public ExtCommSubtyped {
     friend Kiv::Ptr<T> makeExtComm(Args&&... args);
 };
 
+// A typed content adds behaviour, never storage.
+static_assert(sizeof(ExtCommOriginValidationState) == sizeof(ExtComm));
+
 inline ExtCommOriginValidationState::Ptr extCommOriginValidationStateFactory(
     ExtCommContent const& content) {
     return ExtCommOriginValidationState::ExtCommOriginValidationStateIs(content);

@@ -53,6 +53,10 @@ class ExtCommRouteOriginIpv4Address final
     friend Kiv::Ptr<T> makeExtComm(Args&&... args);
 };
 
+// A typed content adds behaviour, never storage.
+static_assert(sizeof(ExtCommRouteOriginAs) == sizeof(ExtComm));
+static_assert(sizeof(ExtCommRouteOriginIpv4Address) == sizeof(ExtComm));
+
 inline ExtCommRouteOriginAs::Ptr extCommRouteOriginAsFactory(ExtCommContent const& content,
                                                              bool fourOctetAs) {
     return ExtCommRouteOriginAs::ExtCommRouteOriginAsIs(content, fourOctetAs);

@@ -52,6 +52,10 @@ class ExtCommRouteTargetIpv4Address final
     friend Kiv::Ptr<T> makeExtComm(Args&&... args);
 };
 
+// A typed content adds behaviour, never storage.
+static_assert(sizeof(ExtCommRouteTargetAs) == sizeof(ExtComm));
+static_assert(sizeof(ExtCommRouteTargetIpv4Address) == sizeof(ExtComm));
+
 inline ExtCommRouteTargetAs::Ptr extCommRouteTargetAsFactory(ExtCommContent const& content,
                                                              bool fourOctetAs) {
     return ExtCommRouteTargetAs::ExtCommRouteTargetAsIs(content, fourOctetAs);

@@ -54,6 +54,9 @@ class ExtCommTunnelEncap final : public ExtCommSubtyped {
     friend Kiv::Ptr<T> makeExtComm(Args&&... args);
 };
 
+// A typed content adds behaviour, never storage.
+static_assert(sizeof(ExtCommTunnelEncap) == sizeof(ExtComm));
+
 inline ExtCommTunnelEncap::Ptr extCommTunnelEncapFactory(ExtCommContent const& content) {
     return ExtCommTunnelEncap::ExtCommTunnelEncapIs(content);
 }

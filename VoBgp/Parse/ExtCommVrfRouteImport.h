@@ -33,6 +33,9 @@ class ExtCommVrfRouteImportIpv4Address final : public ExtCommIpv4Address {
     friend Kiv::Ptr<T> makeExtComm(Args&&... args);
 };
 
+// A typed content adds behaviour, never storage.
+static_assert(sizeof(ExtCommVrfRouteImportIpv4Address) == sizeof(ExtComm));
+
 inline ExtCommVrfRouteImportIpv4Address::Ptr extCommVrfRouteImportIpv4AddressFactory(
     ExtCommContent const& content) {
     return ExtCommVrfRouteImportIpv4Address::ExtCommVrfRouteImportIpv4AddressIs(content);

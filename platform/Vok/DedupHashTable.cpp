@@ -14,6 +14,7 @@ constexpr std::size_t initialSlots = 8;
 }  // namespace
 
 std::atomic<bool> DedupHandle::countingEnabled_{true};
+std::atomic<DedupHashTable::ReleaseWindowHook> DedupHashTable::releaseWindowHook_{nullptr};
 
 DedupHandle::~DedupHandle() = default;
 
@@ -141,6 +142,8 @@ DedupHandle::PtrConst DedupHashTable::dedup(DedupHandle const* candidate,
 }
 
 void DedupHashTable::doRemoveFromDedupTable(DedupHandle const* handle) const {
+    if (ReleaseWindowHook hook = releaseWindowHook_.load(std::memory_order_relaxed))
+        hook(handle);
     U32 hash = handle->hash();
     Shard& shard = shardFor(hash);
     {

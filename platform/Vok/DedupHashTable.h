@@ -24,6 +24,7 @@
 // callbacks.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -103,6 +104,16 @@ class DedupHashTable : public Kiv::PtrInterface {
 
     void dumpState(DumpContext const& dumpCtx, U32 indentCount) const;
 
+    // For tests of the revive race: a hook run by a release that found only
+    // the table's reference left besides its own, before it takes the shard
+    // lock (the window in which a lookup may still revive the handle), so a
+    // test can revive it there every time instead of by chance. Unset (null)
+    // it costs one relaxed load per such release.
+    using ReleaseWindowHook = void (*)(DedupHandle const* handle);
+    static void releaseWindowHookIs(ReleaseWindowHook hook) {
+        releaseWindowHook_.store(hook, std::memory_order_relaxed);
+    }
+
   protected:
     explicit DedupHashTable(bool threadSafe);
 
@@ -142,6 +153,8 @@ class DedupHashTable : public Kiv::PtrInterface {
     // Drops a handle's last outside reference; removes it when that leaves
     // only the table's.
     void doRemoveFromDedupTable(DedupHandle const* handle) const;
+
+    static std::atomic<ReleaseWindowHook> releaseWindowHook_;
 
     bool threadSafe_;
     unsigned shardShift_;
