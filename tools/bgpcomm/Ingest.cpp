@@ -74,7 +74,9 @@ Ingest::Ingest()
     : parser_(BgpParseExtCommContainerSm::BgpParseExtCommContainerSmIs()),
       extTable_(extCommDedupTableFactory(parser_->extCommParser())),
       commTable_(commListDedupTableFactory()),
-      largeTable_(largeCommListDedupTableFactory()) {}
+      largeTable_(largeCommListDedupTableFactory()),
+      ip6Table_(extCommIp6DedupTableFactory(parser_->extCommParser())),
+      ip6ListTable_(extCommIp6ListDedupTableFactory()) {}
 
 Ingest::~Ingest() = default;
 
@@ -114,22 +116,13 @@ ExtCommSet Ingest::extended(AttrSpan const& attr) {
 }
 
 Ip6CommSet Ingest::ipv6(AttrSpan const& attr) {
-    Ip6CommSet set;
     if (!attr.present)
-        return set;
-    set.reserve(attr.size / 20);
+        return {};
+    ExtCommIp6List::Ptr list = extCommIp6ListFactory();
+    list->expectedCommunityCountIs(attr.size / 20);
     for (U32 i = 0; i + 20 <= attr.size; i += 20)
-        set.push_back(
-            parser_->extCommParser()->parseExtendedCommunityIp6(ip6Content(attr.data + i)));
-    auto less = [](ExtCommIp6::PtrConst const& a, ExtCommIp6::PtrConst const& b) {
-        return a->getContent() < b->getContent();
-    };
-    auto same = [](ExtCommIp6::PtrConst const& a, ExtCommIp6::PtrConst const& b) {
-        return a->getContent() == b->getContent();
-    };
-    std::sort(set.begin(), set.end(), less);
-    set.erase(std::unique(set.begin(), set.end(), same), set.end());
-    return set;
+        list->commIs(ExtCommIp6::dedupContent(ip6Table_.ptr(), ip6Content(attr.data + i)));
+    return {list->dedup(ip6ListTable_.ptr())};
 }
 
 void Ingest::path(PathAttrs const& attrs, RouteComms* out) {
@@ -268,18 +261,15 @@ Kiv::String Ingest::serialize(RouteComms const& comms, CommKind kind) const {
                 out.addU64hton(comm->community());
             return out.serializedString();
         }
-        case CommKind::ipv6: {
-            SerializePathAttribute out(extCommunityIp6, optionalTransitive,
-                                       static_cast<U32>(comms.ipv6.size() * 20));
-            for (ExtCommIp6::PtrConst const& comm : comms.ipv6) {
-                ExtCommIp6Content const& content = comm->getContent();
-                out.addU8(content.type);
-                out.addU8(content.subtype);
-                out.addOctets(content.addr.octets().data(), 16);
-                out.addU16hton(content.localAdmin);
-            }
-            return out.serializedString();
-        }
+        case CommKind::ipv6:
+            if (!comms.ipv6.list)
+                return Kiv::String();
+            // The library sends no attribute for no communities; a received
+            // empty one is written back as it came.
+            if (comms.ipv6.empty())
+                return SerializePathAttribute(extCommunityIp6, optionalTransitive, 0)
+                    .serializedString();
+            return comms.ipv6.list->serialize(true);
     }
     return {};
 }
