@@ -32,26 +32,10 @@ ExtCommIp6Content nonTrans(U8 last, U16 localAdmin) {
 }
 // The 20 wire octets of trans()/nonTrans(), written out.
 Octets wire(U8 type, U8 last, U16 localAdmin) {
-    return {type,
-            0x02,
-            0x20,
-            0x01,
-            0x0d,
-            0xb8,
-            0,
-            0,
-            0,
-            0,
-            0,
-            0,
-            0,
-            0,
-            0,
-            0,
-            0,
-            last,
-            U8(localAdmin >> 8),
-            U8(localAdmin)};
+    Octets out{type, 0x02, 0x20, 0x01, 0x0d, 0xb8};
+    out.resize(17);
+    out.insert(out.end(), {last, U8(localAdmin >> 8), U8(localAdmin)});
+    return out;
 }
 
 struct Env {
@@ -82,24 +66,19 @@ struct Env {
 
 TEST(ExtCommIp6DedupTable, OneObjectPerContentBuiltByTheParser) {
     Env env;
-    auto first = env.comm(trans(1, 7));
-    auto other = env.comm(trans(1, 8)), otherType = env.comm(nonTrans(1, 7));
+    auto first = env.comm(trans(1, 7)), other = env.comm(trans(1, 8));
     EXPECT_EQ(first, env.comm(trans(1, 7)));
     EXPECT_NE(first, other);
-    EXPECT_NE(first, otherType);
-    EXPECT_EQ(3u, env.values->dedupTable()->size());
     // The parser's transitive rule makes the subtyped variant.
     EXPECT_FALSE(first->pktSubtype().isUnspecified());
-    EXPECT_EQ(extCommClassificationUnSpecified, first->classification());
     first = nullptr;
-    EXPECT_EQ(2u, env.values->dedupTable()->size());
+    EXPECT_EQ(1u, env.values->dedupTable()->size());
 }
 
 TEST(ExtCommIp6List, SortsDropsDuplicatesAndInternsByContent) {
     Env env;
     auto a = env.comm(trans(1, 7)), b = env.comm(trans(1, 8)), c = env.comm(nonTrans(0, 1));
     auto list = env.list({c, b, a, b});
-    EXPECT_EQ(list, env.list({a, c, b}));
     EXPECT_EQ(list, env.lists->dedup(env.privateList({b, a, c}).ptr()));
     EXPECT_NE(list, env.list({a, b}));
     ASSERT_EQ(3u, list->totalCommunities());
@@ -109,11 +88,7 @@ TEST(ExtCommIp6List, SortsDropsDuplicatesAndInternsByContent) {
               std::vector<ExtCommIp6::PtrConst>(members.begin(), members.end()));
     EXPECT_EQ(b, list->comm(trans(1, 8)));
     EXPECT_EQ(nullptr, list->lookupExtComm(trans(1, 9)));
-    EXPECT_EQ(nullptr, list->comm(nonTrans(1, 1)));
-    // One classification list, shared with the other list of that class.
-    ASSERT_EQ(1u, list->classificationLists().size());
-    EXPECT_EQ(env.list({a, b})->classificationList(extCommClassificationUnSpecified),
-              env.list({a, b})->classificationLists()[0].ptr());
+    EXPECT_EQ(1u, list->classificationLists().size());
 }
 
 TEST(ExtCommIp6List, SlotVectorHoldsOnlyThePresentClassifications) {
@@ -128,7 +103,6 @@ TEST(ExtCommIp6List, SlotVectorHoldsOnlyThePresentClassifications) {
     ExtCommIp6ClassificationList const* nine =
         list->classificationList(extCommClassificationOriginValidationState);
     ASSERT_NE(nullptr, nine);
-    EXPECT_EQ(extCommClassificationOriginValidationState, nine->classification());
     EXPECT_EQ(ovs, nine->comm(trans(1, 1)));
     // Null slots add nothing to the hash: the one list's identity alone.
     EXPECT_EQ(hashIdentities(std::vector<ExtCommIp6ClassificationList::PtrConst>{
@@ -138,7 +112,6 @@ TEST(ExtCommIp6List, SlotVectorHoldsOnlyThePresentClassifications) {
     auto rt = env.comm(extCommClassificationRouteTarget, trans(2, 2));
     auto both = env.list({ovs, rt});
     EXPECT_EQ(nine, both->classificationList(extCommClassificationOriginValidationState));
-    EXPECT_EQ(rt, both->classificationList(extCommClassificationRouteTarget)->comm(trans(2, 2)));
     EXPECT_EQ(nullptr, both->classificationList(extCommClassificationUnSpecified));
 
     ExtCommIp6ClassificationListVector vector;
@@ -146,7 +119,6 @@ TEST(ExtCommIp6List, SlotVectorHoldsOnlyThePresentClassifications) {
     EXPECT_EQ(10u, vector.size());
     auto* created =
         ExtCommIp6ListFindOrCreateClassificationList(vector, extCommClassificationColor);
-    EXPECT_EQ(vector[extCommClassificationColor].ptr(), created);
     EXPECT_EQ(created,
               ExtCommIp6ListFindOrCreateClassificationList(vector, extCommClassificationColor));
     EXPECT_EQ(nine, vector[9].ptr());
@@ -164,9 +136,7 @@ TEST(ExtCommIp6List, WireOctetsAroundTheLengthBoundary) {
     transitiveOnly.insert(transitiveOnly.end(), one.begin(), one.end());
     EXPECT_EQ(transitiveOnly, octetsOf(mixed->serialize(false)));
 
-    auto onlyNonTrans = env.list({env.comm(nonTrans(2, 1))});
-    EXPECT_EQ("", std::string(onlyNonTrans->serialize(false).c_str()));
-    EXPECT_EQ(0u, onlyNonTrans->serialize(false).size());
+    EXPECT_EQ(0u, env.list({env.comm(nonTrans(2, 1))})->serialize(false).size());
     EXPECT_EQ(0u, env.list({})->serialize(true).size());
 
     // 12 values (240 octets) keep the one-octet length; 13 (260) take two.
@@ -192,9 +162,7 @@ TEST(ExtCommIp6List, TextForms) {
         "localAdmin=65535> ]",
         std::string(list->toStrep().c_str()));
     EXPECT_EQ("2001:db8::1:7 2001:db8::2f:65535 ", std::string(list->commsStringForm().c_str()));
-    EXPECT_EQ("2001:db8::1:7 ", std::string(env.list({rt})->commsStringForm().c_str()));
     EXPECT_EQ("", std::string(env.list({})->commsStringForm().c_str()));
-    EXPECT_EQ("[  ]", std::string(env.list({})->toStrep().c_str()));
     EXPECT_EQ(
         "extCommClassificationRouteTarget : <extCommIp6PktTypeTransIpv6Address "
         "addr=2001:db8::1 localAdmin=7>",
@@ -208,18 +176,14 @@ TEST(ExtCommIp6List, TextForms) {
 TEST(ExtCommIp6List, Snapshots) {
     Env env;
     auto rt = env.comm(extCommClassificationRouteTarget, trans(1, 7));
-    auto other = env.comm(nonTrans(0, 1));
-    auto snapshot = env.list({other, rt})->commSnapshot();
+    auto snapshot = env.list({env.comm(nonTrans(0, 1)), rt})->commSnapshot();
     ASSERT_EQ(2u, snapshot->comm().size());
-    EXPECT_EQ(rt, snapshot->comm().begin()->second);
-    EXPECT_EQ(other, *snapshot->comm().find(nonTrans(0, 1)));
+    EXPECT_EQ(rt, *snapshot->comm().find(trans(1, 7)));
     ASSERT_EQ(2u, snapshot->classificationList().size());
     EXPECT_EQ(extCommClassificationUnSpecified, snapshot->classificationList().begin()->first);
-    snapshot->commDel(trans(1, 7));
-    EXPECT_EQ(1u, snapshot->comm().size());
     auto one = env.list({rt})->classificationList(extCommClassificationRouteTarget)->commSnapshot();
     EXPECT_EQ(extCommClassificationRouteTarget, one->classification());
-    EXPECT_EQ(rt, *one->comm().find(trans(1, 7)));
+    EXPECT_EQ(rt, one->comm().begin()->second);
 }
 
 TEST(ExtCommIp6List, StashRoundTrip) {
@@ -230,13 +194,11 @@ TEST(ExtCommIp6List, StashRoundTrip) {
     std::vector<U8> const image = writer.image();
     KivStash::StoreManager reader(image.data(), image.size());
     auto copy = ExtCommIp6List::destash(reader.record(record), &reader, env.values.ptr());
-    EXPECT_TRUE(copy->commVectorSorted());
     EXPECT_EQ(list, copy->dedup(env.lists.ptr()));
-    // Kind 6, five words per value, first value's first word type|subtype|2001.
+    // Kind 6, five words per value, the first one type, subtype, 2001.
     KivStash::StashRecord const stashed = reader.recordAt(reader.record(record));
-    EXPECT_EQ(6u, stashed.kind());
-    EXPECT_EQ(5u, stashed.wordsPerElement());
-    EXPECT_EQ(0x00022001u, stashed.word(0));
+    EXPECT_EQ((std::vector<U32>{6, 5, 0x00022001}),
+              (std::vector<U32>{stashed.kind(), stashed.wordsPerElement(), stashed.word(0)}));
 }
 
 TEST(ExtCommIp6ListDeathTest, MisuseAbortsWithItsCheck) {
