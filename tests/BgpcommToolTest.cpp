@@ -87,7 +87,7 @@ TEST(BgpcommTool, UsageErrorsAreNamed) {
         std::vector<std::string> args;
         char const* problem;
     } const cases[] = {
-        {{"x.mrt", "--match", "("}, "bad regular expression '(': "},
+        {{"x.mrt", "--match", "("}, "bad regular expression: "},
         {{"x.mrt", "--kind", "medium"},
          "unknown kind 'medium' (standard, large, extended or ipv6)"},
         {{"x.mrt", "--format", "xml"}, "unknown format 'xml' (text, json or psv)"},

@@ -461,10 +461,10 @@ void collectSubRules(BgpParseExtendedCommunityRule const& root, SubRules& out) {
 
 SubRules subRules(BgpParseExtendedCommunityRule const& root) {
     SubRules out;
-#define COLLECT_(Name, Key, set, Rule, SubRuleBase, Subtype, pktType, ...) \
+#define VOBGP_EXT_COMM_TYPE_RULE_KIND(Name, Key, set, Rule, SubRuleBase, Subtype, pktType, \
+                                      Fallback, listed)                                    \
     collectSubRules<Rule, pktType>(root, out);
-    VOBGP_PARSE_EXT_COMM_RULE_KINDS(VOBGP_PARSE_IGNORE_KIND_, COLLECT_)
-#undef COLLECT_
+#include "VoBgp/Parse/ExtCommRuleKinds.def"
     return out;
 }
 

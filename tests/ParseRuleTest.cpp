@@ -196,8 +196,7 @@ TEST_F(ParseRuleTest, TypeRuleCollectionOperations) {
     // A new type rule for the same type replaces the old one, which
     // deregisters as it goes.
     twoOctetAsRule = nullptr;
-    auto replacement =
-        BgpParseExtCommTransTwoOctetAsRule::BgpParseExtCommTransTwoOctetAsRuleIs(control_);
+    auto replacement = Kiv::makeActive<BgpParseExtCommTransTwoOctetAsRule>(control_);
     EXPECT_EQ(2u, collections_->extendedCommSubTypeTransTwoOctetAsRuleInstance().size());
     root_->typeRuleIs(replacement);
     EXPECT_EQ(1u, collections_->extendedCommSubTypeTransTwoOctetAsRuleInstance().size());
@@ -283,17 +282,16 @@ TEST(ParseRuleTeardown, DyingTreeReleasesEveryRuleAndKey) {
     }
     EXPECT_EQ(liveBefore, TwoOctetAsSubRule::live());
     EXPECT_EQ(2u, collections->references());
-#define EMPTY_(Name, Key, set, ...) EXPECT_TRUE(collections->set().empty()) << #set;
-    VOBGP_PARSE_EXT_COMM_RULE_KINDS(EMPTY_, EMPTY_)
-#undef EMPTY_
+#define VOBGP_EXT_COMM_RULE_KIND(Name, Key, set, Rule) \
+    EXPECT_TRUE(collections->set().empty()) << #set;
+#include "VoBgp/Parse/ExtCommRuleKinds.def"
 }
 
 TEST(ParseRuleDeathTest, RulesNeedCollections) {
     EXPECT_ASSERT_DEATH(bgpParseExtendedCommunityRuleFactory(BgpParseExtCommControl()),
                         "parseControl().ruleCollections()");
-    EXPECT_ASSERT_DEATH(
-        BgpParseExtCommTransOpaqueRule::BgpParseExtCommTransOpaqueRuleIs(BgpParseExtCommControl()),
-        "parseControl().ruleCollections()");
+    EXPECT_ASSERT_DEATH(Kiv::makeActive<BgpParseExtCommTransOpaqueRule>(BgpParseExtCommControl()),
+                        "parseControl().ruleCollections()");
 }
 
 }  // namespace

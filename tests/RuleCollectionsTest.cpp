@@ -27,12 +27,11 @@ class Recorder : public Kiv::Notifiee {
         // of the attribute to check that the two agree.
         void const* rule = nullptr;
         switch (attribute) {
-#define RECORD_KEY_(Name, Key, set, ...)             \
-    case set##Id:                                    \
-        rule = static_cast<Key const*>(key)->rule(); \
+#define VOBGP_EXT_COMM_RULE_KIND(Name, Key, set, Rule) \
+    case Key::attributeId:                             \
+        rule = static_cast<Key const*>(key)->rule();   \
         break;
-            VOBGP_PARSE_EXT_COMM_RULE_KINDS(RECORD_KEY_, RECORD_KEY_)
-#undef RECORD_KEY_
+#include "VoBgp/Parse/ExtCommRuleKinds.def"
             default:
                 ADD_FAILURE() << "unexpected attribute " << attribute;
         }
@@ -106,7 +105,7 @@ TEST(RuleCollections, NamedSetsAreTheGenericSetsInAttributeOrder) {
     std::uintptr_t address = 0x100;
     // Insert one key through every named operation; the announcement must
     // carry the set's position and the key.
-#define INSERT_ONE_(Name, Key, set, Rule, ...)                                    \
+#define VOBGP_EXT_COMM_RULE_KIND(Name, Key, set, Rule)                            \
     {                                                                             \
         Key key(fakeRule<Rule>(address));                                         \
         EXPECT_FALSE(collections->set##Has(key));                                 \
@@ -118,8 +117,7 @@ TEST(RuleCollections, NamedSetsAreTheGenericSetsInAttributeOrder) {
         expected.push_back({Key::attributeId, reinterpret_cast<void*>(address)}); \
         address += 0x100;                                                         \
     }
-    VOBGP_PARSE_EXT_COMM_RULE_KINDS(INSERT_ONE_, INSERT_ONE_)
-#undef INSERT_ONE_
+#include "VoBgp/Parse/ExtCommRuleKinds.def"
     ASSERT_EQ(14u, expected.size());
     for (Kiv::AttributeId i = 0; i < 14; ++i)
         EXPECT_EQ(i, expected[i].attribute);
@@ -140,8 +138,7 @@ TEST(RuleCollections, OnlyRealChangesAreAnnounced) {
     EXPECT_TRUE(collections->extendedCommSubTypeTransOpaqueRuleInstanceDel(a));
     EXPECT_FALSE(collections->extendedCommSubTypeTransOpaqueRuleInstanceHas(a));
     ASSERT_EQ(2u, recorder.events.size());
-    EXPECT_EQ((Recorder::Event{extendedCommSubTypeTransOpaqueRuleInstanceId, a.rule()}),
-              recorder.events[1]);
+    EXPECT_EQ((Recorder::Event{OpaqueKey::attributeId, a.rule()}), recorder.events[1]);
 
     // Switched off, the collections change silently.
     collections->hasNotificationActiveIs(false);
@@ -168,7 +165,7 @@ TEST(RuleCollections, DelAllAnnouncesEachKeyOnlyToListeners) {
         EXPECT_TRUE(collections->extendedCommSubTypeTransOpaqueRuleInstance().empty());
         std::unordered_set<void const*> announced;
         for (auto const& event : recorder.events) {
-            EXPECT_EQ(extendedCommSubTypeTransOpaqueRuleInstanceId, event.attribute);
+            EXPECT_EQ(OpaqueKey::attributeId, event.attribute);
             announced.insert(event.rule);
         }
         EXPECT_EQ(3u, recorder.events.size());
@@ -234,9 +231,8 @@ TEST(RuleCollections, TheRuleTreeRegistersAllButTheIpv6NonTransitiveRule) {
     {
         auto root = bgpParseExtendedCommunityRuleFactory(BgpParseExtCommControl(collections));
         std::vector<std::size_t> sizes;
-#define SIZE_OF_(Name, Key, set, ...) sizes.push_back(collections->set().size());
-        VOBGP_PARSE_EXT_COMM_RULE_KINDS(SIZE_OF_, SIZE_OF_)
-#undef SIZE_OF_
+#define VOBGP_EXT_COMM_RULE_KIND(Name, Key, set, Rule) sizes.push_back(collections->set().size());
+#include "VoBgp/Parse/ExtCommRuleKinds.def"
         EXPECT_EQ(std::vector<std::size_t>({1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0}), sizes);
         EXPECT_TRUE(collections->extendedCommunityTypeRuleInstanceHas(
             BgpParseExtendedCommunityRuleKey(root.ptr())));
@@ -246,9 +242,9 @@ TEST(RuleCollections, TheRuleTreeRegistersAllButTheIpv6NonTransitiveRule) {
                 static_cast<BgpParseExtCommTransOpaqueRule const*>(opaque.ptr())))));
     }
     // And every rule took its key with it.
-#define EMPTY_(Name, Key, set, ...) EXPECT_TRUE(collections->set().empty()) << #set;
-    VOBGP_PARSE_EXT_COMM_RULE_KINDS(EMPTY_, EMPTY_)
-#undef EMPTY_
+#define VOBGP_EXT_COMM_RULE_KIND(Name, Key, set, Rule) \
+    EXPECT_TRUE(collections->set().empty()) << #set;
+#include "VoBgp/Parse/ExtCommRuleKinds.def"
 }
 
 }  // namespace

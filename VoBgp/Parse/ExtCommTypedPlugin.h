@@ -25,8 +25,6 @@
 // rule again then only replaces the one under the same subtype.
 #pragma once
 
-#include <type_traits>
-
 #include "Kiv/Ptr.h"
 #include "VoBgp/Parse/ExtComm.h"
 
@@ -60,26 +58,16 @@ class BgpParseExtCommFactorySubRule : public SubRuleBaseT {
         using BgpParseExtCommFactorySubRule::BgpParseExtCommFactorySubRule;                        \
     }
 
-// The sub-type rule base a rule derives from, which names its kind.
-namespace BgpParseDetail {
-#define VOBGP_PARSE_SUB_RULE_BASE_OF_(Name, Key, set, Rule, SubRuleBase, ...) \
-    SubRuleBase* subRuleBaseOf(SubRuleBase*);
-VOBGP_PARSE_EXT_COMM_RULE_KINDS(VOBGP_PARSE_IGNORE_KIND_, VOBGP_PARSE_SUB_RULE_BASE_OF_)
-#undef VOBGP_PARSE_SUB_RULE_BASE_OF_
-}  // namespace BgpParseDetail
-
-template <class SubRule>
-using BgpParseExtCommSubRuleBaseOf =
-    std::remove_pointer_t<decltype(BgpParseDetail::subRuleBaseOf(static_cast<SubRule*>(nullptr)))>;
-
-// One layer of a plug-in: overrides the hook of SubRule's kind so that it
-// first does what the layers below do, then adds a new SubRule.
-template <class SubRuleBase, class SubRule, class Below>
+// One layer of a plug-in: overrides the hook of SubRule's kind, told by the
+// subtype enumeration of its sub-type rule base, so that it first does what
+// the layers below do, then adds a new SubRule.
+template <class Subtype, class SubRule, class Below>
 class BgpParseExtCommHookLayer;
 
-#define VOBGP_PARSE_HOOK_LAYER_(Name, Key, set, Rule, SubRuleBase, ...)                         \
+#define VOBGP_EXT_COMM_TYPE_RULE_KIND(Name, Key, set, Rule, SubRuleBase, Subtype, pktType,      \
+                                      Fallback, listed)                                         \
     template <class SubRule, class Below>                                                       \
-    class BgpParseExtCommHookLayer<SubRuleBase, SubRule, Below> : public Below {                \
+    class BgpParseExtCommHookLayer<Subtype, SubRule, Below> : public Below {                    \
       public:                                                                                   \
         using Below::Below;                                                                     \
         void instantiate##Name##SubRule(Key const& key,                                         \
@@ -88,8 +76,7 @@ class BgpParseExtCommHookLayer;
             this->addSubRule(key, Kiv::makeActive<SubRule>(control));                           \
         }                                                                                       \
     };
-VOBGP_PARSE_EXT_COMM_RULE_KINDS(VOBGP_PARSE_IGNORE_KIND_, VOBGP_PARSE_HOOK_LAYER_)
-#undef VOBGP_PARSE_HOOK_LAYER_
+#include "VoBgp/Parse/ExtCommRuleKinds.def"
 
 // The layers for SubRules over Below, the first listed innermost.
 template <class Below, class... SubRules>
@@ -99,7 +86,7 @@ struct BgpParseExtCommHookLayers {
 template <class Below, class First, class... Rest>
 struct BgpParseExtCommHookLayers<Below, First, Rest...> {
     using Type = typename BgpParseExtCommHookLayers<
-        BgpParseExtCommHookLayer<BgpParseExtCommSubRuleBaseOf<First>, First, Below>, Rest...>::Type;
+        BgpParseExtCommHookLayer<typename First::Subtype, First, Below>, Rest...>::Type;
 };
 
 // A plug-in that adds SubRules, each to the type rules of its kind.

@@ -165,7 +165,7 @@ class Decoder {
             }
             case CommKind::extended: {
                 comms.extended = ingest_.extended(span);
-                ExtComm const& comm = *comms.extended.front();
+                ExtComm const& comm = *comms.extended->commVectorRawPtr()->front();
                 line("type", stringValue(comm.pktType()));
                 extendedForms<ExtComm::StrepFormat>(comm, ExtComm::StrepFormatTraits::names);
                 line("show (toStrepForUI)", comm.toStrepForUI().view());

@@ -2,19 +2,16 @@
 
 #include <algorithm>
 
+#include "Kiv/Errors.h"
+
 namespace Bgpcomm {
 
 std::optional<std::string> RouteFilter::matchIs(CommKind kind, std::string const& pattern) {
-    auto match = std::make_unique<Match>();
-    match->kind = kind;
-    int rc = regcomp(&match->regex, pattern.c_str(), REG_EXTENDED | REG_NOSUB);
-    if (rc != 0) {
-        char message[256];
-        regerror(rc, &match->regex, message, sizeof message);
-        return std::string(message);
+    try {
+        matches_.push_back(std::make_unique<Match>(kind, pattern));
+    } catch (Kiv::ParseError const& error) {
+        return std::string(error.what());
     }
-    match->compiled = true;
-    matches_.push_back(std::move(match));
     return std::nullopt;
 }
 

@@ -15,13 +15,12 @@
 // and origin tests per route, the community tests on the interned lists.
 #pragma once
 
-#include <regex.h>
-
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "Routing/RouteMap/PosixRegex.h"
 #include "bgpcomm/Ingest.h"
 #include "bgpcomm/Mrt.h"
 
@@ -43,8 +42,8 @@ class RouteFilter {
     std::vector<U32> originAsns;
     TypeFilter type = TypeFilter::any;
 
-    // Compiles `pattern` for the list of `kind`; the regcomp message when it
-    // does not compile.
+    // Compiles `pattern` once for the list of `kind`; the library's message
+    // when it does not compile.
     std::optional<std::string> matchIs(CommKind kind, std::string const& pattern);
     bool hasMatches() const { return !matches_.empty(); }
 
@@ -56,13 +55,9 @@ class RouteFilter {
 
   private:
     struct Match {
+        Match(CommKind kind, std::string const& pattern) : kind(kind), regex(pattern) {}
         CommKind kind;
-        regex_t regex;
-        bool compiled = false;
-        ~Match() {
-            if (compiled)
-                regfree(&regex);
-        }
+        Routing::RouteMap::PosixRegex regex;
     };
     std::vector<std::unique_ptr<Match>> matches_;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Routing/RouteMap/PosixRegex.h"
 #include "VoBgp/VoBgpSerialize.h"
 
 namespace Bgpcomm {
@@ -44,14 +45,14 @@ std::string joined(Container const& items, Format&& format) {
     return text;
 }
 
-bool regexMatches(regex_t const* regex, std::string const& text) {
-    return regexec(regex, text.c_str(), 0, nullptr, 0) == 0;
+bool regexMatches(Routing::RouteMap::PosixRegex const* regex, std::string const& text) {
+    return regex->execute(text) == 0;
 }
 
-ExtComm::StrepFormat policyFormat(unsigned bit) {
-    ExtComm::StrepFormat format;
-    format.set(bit, true);
-    return format;
+// Route policy sees a route without the attribute as the empty text.
+template <class ListPtr>
+bool listMatches(ListPtr const& list, Routing::RouteMap::PosixRegex const* regex) {
+    return list ? list->matchCommunitiesRegex(regex) : regexMatches(regex, "");
 }
 
 }  // namespace
@@ -63,7 +64,7 @@ bool RouteComms::has(CommKind kind) const {
         case CommKind::large:
             return bool(large);
         case CommKind::extended:
-            return !extended.empty();
+            return extended && !extended->empty();
         case CommKind::ipv6:
             return !ipv6.empty();
     }
@@ -73,6 +74,7 @@ bool RouteComms::has(CommKind kind) const {
 Ingest::Ingest()
     : parser_(BgpParseExtCommContainerSm::BgpParseExtCommContainerSmIs()),
       extTable_(extCommDedupTableFactory(parser_->extCommParser())),
+      extListTable_(extCommListDedupTableFactory()),
       commTable_(commListDedupTableFactory()),
       largeTable_(largeCommListDedupTableFactory()),
       ip6Table_(extCommIp6DedupTableFactory(parser_->extCommParser())),
@@ -100,19 +102,14 @@ LargeCommList::PtrConst Ingest::large(AttrSpan const& attr) {
     return list->dedup(largeTable_.ptr());
 }
 
-ExtCommSet Ingest::extended(AttrSpan const& attr) {
-    ExtCommSet set;
+ExtCommList::PtrConst Ingest::extended(AttrSpan const& attr) {
     if (!attr.present)
-        return set;
-    set.reserve(attr.size / 8);
+        return nullptr;
+    ExtCommList::Ptr list = extCommListFactory();
+    list->expectedCommunityCountIs(attr.size / 8);
     for (U32 i = 0; i + 8 <= attr.size; i += 8)
-        set.push_back(ExtComm::dedupContent(extTable_.ptr(), ExtCommContent(be64(attr.data + i))));
-    std::sort(set.begin(), set.end(), [](ExtComm::PtrConst const& a, ExtComm::PtrConst const& b) {
-        return a->isBetterThan(b);
-    });
-    // Interned: equal contents are one object.
-    set.erase(std::unique(set.begin(), set.end()), set.end());
-    return set;
+        list->commIs(ExtComm::dedupContent(extTable_.ptr(), ExtCommContent(be64(attr.data + i))));
+    return list->dedup(extListTable_.ptr());
 }
 
 Ip6CommSet Ingest::ipv6(AttrSpan const& attr) {
@@ -154,7 +151,9 @@ void Ingest::forEachText(RouteComms const& comms, CommKind kind, bool asdot,
             return;
         case CommKind::extended: {
             auto const& cache = parser_->extCommCache();
-            for (ExtComm::PtrConst const& comm : comms.extended) {
+            if (!comms.extended)
+                return;
+            for (ExtComm::PtrConst const& comm : *comms.extended->commVectorRawPtr()) {
                 Kiv::String text = cache->lookup(comm->community(), asdot);
                 if (text.isNull()) {
                     text = comm->toStrepForUI(asdot);
@@ -179,57 +178,16 @@ void Ingest::forEachText(RouteComms const& comms, CommKind kind, bool asdot,
     }
 }
 
-// Seam: each branch becomes the list's own matchCommunitiesRegex.
-bool Ingest::matches(RouteComms const& comms, CommKind kind, regex_t const* regex) const {
+bool Ingest::matches(RouteComms const& comms, CommKind kind,
+                     Routing::RouteMap::PosixRegex const* regex) const {
     switch (kind) {
-        case CommKind::standard: {
-            // Numbers first, then well-known names: a pattern for either matches.
-            static CommList::CommVector const none;
-            auto const& values = comms.standard ? *comms.standard->commVectorRawPtr() : none;
-            auto numeric = [](std::string& text, U32 comm) {
-                VoFmt::StackBackedBuffer<32> buffer;
-                CommunityFormatter<false>::format(buffer, comm);
-                text += buffer.view();
-            };
-            auto named = [](std::string& text, U32 comm) {
-                VoFmt::StackBackedBuffer<32> buffer;
-                CommunityFormatter<true>::format(buffer, comm);
-                text += buffer.view();
-            };
-            return regexMatches(regex, joined(values, numeric)) ||
-                   regexMatches(regex, joined(values, named));
-        }
-        case CommKind::large: {
-            static LargeCommList::CommVector const none;
-            auto const& values = comms.large ? *comms.large->commVectorRawPtr() : none;
-            return regexMatches(regex, joined(values, [](std::string& text, auto const& value) {
-                                    VoFmt::StackBackedBuffer<48> buffer;
-                                    LargeCommunityFormatter::format(buffer, value, false);
-                                    text += buffer.view();
-                                }));
-        }
-        case CommKind::extended: {
-            // Default policy form, then the classification form, then the
-            // show form of the communities that ask for it.
-            for (unsigned bit : {unsigned(ExtComm::StrepFormat::strepFormatDefaultBit),
-                                 unsigned(ExtComm::StrepFormat::strepFormatClassificationBit)}) {
-                auto format = policyFormat(bit);
-                if (regexMatches(regex, joined(comms.extended,
-                                               [&](std::string& text, ExtComm::PtrConst const& c) {
-                                                   text += c->toStrepForPolicy(format).view();
-                                               })))
-                    return true;
-            }
-            std::string ui;
-            for (ExtComm::PtrConst const& comm : comms.extended) {
-                if (!comm->policyMatchStrepUI())
-                    continue;
-                if (!ui.empty())
-                    ui += ' ';
-                ui += comm->toStrepForUI().view();
-            }
-            return !ui.empty() && regexMatches(regex, ui);
-        }
+        case CommKind::standard:
+            return listMatches(comms.standard, regex);
+        case CommKind::large:
+            return listMatches(comms.large, regex);
+        case CommKind::extended:
+            return listMatches(comms.extended, regex);
+        // Seam: becomes the IPv6 list's own matchCommunitiesRegex.
         case CommKind::ipv6: {
             for (unsigned bit : {unsigned(ExtCommIp6::StrepFormat::strepFormatDefaultBit),
                                  unsigned(ExtCommIp6::StrepFormat::strepFormatClassificationBit)}) {
@@ -247,35 +205,33 @@ bool Ingest::matches(RouteComms const& comms, CommKind kind, regex_t const* rege
     return false;
 }
 
-// Seam: the extended and IPv6 branches become the lists' own serialize().
 Kiv::String Ingest::serialize(RouteComms const& comms, CommKind kind) const {
     switch (kind) {
         case CommKind::standard:
             return comms.standard ? comms.standard->serialize() : Kiv::String();
         case CommKind::large:
             return comms.large ? comms.large->serialize() : Kiv::String();
-        case CommKind::extended: {
-            SerializePathAttribute out(extCommunity, optionalTransitive,
-                                       static_cast<U32>(comms.extended.size() * 8));
-            for (ExtComm::PtrConst const& comm : comms.extended)
-                out.addU64hton(comm->community());
-            return out.serializedString();
-        }
+        case CommKind::extended:
+            return comms.extended ? comms.extended->serialize(ExtCommList::serialization(
+                                        /*includeNonTransitive=*/true, false, false))
+                                  : Kiv::String();
         case CommKind::ipv6:
-            if (!comms.ipv6.list)
-                return Kiv::String();
-            // The library sends no attribute for no communities; a received
-            // empty one is written back as it came.
-            if (comms.ipv6.empty())
-                return SerializePathAttribute(extCommunityIp6, optionalTransitive, 0)
-                    .serializedString();
-            return comms.ipv6.list->serialize(true);
+            return comms.ipv6.list ? comms.ipv6.list->serialize(true) : Kiv::String();
     }
     return {};
 }
 
 std::size_t Ingest::extCommsInterned() const {
     return extTable_->dedupTable()->size();
+}
+
+std::size_t Ingest::extListsInterned() const {
+    return extListTable_->dedupTable()->size();
+}
+
+std::size_t Ingest::extClassificationListsInterned() const {
+    return extListTable_->extCommClassificationListDedupTable()->size() +
+           extListTable_->rtExtCommClassificationListDedupTable()->size();
 }
 
 std::size_t Ingest::standardListsInterned() const {

@@ -6,17 +6,16 @@
 // What an agent does, done here the same way: standard and large values go
 // into a private CommList / LargeCommList (commIs) interned by dedup with one
 // table each; every 8-octet extended value becomes an ExtCommContent interned
-// by ExtComm::dedupContent, every IPv6-address-specific one an
-// ExtCommIp6Content interned by ExtCommIp6::dedupContent into an interned
-// ExtCommIp6List, all through one parser container and one set of tables for
-// the whole run.
+// by ExtComm::dedupContent and goes into a private ExtCommList interned by
+// dedup with the one ExtCommListDedupTable; every IPv6-address-specific
+// value becomes an ExtCommIp6Content interned by ExtCommIp6::dedupContent
+// into an ExtCommIp6List the same way; all through one parser container and
+// one set of tables for the whole run.
 //
 // Contract: the attribute spans handed in have a length that is a multiple of
 // the element size (the attribute walker checks that). Absent attributes give
 // null lists / empty sets. Not thread-safe: one Ingest per thread.
 #pragma once
-
-#include <regex.h>
 
 #include <functional>
 #include <string>
@@ -30,12 +29,12 @@
 #include "VoBgp/VoBgpCommunityList.h"
 #include "bgpcomm/Attrs.h"
 
+namespace Routing::RouteMap {
+class PosixRegex;
+}
+
 namespace Bgpcomm {
 
-// Seam: the interned extended community list (ExtCommList::PtrConst) takes
-// this place; until then each route keeps its interned communities sorted
-// (ExtComm::isBetterThan) and without duplicates.
-using ExtCommSet = std::vector<Routing::Bgp::ExtComm::PtrConst>;
 // A route's interned IPv6-address-specific list (of values interned by
 // ExtCommIp6::dedupContent; null without the attribute), seen as the range of
 // its communities, ascending by content and without duplicates.
@@ -57,7 +56,7 @@ struct Ip6CommSet {
 struct RouteComms {
     Routing::Bgp::CommList::PtrConst standard;
     Routing::Bgp::LargeCommList::PtrConst large;
-    ExtCommSet extended;
+    Routing::Bgp::ExtCommList::PtrConst extended;
     Ip6CommSet ipv6;
 
     bool has(CommKind kind) const;
@@ -72,7 +71,7 @@ class Ingest {
     // interned object out.
     Routing::Bgp::CommList::PtrConst standard(AttrSpan const& attr);
     Routing::Bgp::LargeCommList::PtrConst large(AttrSpan const& attr);
-    ExtCommSet extended(AttrSpan const& attr);
+    Routing::Bgp::ExtCommList::PtrConst extended(AttrSpan const& attr);
     Ip6CommSet ipv6(AttrSpan const& attr);
     // All four of a path.
     void path(PathAttrs const& attrs, RouteComms* out);
@@ -84,14 +83,20 @@ class Ingest {
     void forEachText(RouteComms const& comms, CommKind kind, bool asdot,
                      std::function<void(std::string_view)> const& each);
     // Whether the list of `kind` matches `regex` the way route policy
-    // matches it (an absent list is matched as the empty text).
-    bool matches(RouteComms const& comms, CommKind kind, regex_t const* regex) const;
-    // The interned list of `kind` written back as its path attribute; null
-    // when the route has none.
+    // matches it (the list's matchCommunitiesRegex; an absent list is
+    // matched as the empty text).
+    bool matches(RouteComms const& comms, CommKind kind,
+                 Routing::RouteMap::PosixRegex const* regex) const;
+    // The interned list of `kind` written back as its path attribute (all
+    // extended communities, transitive or not); null when the route has
+    // none, empty when a list has no community to write.
     Kiv::String serialize(RouteComms const& comms, CommKind kind) const;
 
     // Interned objects now alive in the tables.
     std::size_t extCommsInterned() const;
+    std::size_t extListsInterned() const;
+    // Route-target and other classification lists together.
+    std::size_t extClassificationListsInterned() const;
     std::size_t standardListsInterned() const;
     std::size_t largeListsInterned() const;
 
@@ -100,6 +105,7 @@ class Ingest {
   private:
     Routing::Bgp::BgpParseExtCommContainerSm::Ptr parser_;
     Routing::Bgp::ExtCommDedupTable::Ptr extTable_;
+    Routing::Bgp::ExtCommListDedupTable::Ptr extListTable_;
     Routing::Bgp::CommListDedupTable::Ptr commTable_;
     Routing::Bgp::LargeCommListDedupTable::Ptr largeTable_;
     Routing::Bgp::ExtCommIp6DedupTable::Ptr ip6Table_;

@@ -175,7 +175,7 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
                 if (!parseCommKind(value, &kind))
                     return "unknown kind '" + value + "' (standard, large, extended or ipv6)";
             } else if (auto problem = out->filter.matchIs(kind, value)) {
-                return "bad regular expression '" + value + "': " + *problem;
+                return "bad regular expression: " + *problem;
             }
             continue;
         }
@@ -309,7 +309,9 @@ void MrtRun::verify(RouteComms const& comms, PathAttrs const& attrs) {
         std::string problem;
         auto const* p = reinterpret_cast<U8 const*>(wire.data());
         std::size_t header = wire.size() >= 1 && (p[0] & attrFlagExtendedLength) ? 4 : 3;
-        if (wire.size() < header || p[1] != info.attrType) {
+        if (wire.size() == 0 && received.empty()) {
+            // A list with nothing to write serializes to no attribute at all.
+        } else if (wire.size() < header || p[1] != info.attrType) {
             problem = "serialized attribute is not a " + std::string(info.attrName) + " attribute";
         } else {
             std::size_t length = header == 4 ? (std::size_t(p[2]) << 8 | p[3]) : p[2];

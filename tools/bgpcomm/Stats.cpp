@@ -6,6 +6,7 @@
 #include <set>
 #include <type_traits>
 #include <unordered_set>
+#include <utility>
 
 namespace Bgpcomm {
 
@@ -19,15 +20,16 @@ struct KindCounts {
     U64 routes = 0;  // kept routes that carry the kind
 };
 
+// How a list member is counted: plain values by value, interned extended
+// communities by identity.
 template <class T>
-struct VectorHash {
-    std::size_t operator()(std::vector<T> const& v) const {
-        std::size_t h = v.size();
-        for (T const& item : v)
-            h = h * 1000003u ^ std::hash<T>()(item);
-        return h;
-    }
-};
+T const& distinctKey(T const& value) {
+    return value;
+}
+template <class T>
+T const* distinctKey(Kiv::Ptr<T> const& comm) {
+    return comm.ptr();
+}
 
 // Distinct interned lists of one kind (by identity) and the distinct values
 // they hold.
@@ -35,13 +37,15 @@ template <class ListPtr>
 void distinctInterned(std::vector<RouteComms> const& held, ListPtr RouteComms::*member,
                       KindCounts* out) {
     using List = std::remove_const_t<std::remove_reference_t<decltype(*(held[0].*member))>>;
-    using Value = typename List::CommVector::value_type;
+    using Value = std::remove_cvref_t<decltype(distinctKey(
+        std::declval<typename List::CommVector::value_type const&>()))>;
     std::unordered_set<List const*> lists;
     std::unordered_set<Value> values;
     for (RouteComms const& comms : held) {
         ListPtr const& list = comms.*member;
         if (list && lists.insert(list.ptr()).second)
-            values.insert(list->commVectorRawPtr()->begin(), list->commVectorRawPtr()->end());
+            for (auto const& value : *list->commVectorRawPtr())
+                values.insert(distinctKey(value));
     }
     out->lists = lists.size();
     out->values = values.size();
@@ -79,23 +83,7 @@ void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest)
     auto& ipv6 = kinds[unsigned(CommKind::ipv6)];
     distinctInterned(held_, &RouteComms::standard, &standard);
     distinctInterned(held_, &RouteComms::large, &large);
-    {
-        std::unordered_set<std::vector<ExtComm const*>, VectorHash<ExtComm const*>> lists;
-        std::unordered_set<ExtComm const*> values;
-        std::vector<ExtComm const*> list;
-        for (RouteComms const& comms : held_) {
-            if (comms.extended.empty())
-                continue;
-            list.clear();
-            for (auto const& comm : comms.extended) {
-                list.push_back(comm.ptr());
-                values.insert(comm.ptr());
-            }
-            lists.insert(list);
-        }
-        extended.lists = lists.size();
-        extended.values = values.size();
-    }
+    distinctInterned(held_, &RouteComms::extended, &extended);
     {
         std::set<std::vector<ExtCommIp6Content>> lists;
         std::set<ExtCommIp6Content> values;
@@ -137,9 +125,12 @@ void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest)
                      static_cast<unsigned long long>(k.lists),
                      k.lists ? double(k.routes) / double(k.lists) : 0.0);
     }
-    std::fprintf(out, "%-20s standard lists %zu, large lists %zu, extended values %zu\n",
+    std::fprintf(out,
+                 "%-20s standard lists %zu, large lists %zu, extended values %zu, "
+                 "extended lists %zu (classification lists %zu)\n",
                  "interned in tables", ingest.standardListsInterned(), ingest.largeListsInterned(),
-                 ingest.extCommsInterned());
+                 ingest.extCommsInterned(), ingest.extListsInterned(),
+                 ingest.extClassificationListsInterned());
     if (liveHeapBytes_) {
         U64 heldArray = held_.capacity() * sizeof(RouteComms);
         U64 held =
