@@ -30,6 +30,8 @@
 
 namespace Routing::Bgp {
 
+class ExtCommIp6DedupTable;
+
 struct ExtCommIp6Content {
     static constexpr char const* typeName = "Routing::Bgp::ExtCommIp6Content";
     // Stash record: kind 4, the 20 wire octets as five words, four octets to
@@ -94,6 +96,11 @@ class ExtCommIp6 : public KivStash::ContentHandle<ExtCommIp6Content> {
                        VOBGP_EXT_COMM_IP6_STREP_FORMAT_FLAGS)
 
     static Ptr ExtCommIp6Is(ExtCommClassification classification, ExtCommIp6Content const& content);
+
+    // The one interned community for `content`, built by the table's parse
+    // rule on first sight (VoBgp/ExtCommIp6DedupTable.h).
+    static PtrConst dedupContent(ExtCommIp6DedupTable const* table,
+                                 ExtCommIp6Content const& content);
 
     // Writes the content and the classification into `storeManager`'s image
     // as one record; returns the record index.

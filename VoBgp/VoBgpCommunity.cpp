@@ -300,18 +300,65 @@ ExtComm::Ptr ExtComm::destash(void const* image, KivStash::StoreManager* storeMa
 
 ExtComm::PtrConst ExtComm::dedupContent(ExtCommDedupTable const* table,
                                         ExtCommContent const& content) {
-    Vok::DedupHashTable const& dedupTable = *table->dedupTable();
+    return table->intern(content);
+}
+
+namespace {
+
+// The rule's entry point for each content width.
+ExtComm::PtrConst parseFresh(BgpParseExtendedCommunityRule const& rule,
+                             ExtCommContent const& content) {
+    return rule.parseExtendedCommunity(content);
+}
+ExtCommIp6::PtrConst parseFresh(BgpParseExtendedCommunityRule const& rule,
+                                ExtCommIp6Content const& content) {
+    return rule.parseExtendedCommunityIp6(content);
+}
+
+}  // namespace
+
+template <class Comm>
+ExtCommDedupTableOf<Comm>::ExtCommDedupTableOf(ParseRulePtrConst const& parseExtCommRule)
+    : dedupTable_(Vok::DedupHashTableUnorderedSet::create(VoBgpGlobals::multiThreaded())),
+      parseExtCommRule_(parseExtCommRule) {}
+
+template <class Comm>
+ExtCommDedupTableOf<Comm>::~ExtCommDedupTableOf() = default;
+
+template <class Comm>
+typename ExtCommDedupTableOf<Comm>::CommPtrConst ExtCommDedupTableOf<Comm>::intern(
+    Content const& content) const {
     U32 const hash = content.hash();
-    if (auto hit = dedupTable.lookup<ExtComm>(
-            hash, [&content](ExtComm const* comm) { return comm->getContent() == content; }))
+    if (auto hit = dedupTable_->template lookup<Comm>(
+            hash, [&content](Comm const* comm) { return comm->getContent() == content; }))
         return hit;
-    ExtComm::PtrConst fresh = table->parseExtCommRule()->parseExtendedCommunity(content);
+    CommPtrConst fresh = parseFresh(*parseExtCommRule_, content);
     // Another thread may have interned an equal community since the lookup;
     // dedup then hands back that one and `fresh` dies here.
-    Vok::DedupHandle::PtrConst dedupHandle = dedupTable.dedup(fresh.ptr());
+    Vok::DedupHandle::PtrConst dedupHandle = dedupTable_->dedup(fresh.ptr());
     KIV_ASSERT(dedupHandle != nullptr, "dedupHandle");
-    return ExtComm::PtrConst::adopt(static_cast<ExtComm const*>(dedupHandle.release()));
+    return CommPtrConst::adopt(static_cast<Comm const*>(dedupHandle.release()));
 }
+
+template <class Comm>
+void ExtCommDedupTableOf<Comm>::dumpLine(Vok::DumpContext const& dumpCtx, U32 indent,
+                                         char const* text) {
+    if (indent == 0)
+        dumpCtx.print("%s\n", text);
+    else
+        dumpCtx.print("%*c%s\n", static_cast<int>(indent), ' ', text);
+}
+
+template <class Comm>
+void ExtCommDedupTableOf<Comm>::dumpTable(Vok::DumpContext const& dumpCtx, U32 indentCount,
+                                          char const* name) const {
+    dumpLine(dumpCtx, indentCount, name);
+    dumpLine(dumpCtx, indentCount + 2, "dedupTable");
+    dedupTable_->dumpState(dumpCtx, indentCount + 4);
+}
+
+template class ExtCommDedupTableOf<ExtComm>;
+template class ExtCommDedupTableOf<ExtCommIp6>;
 
 namespace {
 
@@ -353,7 +400,7 @@ void ExtCommLifeTimeNotifiee::handleNotificationStop(Vok::DedupHashTable const*)
 }
 
 ExtCommDedupTable::ExtCommDedupTable(ParseRulePtrConst const& parseExtCommRule)
-    : parseExtCommRule_(parseExtCommRule) {
+    : ExtCommDedupTableOf(parseExtCommRule) {
     handleInitialized();
 }
 
@@ -370,23 +417,14 @@ ExtCommDedupTable::Ptr ExtCommDedupTable::ExtCommDedupTableIs(
 }
 
 void ExtCommDedupTable::handleInitialized() {
-    dedupTable_ = Vok::DedupHashTableUnorderedSet::create(VoBgpGlobals::multiThreaded());
     producerRtList_ = notifyingRouteTargetListFactory();
     lifeTimeNotifiee_ = extCommLifeTimeNotifieeFactory(producerRtList_);
-    dedupTable_->lifeTimeNotifieeIs(lifeTimeNotifiee_);
+    dedupTable()->lifeTimeNotifieeIs(lifeTimeNotifiee_);
 }
 
 void ExtCommDedupTable::dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const {
-    auto line = [&dumpCtx](U32 indent, char const* text) {
-        if (indent == 0)
-            dumpCtx.print("%s\n", text);
-        else
-            dumpCtx.print("%*c%s\n", static_cast<int>(indent), ' ', text);
-    };
-    line(indentCount, "ExtCommDedupTable");
-    line(indentCount + 2, "dedupTable");
-    dedupTable_->dumpState(dumpCtx, indentCount + 4);
-    line(indentCount + 2, "producerRtList");
+    dumpTable(dumpCtx, indentCount, "ExtCommDedupTable");
+    dumpLine(dumpCtx, indentCount + 2, "producerRtList");
     producerRtList_->dumpState(dumpCtx, indentCount + 4);
 }
 

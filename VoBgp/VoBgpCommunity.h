@@ -17,6 +17,7 @@
 
 #include <iosfwd>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "Kiv/DenseBoolSet.h"
@@ -361,10 +362,44 @@ class ExtCommLifeTimeNotifiee : public Vok::DedupHashTableLifeTimeNotifiee {
 ExtCommLifeTimeNotifiee::Ptr extCommLifeTimeNotifieeFactory(
     NotifyingRouteTargetList::Ptr const& rtList);
 
+// What the interning tables of the 8-octet and the 20-octet extended
+// communities share: the hash set of interned communities (created
+// thread-safe when the agent runs multi-threaded, VoBgpGlobals at creation)
+// and the parse rule that builds a community on first sight. Comm is ExtComm
+// or ExtCommIp6; Comm::dedupContent is intern() of its table.
+template <class Comm>
+class ExtCommDedupTableOf : public Kiv::PtrInterface {
+  public:
+    using CommPtrConst = Kiv::Ptr<Comm const>;
+    using Content = std::decay_t<decltype(std::declval<Comm const&>().getContent())>;
+    using ParseRulePtrConst = Kiv::Ptr<BgpParseExtendedCommunityRule const>;
+
+    Vok::DedupHashTableUnorderedSet::Ptr const& dedupTable() const { return dedupTable_; }
+    // The rule that builds a community on first sight.
+    ParseRulePtrConst const& parseExtCommRule() const { return parseExtCommRule_; }
+
+    // The one interned community for `content`: a lookup by the content's
+    // hash; on a miss the parse rule builds it (once per distinct content)
+    // and it is inserted, unless an equal one got in first.
+    CommPtrConst intern(Content const& content) const;
+
+  protected:
+    explicit ExtCommDedupTableOf(ParseRulePtrConst const& parseExtCommRule);
+    ~ExtCommDedupTableOf() override;
+    // "<name>", then "dedupTable" and the hash table's own dump below it.
+    void dumpTable(Vok::DumpContext const& dumpCtx, U32 indentCount, char const* name) const;
+    static void dumpLine(Vok::DumpContext const& dumpCtx, U32 indent, char const* text);
+
+  private:
+    Vok::DedupHashTableUnorderedSet::Ptr dedupTable_;
+    ParseRulePtrConst parseExtCommRule_;
+};
+
+extern template class ExtCommDedupTableOf<ExtComm>;
+
 // The interning table of extended communities (see ExtComm::dedupContent).
-// It is created thread-safe when the agent runs multi-threaded
-// (VoBgpGlobals::multiThreaded() at creation), and keeps producerRtList
-// filled with every route target currently interned.
+// Besides the shared part it keeps producerRtList filled with every route
+// target currently interned.
 //
 // dumpState writes, each line indented by `indentCount` (no indent at 0):
 //   ExtCommDedupTable
@@ -372,23 +407,19 @@ ExtCommLifeTimeNotifiee::Ptr extCommLifeTimeNotifieeFactory(
 //       <the hash table's own dump>
 //     producerRtList
 //       <the route-target list's own dump>
-class ExtCommDedupTable : public Kiv::PtrInterface {
+class ExtCommDedupTable final : public ExtCommDedupTableOf<ExtComm> {
   public:
     using Ptr = Kiv::Ptr<ExtCommDedupTable>;
     using PtrConst = Kiv::Ptr<ExtCommDedupTable const>;
     using RawPtrConst = ExtCommDedupTable const*;
-    using ParseRulePtrConst = Kiv::Ptr<BgpParseExtendedCommunityRule const>;
 
     static constexpr char const* typeName = "Routing::Bgp::ExtCommDedupTable";
 
     static Ptr ExtCommDedupTableIs(ParseRulePtrConst const& parseExtCommRule);
     ~ExtCommDedupTable() override;
 
-    Vok::DedupHashTableUnorderedSet::Ptr const& dedupTable() const { return dedupTable_; }
     NotifyingRouteTargetList::Ptr const& producerRtList() const { return producerRtList_; }
     ExtCommLifeTimeNotifiee::Ptr const& lifeTimeNotifiee() const { return lifeTimeNotifiee_; }
-    // The rule that builds a community on first sight.
-    ParseRulePtrConst const& parseExtCommRule() const { return parseExtCommRule_; }
 
     void dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const;
 
@@ -398,10 +429,8 @@ class ExtCommDedupTable : public Kiv::PtrInterface {
     explicit ExtCommDedupTable(ParseRulePtrConst const& parseExtCommRule);
     void handleInitialized();
 
-    Vok::DedupHashTableUnorderedSet::Ptr dedupTable_;
     NotifyingRouteTargetList::Ptr producerRtList_;
     ExtCommLifeTimeNotifiee::Ptr lifeTimeNotifiee_;
-    ParseRulePtrConst parseExtCommRule_;
 };
 
 ExtCommDedupTable::Ptr extCommDedupTableFactory(

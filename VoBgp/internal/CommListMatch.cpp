@@ -72,14 +72,6 @@ bool LargeCommList::matchCommunitiesRegex(RouteMap::PosixRegex const* regex) con
                            });
 }
 
-std::ostream& formatCommList(std::ostream& os, ExtCommList const* list) {
-    if (list == nullptr)
-        return os << "NULL";
-    os << "[ ";
-    formatExtCommVector(os, *list->commVectorRawPtr());
-    return os << " ]";
-}
-
 std::ostream& operator<<(std::ostream& os, ExtCommList const* list) {
     return formatCommList(os, list);
 }

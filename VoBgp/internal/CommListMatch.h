@@ -19,6 +19,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <ostream>
 
 #include "Routing/RouteMap/PosixRegex.h"
 #include "VoBgp/internal/ExtCommListDedupTable.h"
@@ -100,8 +101,6 @@ bool matchCommPasses(Range const& comms, std::size_t longest, RouteMap::PosixReg
     return ((text.write(comms, all, formatters), text.matches(regex)) || ...);
 }
 
-// Writes "[ ", the derived forms separated by blanks, " ]"; "NULL" for null.
-std::ostream& formatCommList(std::ostream& os, ExtCommList const* list);
 std::ostream& operator<<(std::ostream& os, ExtCommList const* list);
 std::ostream& operator<<(std::ostream& os, ExtCommList const& list);
 
@@ -116,6 +115,29 @@ void formatExtCommVector(std::ostream& os, Vector const& vector) {
         first = false;
         os << comm.ptr();
     }
+}
+
+// Writes the classification's member name, " : ", the derived forms
+// separated by blanks; nothing for null (a classification list of either
+// width).
+template <class ClassificationList>
+std::ostream& formatClassificationList(std::ostream& os, ClassificationList const* list) {
+    if (list == nullptr)
+        return os;
+    os << list->classification() << " : ";
+    formatExtCommVector(os, *list->commVectorRawPtr());
+    return os;
+}
+
+// Writes "[ ", the derived forms separated by blanks, " ]"; "NULL" for null
+// (an ExtCommList or its IPv6 twin).
+template <class List>
+std::ostream& formatCommList(std::ostream& os, List const* list) {
+    if (list == nullptr)
+        return os << "NULL";
+    os << "[ ";
+    formatExtCommVector(os, *list->commVectorRawPtr());
+    return os << " ]";
 }
 
 }  // namespace Routing::Bgp

@@ -26,10 +26,7 @@ Kiv::Ptr<ExtCommClassificationListSnapshot> ExtCommClassificationList::commSnaps
 
 Kiv::Ptr<ExtCommListSnapshot> ExtCommList::commSnapshot() const {
     Kiv::Ptr<ExtCommListSnapshot> snapshot(new ExtCommListSnapshot);
-    for (ExtCommClassificationList::PtrConst const& list : classificationLists_)
-        snapshot->classificationListIs(list);
-    for (ExtComm::PtrConst const& comm : commVector_)
-        snapshot->commIs(comm);
+    snapshot->fill(classificationLists_, commVector_);
     return snapshot;
 }
 

@@ -45,7 +45,54 @@ class ExtCommSnapshotComms : public Kiv::CollectionNotifier {
     }
 };
 
-class ExtCommClassificationListSnapshot final : public ExtCommSnapshotComms<ExtComm> {
+// The snapshot of one classification list: its classification and members.
+template <class Comm>
+class ExtCommClassificationListSnapshotOf : public ExtCommSnapshotComms<Comm> {
+  public:
+    ExtCommClassification classification() const { return classification_; }
+
+  protected:
+    explicit ExtCommClassificationListSnapshotOf(ExtCommClassification classification)
+        : classification_(classification) {}
+
+  private:
+    ExtCommClassification const classification_;
+};
+
+// The snapshot of a list: its classification lists by classification and
+// its members by key.
+template <class Comm, class ClassificationList>
+class ExtCommListSnapshotOf : public ExtCommSnapshotComms<Comm> {
+  public:
+    using ClassificationListPtrConst = typename ClassificationList::PtrConst;
+
+    KIV_ORDERED_MAP_ATTRIBUTE(classificationList, ExtCommClassification, ClassificationListPtrConst,
+                              1)
+
+  public:
+    void classificationListIs(ClassificationListPtrConst const& list) {
+        KIV_ASSERT(list != nullptr, "__null != list");
+        classificationList_.set(list->classification(), list);
+    }
+
+  protected:
+    // Empty, with notification switched on.
+    ExtCommListSnapshotOf() { this->hasNotificationActiveIs(true); }
+
+    // Fills the snapshot from a list's classification lists (null slots
+    // skipped) and members, in that order.
+    template <class Lists, class Members>
+    void fill(Lists const& lists, Members const& members) {
+        for (ClassificationListPtrConst const& list : lists)
+            if (list != nullptr)
+                classificationListIs(list);
+        for (auto const& comm : members)
+            this->commIs(comm);
+    }
+};
+
+class ExtCommClassificationListSnapshot final
+    : public ExtCommClassificationListSnapshotOf<ExtComm> {
   public:
     using Ptr = Kiv::Ptr<ExtCommClassificationListSnapshot>;
     using PtrConst = Kiv::Ptr<ExtCommClassificationListSnapshot const>;
@@ -54,15 +101,10 @@ class ExtCommClassificationListSnapshot final : public ExtCommSnapshotComms<ExtC
         return Kiv::makeActive<ExtCommClassificationListSnapshot>(classification);
     }
 
-    ExtCommClassification classification() const { return classification_; }
-
   private:
     template <class T, class... Args>
     friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
-    explicit ExtCommClassificationListSnapshot(ExtCommClassification classification)
-        : classification_(classification) {}
-
-    ExtCommClassification const classification_;
+    using ExtCommClassificationListSnapshotOf::ExtCommClassificationListSnapshotOf;
 };
 
 inline ExtCommClassificationListSnapshot::Ptr extCommClassificationListSnapshotFactory(
@@ -70,22 +112,15 @@ inline ExtCommClassificationListSnapshot::Ptr extCommClassificationListSnapshotF
     return ExtCommClassificationListSnapshot::ExtCommClassificationListSnapshotIs(classification);
 }
 
-class ExtCommListSnapshot final : public ExtCommSnapshotComms<ExtComm> {
+class ExtCommListSnapshot final : public ExtCommListSnapshotOf<ExtComm, ExtCommClassificationList> {
   public:
     using Ptr = Kiv::Ptr<ExtCommListSnapshot>;
     using PtrConst = Kiv::Ptr<ExtCommListSnapshot const>;
 
-    KIV_ORDERED_MAP_ATTRIBUTE(classificationList, ExtCommClassification,
-                              ExtCommClassificationList::PtrConst, 1)
+    ExtCommListSnapshot() = default;
 
-  public:
-    // Empty, with notification switched on.
-    ExtCommListSnapshot() { hasNotificationActiveIs(true); }
-
-    void classificationListIs(ExtCommClassificationList::PtrConst const& list) {
-        KIV_ASSERT(list != nullptr, "__null != list");
-        classificationList_.set(list->classification(), list);
-    }
+  private:
+    friend class ExtCommList;
 };
 
 }  // namespace Routing::Bgp

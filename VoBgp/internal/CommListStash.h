@@ -113,4 +113,23 @@ Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeM
     return list;
 }
 
+// Fills the new private `list` of interned extended communities (of either
+// width) from its stash record: an image holds values, not objects, so each
+// value is interned in `commTable` (an ExtCommDedupTableOf). The list comes
+// back sorted, not yet interned.
+template <class Value, class List, class Table>
+Kiv::Ptr<List> destashExtCommList(Kiv::Ptr<List> list, void const* image,
+                                  KivStash::StoreManager* storeManager, Table const* commTable) {
+    KIV_ASSERT(commTable != nullptr, "extCommTable != __null");
+    CommListStashView<Value> const view(image, storeManager);
+    // As for the other list kinds: with counting off the store manager keeps it.
+    if (!Vok::DedupHandle::countingEnabled())
+        storeManager->adoptedHandleIs(list.ptr());
+    list->expectedCommunityCountIs(view.comms());
+    for (U32 i = 0; i < view.comms(); ++i)
+        list->commIs(commTable->intern(typename Table::Content(view.commAt(i))));
+    list->commVectorSortedIs(true);
+    return list;
+}
+
 }  // namespace Routing::Bgp

@@ -41,12 +41,6 @@ void ExtCommClassificationList::hasPrunableValuesIs(bool prunable) {
     commVectorAttrsIs(attrs);
 }
 
-void ExtCommClassificationList::dropSpareCapacity(Vok::DedupHandle* candidate) {
-    CommVector& vector = static_cast<ExtCommClassificationList*>(candidate)->commVector_;
-    if (vector.capacity() > vector.size())
-        CommVector(vector.begin(), vector.end()).swap(vector);
-}
-
 ExtCommClassificationList::PtrConst ExtCommClassificationList::dedup(
     ExtCommListDedupTable const* table) {
     KIV_ASSERT(table != nullptr, "table != __null");
@@ -56,8 +50,7 @@ ExtCommClassificationList::PtrConst ExtCommClassificationList::dedup(
         classification() == extCommClassificationRouteTarget
             ? table->rtExtCommClassificationListDedupTableRaw()
             : table->extCommClassificationListDedupTableRaw();
-    Vok::DedupHandle::PtrConst interned = target->dedupPreInsertCallback(this, &dropSpareCapacity);
-    return PtrConst::adopt(static_cast<ExtCommClassificationList const*>(interned.release()));
+    return insertInto(target);
 }
 
 U32 ExtCommClassificationList::hash() const {
@@ -91,11 +84,7 @@ Kiv::String ExtCommClassificationList::toStrep() const {
 }
 
 std::ostream& operator<<(std::ostream& os, ExtCommClassificationList const* list) {
-    if (list == nullptr)
-        return os;
-    os << list->classification() << " : ";
-    formatExtCommVector(os, *list->commVectorRawPtr());
-    return os;
+    return formatClassificationList(os, list);
 }
 
 std::ostream& operator<<(std::ostream& os, ExtCommClassificationList const& list) {

@@ -32,12 +32,12 @@ class RtExtCommListLifeTimeNotifier;
     X(sorted)                                       \
     X(hasPrunableValues)
 
-class ExtCommClassificationList : public Vok::DedupHandle {
+class ExtCommClassificationList : public Vok::DedupHandle,
+                                  public ExtCommVectorMembers<ExtCommClassificationList, ExtComm> {
   public:
     using Ptr = Kiv::Ptr<ExtCommClassificationList>;
     using PtrConst = Kiv::Ptr<ExtCommClassificationList const>;
     using RawPtrConst = ExtCommClassificationList const*;
-    using CommVector = ExtCommVectorOf<ExtComm>;
 
     KIV_DENSE_BOOL_SET(CommVectorAttrs, "Routing::Bgp::ExtCommClassificationList::CommVectorAttrs",
                        VOBGP_EXT_COMM_CLASSIFICATION_LIST_ATTRS)
@@ -61,14 +61,7 @@ class ExtCommClassificationList : public Vok::DedupHandle {
     void commVectorSortedIs(bool sorted);
     bool hasPrunableValues() const { return commVectorAttrs().hasPrunableValues(); }
 
-    // Appends an interned community (private lists only).
-    void commIs(ExtComm::PtrConst const& comm) { ExtCommVectorAdd(commVector_, comm); }
-    // The member with that value, or null; sorted lists only.
-    ExtComm::PtrConst comm(U64 community) const {
-        return ExtCommVectorLookup(commVectorSorted(), commVector_, community);
-    }
-    U32 comms() const { return static_cast<U32>(commVector_.size()); }
-    CommVector const* commVectorRawPtr() const { return &commVector_; }
+    // commIs, comm(U64), comms, commVectorRawPtr: ExtCommVectorMembers.
 
     // Sorts the list and returns the interned one equal to it, from the
     // route-target table of `table` for route targets, else from its
@@ -100,12 +93,6 @@ class ExtCommClassificationList : public Vok::DedupHandle {
                                                              << commVectorAttrsShift);
     }
     void hasPrunableValuesIs(bool prunable);
-
-  private:
-    // The pre-insert action: an interned list keeps no spare capacity.
-    static void dropSpareCapacity(Vok::DedupHandle* candidate);
-
-    CommVector commVector_;
 };
 
 class RtExtCommClassificationList final : public ExtCommClassificationList {

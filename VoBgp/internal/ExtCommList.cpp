@@ -33,23 +33,6 @@ ExtCommList::Ptr ExtCommList::ExtCommListIs() {
     return Ptr(new ExtCommList);
 }
 
-void ExtCommList::append(PtrConst const& otherExtCommList) {
-    if (otherExtCommList != nullptr)
-        appendVector(otherExtCommList->commVector_);
-}
-
-void ExtCommList::appendClassificationList(
-    ExtCommClassificationList::PtrConst const& otherClassificationList) {
-    if (otherClassificationList != nullptr)
-        appendVector(*otherClassificationList->commVectorRawPtr());
-}
-
-void ExtCommList::appendVector(CommVector const& vector) {
-    commVector_.reserve(commVector_.size() + vector.size());
-    for (ExtComm::PtrConst const& comm : vector)
-        ExtCommVectorAdd(commVector_, comm);
-}
-
 U32 ExtCommList::totalCommunities() const {
     KIV_ASSERT(commVectorSorted());
     return comms();
@@ -151,12 +134,6 @@ void ExtCommList::createClassificationListVector(bool dedupMode) {
     hasLinkBandwidthIs(linkBandwidth);
 }
 
-void ExtCommList::dropSpareCapacity(Vok::DedupHandle* candidate) {
-    CommVector& vector = static_cast<ExtCommList*>(candidate)->commVector_;
-    if (vector.capacity() > vector.size())
-        CommVector(vector.begin(), vector.end()).swap(vector);
-}
-
 ExtCommList::PtrConst ExtCommList::dedup(ExtCommListDedupTable const* table) {
     KIV_ASSERT(table != nullptr, "table != __null");
     KIV_ASSERT(dedupState() == Vok::dedupHandleStateNeverDeduped(),
@@ -183,9 +160,7 @@ ExtCommList::PtrConst ExtCommList::dedup(ExtCommListDedupTable const* table) {
     hasLinkBandwidthIs(hasLinkBandwidth() || linkBandwidth);
     hasOriginValidationStateIs(hasOriginValidationState() || originValidationState);
     CommListDedupTableBase const* const base = table;
-    Vok::DedupHandle::PtrConst interned =
-        base->dedupTable()->dedupPreInsertCallback(this, &dropSpareCapacity);
-    return PtrConst::adopt(static_cast<ExtCommList const*>(interned.release()));
+    return insertInto(base->dedupTable().ptr());
 }
 
 ExtCommList::PtrConst ExtCommList::dedupFromInterned(ExtCommListDedupTable const* table) {
@@ -255,9 +230,7 @@ ExtCommList::PtrConst ExtCommList::dedupFromInterned(ExtCommListDedupTable const
                     [](auto const& list) { return list->hasPrunableValues(); }));
     commVectorAttrsIs(attrs);
     totalTransitiveCommunities_ = notes.transitive;
-    Vok::DedupHandle::PtrConst interned =
-        base->dedupTable()->dedupPreInsertCallback(this, &dropSpareCapacity);
-    return PtrConst::adopt(static_cast<ExtCommList const*>(interned.release()));
+    return insertInto(base->dedupTable().ptr());
 }
 
 ExtCommList::PtrConst ExtCommList::prune(ExtCommListDedupTable const* table) const {
@@ -292,17 +265,7 @@ U32 ExtCommList::stash(KivStash::StoreManager* storeManager) const {
 
 ExtCommList::Ptr ExtCommList::destash(void const* image, KivStash::StoreManager* storeManager,
                                       ExtCommDedupTable const* extCommTable) {
-    KIV_ASSERT(extCommTable != nullptr, "extCommTable != __null");
-    CommListStashView<U64> const view(image, storeManager);
-    Ptr list = extCommListFactory();
-    // As for the other list kinds: with counting off the store manager keeps it.
-    if (!Vok::DedupHandle::countingEnabled())
-        storeManager->adoptedHandleIs(list.ptr());
-    list->expectedCommunityCountIs(view.comms());
-    for (U32 i = 0; i < view.comms(); ++i)
-        list->commIs(ExtComm::dedupContent(extCommTable, ExtCommContent(view.commAt(i))));
-    list->commVectorSortedIs(true);
-    return list;
+    return destashExtCommList<U64>(extCommListFactory(), image, storeManager, extCommTable);
 }
 
 }  // namespace Routing::Bgp

@@ -55,12 +55,12 @@ class ExtCommListSnapshot;
     X(hasPolicyMatchStrepUICommunities)        \
     X(hasPrunableValues)
 
-class ExtCommList final : public KivStash::DedupHandle {
+class ExtCommList final : public KivStash::DedupHandle,
+                          public ExtCommVectorMembers<ExtCommList, ExtComm> {
   public:
     using Ptr = Kiv::Ptr<ExtCommList>;
     using PtrConst = Kiv::Ptr<ExtCommList const>;
     using RawPtrConst = ExtCommList const*;
-    using CommVector = ExtCommVectorOf<ExtComm>;
 
     KIV_DENSE_BOOL_SET(CommVectorAttrs, "Routing::Bgp::ExtCommList::CommVectorAttrs",
                        VOBGP_EXT_COMM_LIST_ATTRS)
@@ -70,25 +70,18 @@ class ExtCommList final : public KivStash::DedupHandle {
     // A new private, empty list.
     static Ptr ExtCommListIs();
 
-    // Appends an interned community at the end (private lists only).
-    void commIs(ExtComm::PtrConst const& comm) { ExtCommVectorAdd(commVector_, comm); }
-    void expectedCommunityCountIs(U32 communityCount) { commVector_.reserve(communityCount); }
-    // Append every community of the other list (nothing for null), unsorted.
-    void append(PtrConst const& otherExtCommList);
-    void appendClassificationList(
-        ExtCommClassificationList::PtrConst const& otherClassificationList);
-    void appendVector(CommVector const& vector);
+    // commIs, expectedCommunityCountIs, appendVector, comm(U64),
+    // lookupExtComm, comms, empty, commVectorRawPtr: ExtCommVectorMembers.
 
-    // The member with that 64-bit value, or null; sorted lists only.
-    ExtComm::PtrConst comm(U64 community) const { return lookupExtComm(community); }
-    ExtComm::PtrConst lookupExtComm(U64 community) const {
-        return ExtCommVectorLookup(commVectorSorted(), commVector_, community);
+    // Append every community of the other list (nothing for null), unsorted.
+    void append(PtrConst const& otherExtCommList) { appendMembersOf(otherExtCommList.ptr()); }
+    void appendClassificationList(
+        ExtCommClassificationList::PtrConst const& otherClassificationList) {
+        appendMembersOf(otherClassificationList.ptr());
     }
-    U32 comms() const { return static_cast<U32>(commVector_.size()); }
-    bool empty() const { return commVector_.empty(); }
+
     U32 totalCommunities() const;
     U32 totalTransitiveCommunities() const { return totalTransitiveCommunities_; }
-    CommVector const* commVectorRawPtr() const { return &commVector_; }
     ExtCommClassificationLists const& classificationLists() const { return classificationLists_; }
     // The list of that classification, or null.
     ExtCommClassificationList const* classificationList(
@@ -161,12 +154,10 @@ class ExtCommList final : public KivStash::DedupHandle {
 
   private:
     ExtCommList() = default;
-    static void dropSpareCapacity(Vok::DedupHandle* candidate);
     // dedup without building anything when every classification list is
     // interned already; null when one is not.
     PtrConst dedupFromInterned(ExtCommListDedupTable const* table);
 
-    CommVector commVector_;
     ExtCommClassificationLists classificationLists_;
     U32 totalTransitiveCommunities_ = 0;
 };

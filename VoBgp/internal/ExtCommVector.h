@@ -13,6 +13,9 @@
 // subtype, address, local administrator). Since communities are interned,
 // equal keys mean the same object.
 //
+// ExtCommVectorMembers is that vector inside a list, with what every list
+// kind does with it alike.
+//
 // BgpHashMix feeds the identity of one interned handle to a Jenkins
 // one-at-a-time hash: lists of interned members hash their members'
 // addresses, never their contents again.
@@ -20,6 +23,8 @@
 
 #include <algorithm>
 #include <iosfwd>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "Kiv/Assert.h"
@@ -28,6 +33,7 @@
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/VoBgpCommunity.h"
 #include "Vok/DedupHandle.h"
+#include "Vok/DedupHashTable.h"
 #include "Vok/HashMix.h"
 
 namespace Routing::Bgp {
@@ -94,6 +100,66 @@ typename Vector::value_type ExtCommVectorLookup(bool commVectorSorted, Vector co
     return nullptr;
 }
 
+// The member vector of a list of interned communities (ExtCommList,
+// ExtCommClassificationList and their IPv6 twins) and what each of them does
+// with it the same way. Derived is the list, a Vok::DedupHandle that says
+// whether it is sorted (commVectorSorted()).
+template <class Derived, class Comm>
+class ExtCommVectorMembers {
+  public:
+    using CommPtrConst = Kiv::Ptr<Comm const>;
+    using CommVector = ExtCommVectorOf<Comm>;
+    using Key = std::decay_t<decltype(extCommKey(std::declval<Comm const&>()))>;
+
+    // Appends an interned community at the end (private lists only).
+    void commIs(CommPtrConst const& comm) { ExtCommVectorAdd(commVector_, comm); }
+    void expectedCommunityCountIs(U32 communityCount) { commVector_.reserve(communityCount); }
+    // Appends every member of `vector`, unsorted.
+    void appendVector(CommVector const& vector) {
+        commVector_.reserve(commVector_.size() + vector.size());
+        for (CommPtrConst const& comm : vector)
+            ExtCommVectorAdd(commVector_, comm);
+    }
+
+    // The member with that key, or null; sorted lists only.
+    CommPtrConst comm(Key const& community) const { return lookupExtComm(community); }
+    CommPtrConst lookupExtComm(Key const& community) const {
+        return ExtCommVectorLookup(static_cast<Derived const&>(*this).commVectorSorted(),
+                                   commVector_, community);
+    }
+    U32 comms() const { return static_cast<U32>(commVector_.size()); }
+    bool empty() const { return commVector_.empty(); }
+    CommVector const* commVectorRawPtr() const { return &commVector_; }
+
+  protected:
+    ExtCommVectorMembers() = default;
+
+    // Appends the members of another list (nothing for null).
+    template <class Other>
+    void appendMembersOf(Other const* other) {
+        if (other != nullptr)
+            appendVector(*other->commVectorRawPtr());
+    }
+    // Hands this (sorted) list to `table`'s pre-insert path and returns the
+    // interned list equal to it; an interned list keeps no spare capacity.
+    Kiv::Ptr<Derived const> insertInto(Vok::DedupHashTable const* table) {
+        Vok::DedupHandle::PtrConst interned =
+            table->dedupPreInsertCallback(static_cast<Derived*>(this), &dropSpareCapacity);
+        // Hand the table's reference on without counting it again.
+        return Kiv::Ptr<Derived const>::adopt(static_cast<Derived const*>(interned.release()));
+    }
+
+    CommVector commVector_;
+
+  private:
+    static void dropSpareCapacity(Vok::DedupHandle* candidate) {
+        CommVector& vector =
+            static_cast<ExtCommVectorMembers&>(*static_cast<Derived*>(candidate)).commVector_;
+        if (vector.capacity() > vector.size())
+            CommVector(vector.begin(), vector.end()).swap(vector);
+    }
+};
+
 // Mixes the identity of one interned handle (a null one counts as zero).
 class BgpHashMix {
   public:
@@ -103,12 +169,14 @@ class BgpHashMix {
     }
 };
 
-// The hash of a sequence of interned handles: 0 when it is empty.
+// The hash of a sequence of interned handles, null ones skipped (the empty
+// slots of a slot vector): 0 when nothing is left.
 template <class Range>
 U32 hashIdentities(Range const& range) {
     Vok::HashMix mix;
     for (auto const& member : range)
-        BgpHashMix(mix, member.ptr());
+        if (member != nullptr)
+            BgpHashMix(mix, member.ptr());
     return mix.result();
 }
 

@@ -76,7 +76,9 @@ Ingest::Ingest()
       extTable_(extCommDedupTableFactory(parser_->extCommParser())),
       extListTable_(extCommListDedupTableFactory()),
       commTable_(commListDedupTableFactory()),
-      largeTable_(largeCommListDedupTableFactory()) {}
+      largeTable_(largeCommListDedupTableFactory()),
+      ip6Table_(extCommIp6DedupTableFactory(parser_->extCommParser())),
+      ip6ListTable_(extCommIp6ListDedupTableFactory()) {}
 
 Ingest::~Ingest() = default;
 
@@ -111,22 +113,13 @@ ExtCommList::PtrConst Ingest::extended(AttrSpan const& attr) {
 }
 
 Ip6CommSet Ingest::ipv6(AttrSpan const& attr) {
-    Ip6CommSet set;
     if (!attr.present)
-        return set;
-    set.reserve(attr.size / 20);
+        return {};
+    ExtCommIp6List::Ptr list = extCommIp6ListFactory();
+    list->expectedCommunityCountIs(attr.size / 20);
     for (U32 i = 0; i + 20 <= attr.size; i += 20)
-        set.push_back(
-            parser_->extCommParser()->parseExtendedCommunityIp6(ip6Content(attr.data + i)));
-    auto less = [](ExtCommIp6::PtrConst const& a, ExtCommIp6::PtrConst const& b) {
-        return a->getContent() < b->getContent();
-    };
-    auto same = [](ExtCommIp6::PtrConst const& a, ExtCommIp6::PtrConst const& b) {
-        return a->getContent() == b->getContent();
-    };
-    std::sort(set.begin(), set.end(), less);
-    set.erase(std::unique(set.begin(), set.end(), same), set.end());
-    return set;
+        list->commIs(ExtCommIp6::dedupContent(ip6Table_.ptr(), ip6Content(attr.data + i)));
+    return {list->dedup(ip6ListTable_.ptr())};
 }
 
 void Ingest::path(PathAttrs const& attrs, RouteComms* out) {
@@ -212,7 +205,6 @@ bool Ingest::matches(RouteComms const& comms, CommKind kind,
     return false;
 }
 
-// Seam: the IPv6 branch becomes the list's own serialize().
 Kiv::String Ingest::serialize(RouteComms const& comms, CommKind kind) const {
     switch (kind) {
         case CommKind::standard:
@@ -223,18 +215,8 @@ Kiv::String Ingest::serialize(RouteComms const& comms, CommKind kind) const {
             return comms.extended ? comms.extended->serialize(ExtCommList::serialization(
                                         /*includeNonTransitive=*/true, false, false))
                                   : Kiv::String();
-        case CommKind::ipv6: {
-            SerializePathAttribute out(extCommunityIp6, optionalTransitive,
-                                       static_cast<U32>(comms.ipv6.size() * 20));
-            for (ExtCommIp6::PtrConst const& comm : comms.ipv6) {
-                ExtCommIp6Content const& content = comm->getContent();
-                out.addU8(content.type);
-                out.addU8(content.subtype);
-                out.addOctets(content.addr.octets().data(), 16);
-                out.addU16hton(content.localAdmin);
-            }
-            return out.serializedString();
-        }
+        case CommKind::ipv6:
+            return comms.ipv6.list ? comms.ipv6.list->serialize(true) : Kiv::String();
     }
     return {};
 }

@@ -7,8 +7,10 @@
 // into a private CommList / LargeCommList (commIs) interned by dedup with one
 // table each; every 8-octet extended value becomes an ExtCommContent interned
 // by ExtComm::dedupContent and goes into a private ExtCommList interned by
-// dedup with the one ExtCommListDedupTable, all through one parser container
-// and one set of tables for the whole run.
+// dedup with the one ExtCommListDedupTable; every IPv6-address-specific
+// value becomes an ExtCommIp6Content interned by ExtCommIp6::dedupContent
+// into an ExtCommIp6List the same way; all through one parser container and
+// one set of tables for the whole run.
 //
 // Contract: the attribute spans handed in have a length that is a multiple of
 // the element size (the attribute walker checks that). Absent attributes give
@@ -21,6 +23,7 @@
 #include <vector>
 
 #include "VoBgp/ExtCommIp6.h"
+#include "VoBgp/ExtCommIp6ListDedupTable.h"
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunity.h"
 #include "VoBgp/VoBgpCommunityList.h"
@@ -32,10 +35,23 @@ class PosixRegex;
 
 namespace Bgpcomm {
 
-// Seam: the interned IPv6 list (ExtCommIp6List::PtrConst, of values interned
-// by ExtCommIp6::dedupContent) takes this place; until then each value is
-// built by the parser's IPv6 rules, not interned, kept sorted and unique.
-using Ip6CommSet = std::vector<Routing::Bgp::ExtCommIp6::PtrConst>;
+// A route's interned IPv6-address-specific list (of values interned by
+// ExtCommIp6::dedupContent; null without the attribute), seen as the range of
+// its communities, ascending by content and without duplicates.
+struct Ip6CommSet {
+    using Comms = Routing::Bgp::ExtCommIp6List::CommVector;
+
+    Routing::Bgp::ExtCommIp6List::PtrConst list;
+
+    Comms const& comms() const {
+        static Comms const none;
+        return list ? *list->commVectorRawPtr() : none;
+    }
+    bool empty() const { return comms().empty(); }
+    Comms::const_iterator begin() const { return comms().begin(); }
+    Comms::const_iterator end() const { return comms().end(); }
+    Routing::Bgp::ExtCommIp6::PtrConst const& front() const { return comms().front(); }
+};
 
 struct RouteComms {
     Routing::Bgp::CommList::PtrConst standard;
@@ -73,7 +89,7 @@ class Ingest {
                  Routing::RouteMap::PosixRegex const* regex) const;
     // The interned list of `kind` written back as its path attribute (all
     // extended communities, transitive or not); null when the route has
-    // none, empty when an extended list has no community to write.
+    // none, empty when a list has no community to write.
     Kiv::String serialize(RouteComms const& comms, CommKind kind) const;
 
     // Interned objects now alive in the tables.
@@ -92,6 +108,8 @@ class Ingest {
     Routing::Bgp::ExtCommListDedupTable::Ptr extListTable_;
     Routing::Bgp::CommListDedupTable::Ptr commTable_;
     Routing::Bgp::LargeCommListDedupTable::Ptr largeTable_;
+    Routing::Bgp::ExtCommIp6DedupTable::Ptr ip6Table_;
+    Routing::Bgp::ExtCommIp6ListDedupTable::Ptr ip6ListTable_;
 };
 
 }  // namespace Bgpcomm

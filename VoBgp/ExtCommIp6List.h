@@ -1,0 +1,153 @@
+// ExtCommIp6List: the interned list of the IPv6-address-specific extended
+// communities (RFC 5701) of one route's IPV6 ADDRESS SPECIFIC EXTENDED
+// COMMUNITY path attribute (type 25, IANA BGP path attributes). The 20-octet
+// twin of ExtCommList on the same member vector (ExtCommVectorMembers):
+// every community once, ascending by content (type, subtype, address, local
+// administrator) once sorted, and the same communities split by
+// classification into interned ExtCommIp6ClassificationLists.
+//
+// Where it differs from ExtCommList: the classification lists sit in a slot
+// vector indexed by the classification's number (slot c holds the list of
+// classification c or null; the vector is as long as the largest
+// classification present plus one), and the list caches no attribute bits
+// but whether it is sorted and how many of its communities are transitive.
+//
+// Lifecycle: private and appendable (commIs, append...) from its factory
+// until dedup(table), which sorts it, distributes it into classification
+// lists, interns those and returns the one shared list with that content.
+// Its identity is that of its classification lists (their addresses, slot by
+// slot); an interned list never changes.
+#pragma once
+
+#include <vector>
+
+#include "KivStash/StashAllocator.h"
+#include "KivStash/StoreManager.h"
+#include "VoBgp/ExtCommIp6ClassificationList.h"
+#include "VoBgp/ExtCommIp6DedupTable.h"
+
+namespace Routing::Bgp {
+
+class ExtCommIp6ListSnapshot;
+
+using ExtCommIp6ClassificationListVector =
+    std::vector<ExtCommIp6ClassificationList::PtrConst,
+                KivStash::StashAllocator<ExtCommIp6ClassificationList::PtrConst>>;
+
+// The list in slot `classification`, created (plain, private) when the slot
+// is empty or beyond the vector. Only for a list being built: the slot's
+// list must not be interned yet.
+ExtCommIp6ClassificationList* ExtCommIp6ListFindOrCreateClassificationList(
+    ExtCommIp6ClassificationListVector& vector, ExtCommClassification classification);
+// Stores `list` into the slot of its own classification, growing the vector
+// with null slots as far as needed.
+void ExtCommIp6ListClassificationListIs(ExtCommIp6ClassificationListVector& vector,
+                                        ExtCommIp6ClassificationList::PtrConst const& list);
+
+class ExtCommIp6List final : public KivStash::DedupHandle,
+                             public ExtCommVectorMembers<ExtCommIp6List, ExtCommIp6> {
+  public:
+    using Ptr = Kiv::Ptr<ExtCommIp6List>;
+    using PtrConst = Kiv::Ptr<ExtCommIp6List const>;
+    using RawPtrConst = ExtCommIp6List const*;
+
+    // A new private, empty list.
+    static Ptr ExtCommIp6ListIs() { return Ptr(new ExtCommIp6List); }
+
+    // commIs, expectedCommunityCountIs, appendVector, comm(content),
+    // lookupExtComm, comms, empty, commVectorRawPtr: ExtCommVectorMembers.
+
+    // Append every community of the other list (nothing for null), unsorted.
+    void append(PtrConst const& otherList) { appendMembersOf(otherList.ptr()); }
+    void appendClassificationList(
+        ExtCommIp6ClassificationList::PtrConst const& otherClassificationList) {
+        appendMembersOf(otherClassificationList.ptr());
+    }
+
+    bool commVectorSorted() const { return commVectorSorted_; }
+    void commVectorSortedIs(bool sorted) { commVectorSorted_ = sorted; }
+    U32 totalCommunities() const;
+    // Counted by dedup: communities whose type octet has bit 0x40 clear.
+    U32 totalTransitiveCommunities() const { return totalTransitiveCommunities_; }
+    ExtCommIp6ClassificationListVector const& classificationLists() const {
+        return classificationLists_;
+    }
+    // The list of that classification, or null; interned lists only.
+    ExtCommIp6ClassificationList const* classificationList(
+        ExtCommClassification classification) const;
+
+    // The attribute (flags 0xC0, type 25), its communities in list order,
+    // the non-transitive ones only when asked; the empty string when none
+    // is to go.
+    Kiv::String serialize(bool sendNonTransExtComms) const;
+    // Each community's policy form without the type prefix
+    // ("<address>:<local admin>") followed by one blank, the last included.
+    Kiv::String commsStringForm() const;
+
+    PtrConst dedup(ExtCommIp6ListDedupTable const* table);
+    // Jenkins one-at-a-time over the identities of the non-null slots.
+    U32 hash() const override;
+    // The same classification lists slot by slot.
+    bool compare(Vok::DedupHandle::RawPtrConst other) const override;
+
+    Kiv::Ptr<ExtCommIp6ListSnapshot> commSnapshot() const;
+    // "[ <derived forms> ]".
+    Kiv::String toStrep() const;
+
+    // Writes the list (sorted) into `storeManager`'s image (record kind 6);
+    // the record index.
+    U32 stash(KivStash::StoreManager* storeManager) const;
+    // A private, sorted list equal to the one stashed at `image`, its
+    // communities interned in `extCommIp6Table` (an image holds values, not
+    // objects). Kiv::ParseError for a record of another kind or order.
+    static Ptr destash(void const* image, KivStash::StoreManager* storeManager,
+                       ExtCommIp6DedupTable const* extCommIp6Table);
+
+  private:
+    ExtCommIp6List() = default;
+
+    ExtCommIp6ClassificationListVector classificationLists_;
+    U32 totalTransitiveCommunities_ = 0;
+    bool commVectorSorted_ = false;
+};
+
+inline ExtCommIp6List::Ptr extCommIp6ListFactory() {
+    return ExtCommIp6List::ExtCommIp6ListIs();
+}
+
+// "NULL" for a null list.
+std::ostream& operator<<(std::ostream& os, ExtCommIp6List const* list);
+std::ostream& operator<<(std::ostream& os, ExtCommIp6List const& list);
+
+// How an ExtCommIp6List record of a stash image spells its members: each
+// content as its five wire words (see ExtCommIp6Content).
+template <>
+struct CommListTraits<ExtCommIp6Content> {
+    static constexpr U32 words = ExtCommIp6Content::stashWords;
+    static constexpr U32 stashKind = 6;
+    static constexpr char const* listName = "ExtCommIp6List";
+
+    static U32 word(ExtCommIp6Content const& content, U32 index) {
+        U32 words[ExtCommIp6Content::stashWords];
+        content.stashWordsTo(words);
+        return words[index];
+    }
+    static ExtCommIp6Content fromWords(U32 const* words) {
+        return ExtCommIp6Content::fromStashWords(words);
+    }
+};
+
+// The classification lists by classification, the members by content.
+class ExtCommIp6ListSnapshot final
+    : public ExtCommListSnapshotOf<ExtCommIp6, ExtCommIp6ClassificationList> {
+  public:
+    using Ptr = Kiv::Ptr<ExtCommIp6ListSnapshot>;
+    using PtrConst = Kiv::Ptr<ExtCommIp6ListSnapshot const>;
+
+    ExtCommIp6ListSnapshot() = default;
+
+  private:
+    friend class ExtCommIp6List;
+};
+
+}  // namespace Routing::Bgp
