@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the bgpcomm tool with the release preset and runs it with --stats on the sample
-# MRT data in tools/bgpcomm/sample/. Extra arguments go to `bgpcomm mrt`,
+# Builds the bgpcomm tool with the release preset and shows the routes of the sample
+# MRT data in tools/bgpcomm/sample/ with their communities, then the statistics.
+# Extra arguments go to `bgpcomm mrt`,
 # e.g. scripts/bgpcomm-sample.sh --json.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -15,6 +16,6 @@ if ((${#samples[@]} == 0)); then
   exit 1
 fi
 if (($# == 0)); then
-  set -- --stats
+  set -- --format text --stats
 fi
 exec build/release/tools/bgpcomm/bgpcomm mrt "$@" "${samples[@]}"
