@@ -2,7 +2,6 @@
 // community parser once, intern received values, print them for a show
 // command, and intern and re-serialize a COMMUNITIES attribute.
 #include <cstdio>
-#include <vector>
 
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunity.h"
@@ -11,26 +10,30 @@
 using namespace Routing::Bgp;
 
 int main() {
-    // Once per process: the parser with its plug-ins, and the interning table.
+    // Once per process: the parser with its plug-ins, and the interning tables.
     auto parser = BgpParseExtCommContainerSm::BgpParseExtCommContainerSmIs();
     auto extCommTable = extCommDedupTableFactory(parser->extCommParser());
+    auto extCommListTable = extCommListDedupTableFactory();
 
-    // Per received EXTENDED COMMUNITIES value: 8 octets each, in wire order.
+    // Per received EXTENDED COMMUNITIES attribute: 8 octets a value, in wire
+    // order; each becomes the one shared, typed object, and the route holds
+    // the one shared list of them.
     U64 const received[] = {
         0x0002FDE800000064,  // route target 65000:100
         0x0202000100000064,  // route target 1.0:100 (four-octet AS)
         0x030B00000000002A,  // color 42
         0x4300000000000000,  // origin validation state: valid
     };
-    std::vector<ExtComm::PtrConst> route;  // what a path holds on to
-    for (U64 value : received) {
-        ExtComm::PtrConst comm = ExtComm::dedupContent(extCommTable.ptr(), ExtCommContent(value));
-        route.push_back(comm);
+    ExtCommList::Ptr extList = extCommListFactory();
+    for (U64 value : received)
+        extList->commIs(ExtComm::dedupContent(extCommTable.ptr(), ExtCommContent(value)));
+    ExtCommList::PtrConst route = extList->dedup(extCommListTable.ptr());
+    extList = nullptr;
+    for (ExtComm::PtrConst const& comm : *route->commVectorRawPtr())
         std::printf("%-40s %s\n", comm->toStrepForUI(/*asdot=*/true).c_str(),
                     comm->toStrep().c_str());
-    }
     std::printf("route targets interned: %zu\n", extCommTable->producerRtList()->rtCount());
-    route.clear();  // the last holder lets go: the values leave the table
+    route = nullptr;  // the last holder lets go: the list and its values leave the tables
     std::printf("route targets interned after release: %zu\n",
                 extCommTable->producerRtList()->rtCount());
 
