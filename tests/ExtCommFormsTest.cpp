@@ -9,8 +9,6 @@
 namespace Routing::Bgp {
 namespace {
 
-using FormCheck::expectEveryFormat;
-
 // Part `index` of a text of parts separated by '|'; missing parts are empty.
 std::string part(std::string_view text, int index) {
     for (; index > 0; --index) {
@@ -116,7 +114,19 @@ TEST(ExtCommForms, EveryFormatOfEveryKind) {
         ExtComm::PtrConst comm = content.typeOctet() == 0x01 && content.subtypeOctet() == 0x0B
                                      ? extCommVrfRouteImportIpv4AddressFactory(content)
                                      : parser.intern(row.value);
-        expectEveryFormat(*comm, [&](ExtComm::StrepFormat f) { return expectedForm(row, f); });
+        // Every one of the 64 formats, and the show-command entry against the
+        // format it stands for (classification 2 + UI 4 + json 8 + asdot 16 +
+        // weighted 32).
+        for (U8 bits = 0; bits < 64; ++bits) {
+            ExtComm::StrepFormat const format(bits);
+            EXPECT_EQ(expectedForm(row, format), comm->toStrepForPolicy(format).view())
+                << streamed(*comm) << " format " << int(bits);
+            if ((bits & 7) == 6) {
+                EXPECT_EQ(comm->toStrepForPolicy(format),
+                          comm->toStrepForUI(bits & 16, bits & 32, bits & 8))
+                    << streamed(*comm) << " format " << int(bits);
+            }
+        }
         if (*row.derived) {
             EXPECT_EQ("<" + std::string(row.derived) + " " + streamed(content) + ">",
                       streamed(*comm));
