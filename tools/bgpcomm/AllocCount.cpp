@@ -6,6 +6,10 @@
 #include <cstdlib>
 #include <new>
 
+// ThreadSanitizer's runtime defines the global allocation functions itself and
+// cannot share them; under it the tool reports no heap figure.
+#ifndef BGPCOMM_NO_HEAP_COUNT
+
 namespace {
 
 // Relaxed: a statistic, read once the work is done.
@@ -36,9 +40,6 @@ U64 liveHeapBytes() {
 
 }  // namespace Bgpcomm
 
-// ThreadSanitizer's runtime defines the global allocation functions itself and
-// cannot share them; under it the tool reports no heap figure.
-#ifndef BGPCOMM_NO_HEAP_COUNT
 void* operator new(std::size_t size) {
     return allocate(size);
 }
@@ -57,4 +58,15 @@ void operator delete(void* p, std::size_t) noexcept {
 void operator delete[](void* p, std::size_t) noexcept {
     release(p);
 }
+
+#else
+
+namespace Bgpcomm {
+
+U64 liveHeapBytes() {
+    return 0;
+}
+
+}  // namespace Bgpcomm
+
 #endif
