@@ -92,6 +92,15 @@ class BgpParseRuleKeyT : public BgpParseRuleKeyBase<typename BgpParseExtCommRule
     using Key = BgpParseRuleKeyT<BgpParseExtCommRuleSet::set>;
 #include "VoBgp/Parse/ExtCommRuleKinds.def"
 
+// Plug-ins and notification watchers address sets by these ids, and a key is
+// stored by value in every set: both are fixed.
+static_assert(bgpParseExtCommRuleSetCount == 14, "the root and thirteen type rules");
+static_assert(BgpParseExtendedCommunityRuleKey::attributeId == 0);
+static_assert(BgpParseExtCommSubTypeTransOpaqueRuleKey::attributeId == 4);
+static_assert(BgpParseExtCommIp6SubTypeNonTransRuleKey::attributeId == 13);
+static_assert(sizeof(BgpParseExtCommSubTypeTransOpaqueRuleKey) == sizeof(void*),
+              "a key is the pointer to its rule");
+
 // The key of set number `index`.
 template <std::size_t index>
 using BgpParseRuleKeyAt = BgpParseRuleKeyT<static_cast<BgpParseExtCommRuleSet>(index)>;
