@@ -176,7 +176,7 @@ class Decoder {
             }
             case CommKind::ipv6: {
                 comms.ipv6 = ingest_.ipv6(span);
-                ExtCommIp6 const& comm = *comms.ipv6.front();
+                ExtCommIp6 const& comm = *comms.ipv6->commVectorRawPtr()->front();
                 line("content", printable(valueToStrep(comm.getContent()).view()));
                 extendedForms<ExtCommIp6::StrepFormat>(comm, ExtCommIp6::StrepFormatTraits::names);
                 texts(comms, kind, "show");

@@ -66,7 +66,7 @@ bool RouteComms::has(CommKind kind) const {
         case CommKind::extended:
             return extended && !extended->empty();
         case CommKind::ipv6:
-            return !ipv6.empty();
+            return ipv6 && !ipv6->empty();
     }
     return false;
 }
@@ -112,14 +112,14 @@ ExtCommList::PtrConst Ingest::extended(AttrSpan const& attr) {
     return list->dedup(extListTable_.ptr());
 }
 
-Ip6CommSet Ingest::ipv6(AttrSpan const& attr) {
+ExtCommIp6List::PtrConst Ingest::ipv6(AttrSpan const& attr) {
     if (!attr.present)
-        return {};
+        return nullptr;
     ExtCommIp6List::Ptr list = extCommIp6ListFactory();
     list->expectedCommunityCountIs(attr.size / 20);
     for (U32 i = 0; i + 20 <= attr.size; i += 20)
         list->commIs(ExtCommIp6::dedupContent(ip6Table_.ptr(), ip6Content(attr.data + i)));
-    return {list->dedup(ip6ListTable_.ptr())};
+    return list->dedup(ip6ListTable_.ptr());
 }
 
 void Ingest::path(PathAttrs const& attrs, RouteComms* out) {
@@ -168,7 +168,9 @@ void Ingest::forEachText(RouteComms const& comms, CommKind kind, bool asdot,
             format.strepFormatClassificationIs(true);
             format.strepFormatUIIs(true);
             format.strepFormatAsdotIs(asdot);
-            for (ExtCommIp6::PtrConst const& comm : comms.ipv6) {
+            if (!comms.ipv6)
+                return;
+            for (ExtCommIp6::PtrConst const& comm : *comms.ipv6->commVectorRawPtr()) {
                 buffer.clear();
                 comm->formatPolicy(buffer, format);
                 each(buffer.view());
@@ -187,16 +189,20 @@ bool Ingest::matches(RouteComms const& comms, CommKind kind,
             return listMatches(comms.large, regex);
         case CommKind::extended:
             return listMatches(comms.extended, regex);
-        // Seam: becomes the IPv6 list's own matchCommunitiesRegex.
+        // IPv6-address-specific lists have no matcher of their own: their
+        // policy forms, joined as the other lists join theirs.
         case CommKind::ipv6: {
+            if (!comms.ipv6)
+                return regexMatches(regex, "");
             for (unsigned bit : {unsigned(ExtCommIp6::StrepFormat::strepFormatDefaultBit),
                                  unsigned(ExtCommIp6::StrepFormat::strepFormatClassificationBit)}) {
                 ExtCommIp6::StrepFormat format;
                 format.set(bit, true);
-                if (regexMatches(regex, joined(comms.ipv6, [&](std::string& text,
-                                                               ExtCommIp6::PtrConst const& c) {
-                                     text += c->toStrepForPolicy(format).view();
-                                 })))
+                if (regexMatches(regex,
+                                 joined(*comms.ipv6->commVectorRawPtr(),
+                                        [&](std::string& text, ExtCommIp6::PtrConst const& c) {
+                                            text += c->toStrepForPolicy(format).view();
+                                        })))
                     return true;
             }
             return false;
@@ -216,7 +222,7 @@ Kiv::String Ingest::serialize(RouteComms const& comms, CommKind kind) const {
                                         /*includeNonTransitive=*/true, false, false))
                                   : Kiv::String();
         case CommKind::ipv6:
-            return comms.ipv6.list ? comms.ipv6.list->serialize(true) : Kiv::String();
+            return comms.ipv6 ? comms.ipv6->serialize(true) : Kiv::String();
     }
     return {};
 }

@@ -35,29 +35,11 @@ class PosixRegex;
 
 namespace Bgpcomm {
 
-// A route's interned IPv6-address-specific list (of values interned by
-// ExtCommIp6::dedupContent; null without the attribute), seen as the range of
-// its communities, ascending by content and without duplicates.
-struct Ip6CommSet {
-    using Comms = Routing::Bgp::ExtCommIp6List::CommVector;
-
-    Routing::Bgp::ExtCommIp6List::PtrConst list;
-
-    Comms const& comms() const {
-        static Comms const none;
-        return list ? *list->commVectorRawPtr() : none;
-    }
-    bool empty() const { return comms().empty(); }
-    Comms::const_iterator begin() const { return comms().begin(); }
-    Comms::const_iterator end() const { return comms().end(); }
-    Routing::Bgp::ExtCommIp6::PtrConst const& front() const { return comms().front(); }
-};
-
 struct RouteComms {
     Routing::Bgp::CommList::PtrConst standard;
     Routing::Bgp::LargeCommList::PtrConst large;
     Routing::Bgp::ExtCommList::PtrConst extended;
-    Ip6CommSet ipv6;
+    Routing::Bgp::ExtCommIp6List::PtrConst ipv6;
 
     bool has(CommKind kind) const;
 };
@@ -72,7 +54,7 @@ class Ingest {
     Routing::Bgp::CommList::PtrConst standard(AttrSpan const& attr);
     Routing::Bgp::LargeCommList::PtrConst large(AttrSpan const& attr);
     Routing::Bgp::ExtCommList::PtrConst extended(AttrSpan const& attr);
-    Ip6CommSet ipv6(AttrSpan const& attr);
+    Routing::Bgp::ExtCommIp6List::PtrConst ipv6(AttrSpan const& attr);
     // All four of a path.
     void path(PathAttrs const& attrs, RouteComms* out);
 

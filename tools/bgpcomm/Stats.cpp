@@ -3,7 +3,6 @@
 #include <sys/resource.h>
 
 #include <chrono>
-#include <set>
 #include <type_traits>
 #include <unordered_set>
 #include <utility>
@@ -84,23 +83,7 @@ void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest)
     distinctInterned(held_, &RouteComms::standard, &standard);
     distinctInterned(held_, &RouteComms::large, &large);
     distinctInterned(held_, &RouteComms::extended, &extended);
-    {
-        std::set<std::vector<ExtCommIp6Content>> lists;
-        std::set<ExtCommIp6Content> values;
-        std::vector<ExtCommIp6Content> list;
-        for (RouteComms const& comms : held_) {
-            if (comms.ipv6.empty())
-                continue;
-            list.clear();
-            for (auto const& comm : comms.ipv6) {
-                list.push_back(comm->getContent());
-                values.insert(comm->getContent());
-            }
-            lists.insert(list);
-        }
-        ipv6.lists = lists.size();
-        ipv6.values = values.size();
-    }
+    distinctInterned(held_, &RouteComms::ipv6, &ipv6);
     for (RouteComms const& comms : held_)
         for (unsigned k = 0; k < commKindCount; ++k)
             kinds[k].routes += comms.has(static_cast<CommKind>(k));
