@@ -328,9 +328,9 @@ ExtCommDedupTableOf<Comm>::~ExtCommDedupTableOf() = default;
 template <class Comm>
 typename ExtCommDedupTableOf<Comm>::CommPtrConst ExtCommDedupTableOf<Comm>::intern(
     Content const& content) const {
-    U32 const hash = content.hash();
+    U32 const placement = Vok::placementHashOf(content.hash());
     if (auto hit = dedupTable_->template lookup<Comm>(
-            hash, [&content](Comm const* comm) { return comm->getContent() == content; }))
+            placement, [&content](Comm const* comm) { return comm->getContent() == content; }))
         return hit;
     CommPtrConst fresh = parseFresh(*parseExtCommRule_, content);
     // Another thread may have interned an equal community since the lookup;

@@ -27,7 +27,8 @@ struct Box : KivStash::DedupHandle {
 
 Box::PtrConst intern(Vok::DedupHashTable const* table, U64 value, U32 forcedHash = 0) {
     U32 hash = forcedHash ? forcedHash : Kiv::hashU64(value);
-    if (auto hit = table->lookup<Box>(hash, [&](Box const* b) { return b->value == value; }))
+    if (auto hit = table->lookup<Box>(Vok::placementHashOf(hash),
+                                      [&](Box const* b) { return b->value == value; }))
         return hit;
     Kiv::Ptr<Box> fresh(new Box(value, forcedHash));
     return Vok::fromDedupHandle<Box>(table->dedup(fresh.ptr()));

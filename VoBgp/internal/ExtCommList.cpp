@@ -195,8 +195,8 @@ ExtCommList::PtrConst ExtCommList::dedupFromInterned(ExtCommListDedupTable const
                     return false;
             return true;
         };
-        found[present] =
-            classificationTable->lookup<ExtCommClassificationList>(mixes[c].result(), sameMembers);
+        found[present] = classificationTable->lookup<ExtCommClassificationList>(
+            Vok::placementHashOf(mixes[c].result()), sameMembers);
         if (found[present] == nullptr)
             return nullptr;
         ++present;
@@ -207,8 +207,8 @@ ExtCommList::PtrConst ExtCommList::dedupFromInterned(ExtCommListDedupTable const
     for (U32 i = 0; i < present; ++i)
         BgpHashMix(mix, found[i].ptr());
     CommListDedupTableBase const* const base = table;
-    PtrConst existing =
-        base->dedupTable()->lookup<ExtCommList>(mix.result(), [&](ExtCommList const* candidate) {
+    PtrConst existing = base->dedupTable()->lookup<ExtCommList>(
+        Vok::placementHashOf(mix.result()), [&](ExtCommList const* candidate) {
             auto const& lists = candidate->classificationLists_;
             return lists.size() == present && std::equal(lists.begin(), lists.end(), found.begin());
         });

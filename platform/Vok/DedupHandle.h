@@ -30,6 +30,7 @@
 #include "Kiv/Assert.h"
 #include "Kiv/Ptr.h"
 #include "Kiv/Types.h"
+#include "Vok/PlacementHash.h"
 
 namespace Vok {
 
@@ -62,6 +63,11 @@ class DedupHandle {
     // Interning hooks: equal handles must hash equally.
     virtual U32 hash() const = 0;
     virtual bool compare(DedupHandle const* other) const = 0;
+    // Where tables place this handle (Vok/PlacementHash.h), computed when it
+    // is interned; a lookup computes the same value from a candidate content.
+    // Types override it with a word-wise hash of their content. The default
+    // derives it from hash(): seeded, but values with equal hash() collide.
+    virtual U32 placementHashCompute() const { return placementHashOf(hash()); }
 
     void referencesInc() const noexcept {
         if (!countingEnabled_.load(std::memory_order_relaxed))

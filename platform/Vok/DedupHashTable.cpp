@@ -117,7 +117,7 @@ DedupHandle::PtrConst DedupHashTable::dedup(DedupHandle const* candidate,
                                             PreInsertCallback preInsert) const {
     KIV_ASSERT(candidate != nullptr, "__null != candidate");
     VOK_ASSERT_NEVER_DEDUPED(candidate);
-    U32 hash = candidate->hash();
+    U32 hash = candidate->placementHashCompute();
     Shard& shard = shardFor(hash);
     ShardLock lock(shard, threadSafe_);
     for (std::size_t i = shard.home(hash);; i = shard.next(i)) {
@@ -144,7 +144,7 @@ DedupHandle::PtrConst DedupHashTable::dedup(DedupHandle const* candidate,
 void DedupHashTable::doRemoveFromDedupTable(DedupHandle const* handle) const {
     if (ReleaseWindowHook hook = releaseWindowHook_.load(std::memory_order_relaxed))
         hook(handle);
-    U32 hash = handle->hash();
+    U32 hash = handle->placementHashCompute();
     Shard& shard = shardFor(hash);
     {
         ShardLock lock(shard, threadSafe_);

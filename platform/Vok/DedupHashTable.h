@@ -62,8 +62,9 @@ class DedupHashTable : public Kiv::PtrInterface {
     bool threadSafe() const { return threadSafe_; }
     std::size_t size() const;
 
-    // The live handle with this hash that `matches` accepts, with a new
-    // reference; null when there is none.
+    // The live handle with this placement hash (placementHashCompute() of the
+    // handle that would match) that `matches` accepts, with a new reference;
+    // null when there is none.
     template <class T, class Matches>
     Kiv::Ptr<T const> lookup(U32 hash, Matches&& matches) const {
         Shard& shard = shardFor(hash);
