@@ -1,0 +1,514 @@
+// Whole-table ingest: every route of a `bgpcomm synth` RIB handed to the
+// library the way a BGP agent receives it. Each community attribute kind
+// (COMMUNITIES type 8, LARGE_COMMUNITY type 32, EXTENDED COMMUNITIES type 16,
+// IPV6 ADDRESS SPECIFIC EXTENDED COMMUNITY type 25) has its value octets laid
+// out in one buffer in route order, as read from a socket; the routes keep
+// the interned objects they get back, as an agent's RIB does.
+//
+// Measured (per_route: time per route; per kind, per route carrying it):
+//   ingest/<kind>/first   fresh tables, every route interned once
+//   ingest/<kind>/again   every list already interned and held by its route;
+//                         each route's attribute is interned again and the
+//                         result replaces what the route holds
+//   ingestThreads/...     the whole table into one thread-safe table set, by
+//                         one thread, or by two threads on disjoint halves
+//                         (wall time; compare threads:1 with threads:2)
+// `threadSafe` chooses plain or thread-safe tables (VoBgpGlobals::
+// multiThreaded, read when a table is created).
+//
+// Memory (B_per_route, B_per_list): the growth of glibc's mallinfo2()
+// uordblks + hblkhd (heap and mmapped chunks in use, each chunk's header and
+// rounding included) from before the tables are created to after the first
+// ingest: every interned object, its allocation overhead and the tables, not
+// the routes' own array nor the input buffers (both allocated before).
+//
+// Checks that the work is real: on the first pass every carrying route gets
+// a new object; on every later pass every route gets back exactly the object
+// it holds. Otherwise the benchmark reports an error.
+//
+// Routes: 1,000,000 by default; `--routes=N` or VOBGP_INGEST_ROUTES=N for
+// fewer. The table is the default mix of `bgpcomm synth --seed 1`.
+//
+// Built with INGEST_EXTENDED_VALUES_ONLY for libraries that predate the
+// interned extended community lists: extended communities are then interned
+// value by value and each route keeps a sorted vector of them; IPv6-specific
+// ones cannot be interned there, and a table carrying them is refused.
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "VoBgp/Parse/ExtComm.h"
+#include "VoBgp/VoBgpCommunity.h"
+#include "VoBgp/VoBgpCommunityList.h"
+#include "VoBgp/VoBgpGlobals.h"
+#include "bgpcomm/Mrt.h"
+#include "bgpcomm/Synth.h"
+#ifndef INGEST_EXTENDED_VALUES_ONLY
+#include "VoBgp/ExtCommIp6.h"
+#include "VoBgp/ExtCommIp6ListDedupTable.h"
+#endif
+
+namespace {
+
+using namespace Routing::Bgp;
+
+U32 be32(U8 const* p) {
+    return U32(p[0]) << 24 | U32(p[1]) << 16 | U32(p[2]) << 8 | p[3];
+}
+
+U64 be64(U8 const* p) {
+    return U64(be32(p)) << 32 | be32(p + 4);
+}
+
+#ifndef INGEST_EXTENDED_VALUES_ONLY
+using ExtHeld = ExtCommList::PtrConst;
+using Ip6Held = ExtCommIp6List::PtrConst;
+
+// RFC 5701 section 2: type, subtype, 16-octet global administrator, local
+// administrator.
+ExtCommIp6Content ip6Content(U8 const* p) {
+    ExtCommIp6Content content;
+    content.type = p[0];
+    content.subtype = p[1];
+    Vonet::Ip6Addr::Octets octets;
+    std::copy(p + 2, p + 18, octets.begin());
+    content.addr = Vonet::Ip6Addr(octets);
+    content.localAdmin = static_cast<U16>(p[18] << 8 | p[19]);
+    return content;
+}
+#else
+using ExtHeld = std::vector<ExtComm::PtrConst>;
+struct Ip6Held {};
+#endif
+
+// The library as the agent calls it: one function per attribute kind, the
+// attribute's value octets in, the interned object out. Faster entry points
+// replace the bodies here and nothing else.
+class Interner {
+  public:
+    explicit Interner(bool threadSafe) {
+        // Tables read the switch when they are created.
+        VoBgpGlobals::multiThreadedIs(threadSafe);
+        parser_ = BgpParseExtCommContainerSm::BgpParseExtCommContainerSmIs();
+        commTable_ = commListDedupTableFactory();
+        largeTable_ = largeCommListDedupTableFactory();
+        extTable_ = extCommDedupTableFactory(parser_->extCommParser());
+#ifndef INGEST_EXTENDED_VALUES_ONLY
+        extListTable_ = extCommListDedupTableFactory();
+        ip6Table_ = extCommIp6DedupTableFactory(parser_->extCommParser());
+        ip6ListTable_ = extCommIp6ListDedupTableFactory();
+#endif
+        VoBgpGlobals::multiThreadedIs(false);
+    }
+
+    CommList::PtrConst standard(U8 const* p, U32 size) const {
+        CommList::Ptr list = commListFactory();
+        list->commVectorRawPtrNonConst()->reserve(size / 4);
+        for (U32 i = 0; i + 4 <= size; i += 4)
+            list->commIs(be32(p + i));
+        return list->dedup(commTable_.ptr());
+    }
+
+    LargeCommList::PtrConst large(U8 const* p, U32 size) const {
+        LargeCommList::Ptr list = largeCommListFactory();
+        list->commVectorRawPtrNonConst()->reserve(size / 12);
+        for (U32 i = 0; i + 12 <= size; i += 12)
+            list->commIs(Acl::CommunityValue(be32(p + i), be32(p + i + 4), be32(p + i + 8)));
+        return list->dedup(largeTable_.ptr());
+    }
+
+#ifndef INGEST_EXTENDED_VALUES_ONLY
+    ExtHeld extended(U8 const* p, U32 size) const {
+        ExtCommList::Ptr list = extCommListFactory();
+        list->expectedCommunityCountIs(size / 8);
+        for (U32 i = 0; i + 8 <= size; i += 8)
+            list->commIs(ExtComm::dedupContent(extTable_.ptr(), ExtCommContent(be64(p + i))));
+        return list->dedup(extListTable_.ptr());
+    }
+
+    Ip6Held ipv6(U8 const* p, U32 size) const {
+        ExtCommIp6List::Ptr list = extCommIp6ListFactory();
+        list->expectedCommunityCountIs(size / 20);
+        for (U32 i = 0; i + 20 <= size; i += 20)
+            list->commIs(ExtCommIp6::dedupContent(ip6Table_.ptr(), ip6Content(p + i)));
+        return list->dedup(ip6ListTable_.ptr());
+    }
+#else
+    // Sorted and without duplicates, as the list would hold them.
+    ExtHeld extended(U8 const* p, U32 size) const {
+        ExtHeld set;
+        set.reserve(size / 8);
+        for (U32 i = 0; i + 8 <= size; i += 8)
+            set.push_back(ExtComm::dedupContent(extTable_.ptr(), ExtCommContent(be64(p + i))));
+        std::sort(set.begin(), set.end(),
+                  [](ExtComm::PtrConst const& a, ExtComm::PtrConst const& b) {
+                      return a->isBetterThan(b);
+                  });
+        set.erase(std::unique(set.begin(), set.end()), set.end());
+        return set;
+    }
+
+    Ip6Held ipv6(U8 const*, U32) const {
+        return {};
+    }
+#endif
+
+    // Objects in each kind's own table (extended values when there are no
+    // extended lists).
+    std::size_t interned(unsigned kind) const {
+        switch (kind) {
+            case 0:
+                return commTable_->dedupTable()->size();
+            case 1:
+                return largeTable_->dedupTable()->size();
+#ifndef INGEST_EXTENDED_VALUES_ONLY
+            case 2:
+                return extListTable_->dedupTable()->size();
+            case 3:
+                return ip6ListTable_->dedupTable()->size();
+#else
+            case 2:
+                return extTable_->dedupTable()->size();
+#endif
+        }
+        return 0;
+    }
+
+  private:
+    BgpParseExtCommContainerSm::Ptr parser_;
+    CommListDedupTable::Ptr commTable_;
+    LargeCommListDedupTable::Ptr largeTable_;
+    ExtCommDedupTable::Ptr extTable_;
+#ifndef INGEST_EXTENDED_VALUES_ONLY
+    ExtCommListDedupTable::Ptr extListTable_;
+    ExtCommIp6DedupTable::Ptr ip6Table_;
+    ExtCommIp6ListDedupTable::Ptr ip6ListTable_;
+#endif
+};
+
+// What a route keeps.
+struct Route {
+    CommList::PtrConst standard;
+    LargeCommList::PtrConst large;
+    ExtHeld extended;
+    Ip6Held ipv6;
+};
+
+template <class T>
+bool sameObjects(Kiv::Ptr<T> const& a, Kiv::Ptr<T> const& b) {
+    return a.ptr() == b.ptr();
+}
+[[maybe_unused]] bool sameObjects(std::vector<ExtComm::PtrConst> const& a,
+                                  std::vector<ExtComm::PtrConst> const& b) {
+    return a == b;
+}
+[[maybe_unused]] bool sameObjects(Ip6Held const&, Ip6Held const&) {
+    return true;
+}
+
+// The kinds in the order an agent handles a route's attributes.
+constexpr unsigned kindCount = 4;
+constexpr unsigned allKinds = kindCount;
+constexpr char const* kindNames[] = {"standard", "large", "extended", "ipv6", "all"};
+constexpr U8 attrTypes[kindCount] = {8, 32, 16, 25};  // RFC 1997, 8092, 4360, 5701
+constexpr U32 absent = ~U32(0);
+
+template <unsigned Kind>
+struct KindOps;
+template <>
+struct KindOps<0> {
+    static auto intern(Interner const& in, U8 const* p, U32 n) { return in.standard(p, n); }
+    static auto& held(Route& route) { return route.standard; }
+};
+template <>
+struct KindOps<1> {
+    static auto intern(Interner const& in, U8 const* p, U32 n) { return in.large(p, n); }
+    static auto& held(Route& route) { return route.large; }
+};
+template <>
+struct KindOps<2> {
+    static auto intern(Interner const& in, U8 const* p, U32 n) { return in.extended(p, n); }
+    static auto& held(Route& route) { return route.extended; }
+};
+template <>
+struct KindOps<3> {
+    static auto intern(Interner const& in, U8 const* p, U32 n) { return in.ipv6(p, n); }
+    static auto& held(Route& route) { return route.ipv6; }
+};
+
+// The received table: per kind, the attributes' octets back to back and
+// each route's attribute length (`absent` when it has none).
+struct Table {
+    std::vector<U8> octets[kindCount];
+    std::vector<U32> sizes[kindCount];
+    std::size_t carrying[kindCount] = {};
+    std::size_t routes = 0;
+};
+
+Table& table() {
+    static Table table;
+    return table;
+}
+
+void loadTable(U64 routes) {
+    Bgpcomm::SynthOptions options;
+    options.routes = routes;
+    auto source =
+        Bgpcomm::openSource(Bgpcomm::RawInput::fromMemory(Bgpcomm::synthesizeToMemory(options)));
+    Bgpcomm::Diag diag("synth");
+    Table& t = table();
+    Bgpcomm::MrtReader reader(*source, diag, [&](Bgpcomm::RouteBatch const& batch) {
+        for (std::size_t n = 0; n < batch.nlri->size(); ++n) {
+            for (unsigned kind = 0; kind < kindCount; ++kind) {
+                Bgpcomm::AttrSpan attr;
+                for (unsigned c = 0; c < Bgpcomm::commKindCount; ++c)
+                    if (Bgpcomm::commKindInfo(Bgpcomm::CommKind(c)).attrType == attrTypes[kind])
+                        attr = batch.attrs->comm[c];
+                t.sizes[kind].push_back(attr.present ? attr.size : absent);
+                if (attr.present) {
+                    t.octets[kind].insert(t.octets[kind].end(), attr.data, attr.data + attr.size);
+                    ++t.carrying[kind];
+                }
+            }
+            ++t.routes;
+        }
+    });
+    reader.run();
+    if (diag.reports() != 0 || t.routes != routes) {
+        std::fprintf(stderr, "synthetic table unreadable (%zu routes)\n", t.routes);
+        std::exit(1);
+    }
+#ifdef INGEST_EXTENDED_VALUES_ONLY
+    if (t.carrying[3] != 0) {
+        std::fprintf(stderr, "this library cannot intern IPv6-specific extended communities\n");
+        std::exit(1);
+    }
+#endif
+}
+
+// Routes [begin, end) and where their attributes start in each buffer.
+struct Range {
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    std::size_t offset[kindCount] = {};
+};
+
+Range rangeOf(std::size_t begin, std::size_t end) {
+    Range range{begin, end, {}};
+    for (unsigned kind = 0; kind < kindCount; ++kind)
+        for (std::size_t i = 0; i < begin; ++i)
+            if (table().sizes[kind][i] != absent)
+                range.offset[kind] += table().sizes[kind][i];
+    return range;
+}
+
+// Interns one route's attribute of Kind; counts the routes whose object
+// changed (all carrying ones on a first pass, none on a later one).
+template <unsigned Kind>
+void step(Interner const& in, std::size_t i, Route& route, U8 const** cursor,
+          std::size_t* changed) {
+    U32 const size = table().sizes[Kind][i];
+    if (size == absent)
+        return;
+    auto fresh = KindOps<Kind>::intern(in, cursor[Kind], size);
+    cursor[Kind] += size;
+    auto& held = KindOps<Kind>::held(route);
+    if (!sameObjects(fresh, held))
+        ++*changed;
+    held = std::move(fresh);
+}
+
+template <unsigned... Kinds>
+std::size_t ingestKinds(Interner const& in, Route* routes, Range const& range) {
+    U8 const* cursor[kindCount];
+    for (unsigned kind = 0; kind < kindCount; ++kind)
+        cursor[kind] = table().octets[kind].data() + range.offset[kind];
+    std::size_t changed = 0;
+    for (std::size_t i = range.begin; i < range.end; ++i)
+        (step<Kinds>(in, i, routes[i], cursor, &changed), ...);
+    return changed;
+}
+
+std::size_t ingest(unsigned kind, Interner const& in, Route* routes, Range const& range) {
+    switch (kind) {
+        case 0:
+            return ingestKinds<0>(in, routes, range);
+        case 1:
+            return ingestKinds<1>(in, routes, range);
+        case 2:
+            return ingestKinds<2>(in, routes, range);
+        case 3:
+            return ingestKinds<3>(in, routes, range);
+        default:
+            return ingestKinds<0, 1, 2, 3>(in, routes, range);
+    }
+}
+
+// The halves of the table, one per thread; the first runs on the caller's.
+std::size_t ingestSplit(unsigned kind, Interner const& in, Route* routes,
+                        std::vector<Range> const& ranges) {
+    std::vector<std::size_t> changed(ranges.size());
+    std::vector<std::thread> threads;
+    for (std::size_t t = 1; t < ranges.size(); ++t)
+        threads.emplace_back([&, t] { changed[t] = ingest(kind, in, routes, ranges[t]); });
+    changed[0] = ingest(kind, in, routes, ranges[0]);
+    for (auto& thread : threads)
+        thread.join();
+    std::size_t total = 0;
+    for (std::size_t c : changed)
+        total += c;
+    return total;
+}
+
+std::size_t heapInUse() {
+    struct mallinfo2 const info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+std::size_t carryingRoutes(unsigned kind) {
+    return kind == allKinds ? table().routes : table().carrying[kind];
+}
+
+// One run's interned state: tables and the routes holding their objects.
+// Routes go before the tables that hold their objects.
+struct State {
+    std::unique_ptr<Interner> interner;
+    std::vector<Route> routes;
+    ~State() {
+        routes.clear();
+        interner.reset();
+    }
+    void reset(bool threadSafe) {
+        routes.clear();
+        interner.reset();
+        routes.resize(table().routes);
+        interner = std::make_unique<Interner>(threadSafe);
+    }
+};
+
+void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool threadSafe,
+                 unsigned threads) {
+    std::vector<Range> ranges;
+    for (unsigned t = 0; t < threads; ++t)
+        ranges.push_back(rangeOf(table().routes * t / threads, table().routes * (t + 1) / threads));
+    std::size_t const carrying = carryingRoutes(kind);
+    // Objects a first pass hands out: one per carrying route and kind.
+    std::size_t objects = 0;
+    for (unsigned k = 0; k < kindCount; ++k)
+        if (kind == allKinds || kind == k)
+            objects += table().carrying[k];
+
+    // The first pass, counted by the allocator.
+    State state;
+    state.routes.resize(table().routes);
+    std::size_t const heapBefore = heapInUse();
+    state.interner = std::make_unique<Interner>(threadSafe);
+    std::size_t const firstChanged =
+        ingestSplit(kind, *state.interner, state.routes.data(), ranges);
+    std::size_t const bytes = heapInUse() - heapBefore;
+    if (firstChanged != objects)
+        bench.SkipWithError("the first pass did not give every carrying route a new object");
+    std::size_t interned = 0;
+    for (unsigned k = 0; k < kindCount; ++k)
+        if (kind == allKinds || kind == k)
+            interned += state.interner->interned(k);
+
+    for (auto _ : bench) {
+        if (!again) {
+            bench.PauseTiming();
+            state.reset(threadSafe);
+            bench.ResumeTiming();
+        }
+        std::size_t const changed = ingestSplit(kind, *state.interner, state.routes.data(), ranges);
+        if (changed != (again ? 0 : objects)) {
+            bench.SkipWithError(again ? "a later pass found other objects than the routes hold"
+                                      : "the first pass did not give every route a new object");
+            break;
+        }
+    }
+
+    using Counter = benchmark::Counter;
+    // Seconds per (carrying) route: printed as "354ns".
+    bench.counters["per_route"] =
+        Counter(double(carrying), Counter::kIsIterationInvariantRate | Counter::kInvert);
+    bench.counters["routes"] = double(carrying);
+    bench.counters["B_per_route"] = double(bytes) / double(carrying);
+    bench.counters["interned"] = double(interned);
+    if (kind != allKinds)
+        bench.counters["B_per_list"] = double(bytes) / double(interned);
+    bench.SetLabel(std::string(kindNames[kind]) + (threadSafe ? ", thread-safe" : ", plain"));
+}
+
+U64 routesWanted(int* argc, char** argv) {
+    U64 routes = 1000000;
+    if (char const* env = std::getenv("VOBGP_INGEST_ROUTES"))
+        routes = std::strtoull(env, nullptr, 10);
+    int kept = 1;
+    for (int i = 1; i < *argc; ++i) {
+        if (std::strncmp(argv[i], "--routes=", 9) == 0)
+            routes = std::strtoull(argv[i] + 9, nullptr, 10);
+        else
+            argv[kept++] = argv[i];
+    }
+    *argc = kept;
+    return routes;
+}
+
+std::string firstLine(char const* path) {
+    std::ifstream in(path);
+    std::string line;
+    std::getline(in, line);
+    return line;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    U64 const routes = routesWanted(&argc, argv);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv) || routes == 0)
+        return 1;
+    loadTable(routes);
+
+    benchmark::AddCustomContext("routes", std::to_string(table().routes));
+    for (unsigned kind = 0; kind < kindCount; ++kind)
+        benchmark::AddCustomContext(std::string("carrying ") + kindNames[kind],
+                                    std::to_string(table().carrying[kind]));
+    benchmark::AddCustomContext("nproc", std::to_string(std::thread::hardware_concurrency()));
+    benchmark::AddCustomContext("loadavg at start", firstLine("/proc/loadavg"));
+
+    for (unsigned kind = 0; kind <= allKinds; ++kind) {
+        if (kind != allKinds && table().carrying[kind] == 0)
+            continue;  // the table has none of this kind
+        for (bool again : {false, true}) {
+            std::string const name =
+                std::string("ingest/") + kindNames[kind] + (again ? "/again" : "/first");
+            for (bool threadSafe : {false, true})
+                benchmark::RegisterBenchmark(
+                    (name + (threadSafe ? "/threadSafe:1" : "/threadSafe:0")).c_str(), ingestBench,
+                    kind, again, threadSafe, 1u)
+                    ->Unit(benchmark::kMillisecond);
+        }
+    }
+    for (bool again : {false, true})
+        for (unsigned threads : {1u, 2u})
+            benchmark::RegisterBenchmark(
+                (std::string("ingestThreads/all/") + (again ? "again" : "first") +
+                 "/threadSafe:1/threads:" + std::to_string(threads))
+                    .c_str(),
+                ingestBench, allKinds, again, true, threads)
+                ->Unit(benchmark::kMillisecond)
+                ->UseRealTime();
+
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
