@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # bgpcomm against bgpdump (Debian package, installed here when missing) on
-# one `bgpcomm synth` RIB dump, alternately in one session: wall time and
-# peak resident memory from /usr/bin/time -v, the median of the rounds.
+# one `bgpcomm synth` RIB dump, alternately in one session: wall time,
+# CPU time (user + system) and peak resident memory from /usr/bin/time -v,
+# the median of the rounds.
 #
 #   bench/vs-bgpdump.sh [routes]    (default 1000000; ROUNDS=<n>, default 5)
 #
@@ -45,14 +46,20 @@ for round in $(seq "$rounds"); do
 done
 echo "load after:  $(cut -d' ' -f1-3 /proc/loadavg)"
 
-printf '\nmedian of %s rounds\n%-60s %10s %12s\n' "$rounds" command "wall s" "peak RSS MiB"
+# The median over the rounds of one field of /usr/bin/time -v's report
+# (seconds, or MiB for the resident set).
+median() {  # <command index> <field>
+  for r in $(seq "$rounds"); do
+    awk -F': ' -v field="$2" '
+      field == "wall" && /Elapsed \(wall clock\)/ { n = split($2, t, ":"); s = 0
+        for (k = 1; k <= n; ++k) s = s * 60 + t[k]; print s }
+      field == "cpu" && /(User|System) time/ { cpu += $2 }
+      field == "rss" && /Maximum resident set size/ { print $2 / 1024 }
+      END { if (field == "cpu") print cpu }' "$work/time-$1-$r.txt"
+  done | sort -g | awk '{ v[NR] = $1 } END { printf "%.2f", v[int((NR + 1) / 2)] }'
+}
+printf '\nmedian of %s rounds\n%-70s %8s %8s %14s\n' "$rounds" command "wall s" "CPU s" "peak RSS MiB"
 for i in "${!commands[@]}"; do
-  wall=$(for r in $(seq "$rounds"); do
-    awk -F': ' '/Elapsed \(wall clock\)/ { n = split($2, t, ":"); s = 0
-      for (k = 1; k <= n; ++k) s = s * 60 + t[k]; print s }' "$work/time-$i-$r.txt"
-  done | sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }')
-  rss=$(for r in $(seq "$rounds"); do
-    awk -F': ' '/Maximum resident set size/ { print $2 / 1024 }' "$work/time-$i-$r.txt"
-  done | sort -g | awk '{ v[NR] = $1 } END { printf "%.1f", v[int((NR + 1) / 2)] }')
-  printf '%-60s %10s %12s\n' "${commands[$i]#build/release/tools/bgpcomm/}" "$wall" "$rss"
+  printf '%-70s %8s %8s %14s\n' "${commands[$i]#build/release/tools/bgpcomm/}" \
+    "$(median "$i" wall)" "$(median "$i" cpu)" "$(median "$i" rss)"
 done
