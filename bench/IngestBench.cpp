@@ -54,6 +54,7 @@
 #ifndef INGEST_EXTENDED_VALUES_ONLY
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
+#include "bgpcomm/Ingest.h"
 #endif
 
 namespace {
@@ -72,18 +73,6 @@ U64 be64(U8 const* p) {
 using ExtHeld = ExtCommList::PtrConst;
 using Ip6Held = ExtCommIp6List::PtrConst;
 
-// RFC 5701 section 2: type, subtype, 16-octet global administrator, local
-// administrator.
-ExtCommIp6Content ip6Content(U8 const* p) {
-    ExtCommIp6Content content;
-    content.type = p[0];
-    content.subtype = p[1];
-    Vonet::Ip6Addr::Octets octets;
-    std::copy(p + 2, p + 18, octets.begin());
-    content.addr = Vonet::Ip6Addr(octets);
-    content.localAdmin = static_cast<U16>(p[18] << 8 | p[19]);
-    return content;
-}
 #else
 using ExtHeld = std::vector<ExtComm::PtrConst>;
 struct Ip6Held {};
@@ -138,7 +127,7 @@ class Interner {
         ExtCommIp6List::Ptr list = extCommIp6ListFactory();
         list->expectedCommunityCountIs(size / 20);
         for (U32 i = 0; i + 20 <= size; i += 20)
-            list->commIs(ExtCommIp6::dedupContent(ip6Table_.ptr(), ip6Content(p + i)));
+            list->commIs(ExtCommIp6::dedupContent(ip6Table_.ptr(), Bgpcomm::ip6Content(p + i)));
         return list->dedup(ip6ListTable_.ptr());
     }
 #else
@@ -221,28 +210,21 @@ constexpr char const* kindNames[] = {"standard", "large", "extended", "ipv6", "a
 constexpr U8 attrTypes[kindCount] = {8, 32, 16, 25};  // RFC 1997, 8092, 4360, 5701
 constexpr U32 absent = ~U32(0);
 
+// Kind number to the adapter's function and the route's member, both named
+// after the kind.
 template <unsigned Kind>
 struct KindOps;
-template <>
-struct KindOps<0> {
-    static auto intern(Interner const& in, U8 const* p, U32 n) { return in.standard(p, n); }
-    static auto& held(Route& route) { return route.standard; }
-};
-template <>
-struct KindOps<1> {
-    static auto intern(Interner const& in, U8 const* p, U32 n) { return in.large(p, n); }
-    static auto& held(Route& route) { return route.large; }
-};
-template <>
-struct KindOps<2> {
-    static auto intern(Interner const& in, U8 const* p, U32 n) { return in.extended(p, n); }
-    static auto& held(Route& route) { return route.extended; }
-};
-template <>
-struct KindOps<3> {
-    static auto intern(Interner const& in, U8 const* p, U32 n) { return in.ipv6(p, n); }
-    static auto& held(Route& route) { return route.ipv6; }
-};
+#define INGEST_KIND(number, name)                                                                  \
+    template <>                                                                                    \
+    struct KindOps<number> {                                                                       \
+        static auto intern(Interner const& in, U8 const* p, U32 size) { return in.name(p, size); } \
+        static auto& held(Route& route) { return route.name; }                                     \
+    };
+INGEST_KIND(0, standard)
+INGEST_KIND(1, large)
+INGEST_KIND(2, extended)
+INGEST_KIND(3, ipv6)
+#undef INGEST_KIND
 
 // The received table: per kind, the attributes' octets back to back and
 // each route's attribute length (`absent` when it has none).

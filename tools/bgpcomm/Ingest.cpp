@@ -19,19 +19,6 @@ U64 be64(U8 const* p) {
     return U64(be32(p)) << 32 | be32(p + 4);
 }
 
-// RFC 5701 section 2: type, subtype, 16-octet global administrator, local
-// administrator.
-ExtCommIp6Content ip6Content(U8 const* p) {
-    ExtCommIp6Content content;
-    content.type = p[0];
-    content.subtype = p[1];
-    Vonet::Ip6Addr::Octets octets;
-    std::copy(p + 2, p + 18, octets.begin());
-    content.addr = Vonet::Ip6Addr(octets);
-    content.localAdmin = static_cast<U16>(p[18] << 8 | p[19]);
-    return content;
-}
-
 // Texts joined by single blanks, the way lists present themselves to a
 // regular expression.
 template <class Container, class Format>
@@ -56,6 +43,17 @@ bool listMatches(ListPtr const& list, Routing::RouteMap::PosixRegex const* regex
 }
 
 }  // namespace
+
+ExtCommIp6Content ip6Content(U8 const* p) {
+    ExtCommIp6Content content;
+    content.type = p[0];
+    content.subtype = p[1];
+    Vonet::Ip6Addr::Octets octets;
+    std::copy(p + 2, p + 18, octets.begin());
+    content.addr = Vonet::Ip6Addr(octets);
+    content.localAdmin = static_cast<U16>(p[18] << 8 | p[19]);
+    return content;
+}
 
 bool RouteComms::has(CommKind kind) const {
     switch (kind) {

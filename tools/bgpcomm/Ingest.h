@@ -44,6 +44,11 @@ struct RouteComms {
     bool has(CommKind kind) const;
 };
 
+// One IPv6-address-specific extended community's 20 wire octets (RFC 5701
+// section 2: type, subtype, 16-octet global administrator, local
+// administrator) as content.
+Routing::Bgp::ExtCommIp6Content ip6Content(U8 const* octets);
+
 class Ingest {
   public:
     Ingest();
