@@ -40,24 +40,35 @@ VOBGP_PARSE_SUB_RULE_BASE(BgpParseExtComSubTypeEvpnRuleBase, BgpExtCommPktSubtyp
 VOBGP_PARSE_SUB_RULE_BASE(BgpParseExtComSubTypeFlowspecRedirectNexthopRuleBase,
                           BgpExtCommPktSubtypeTransFlowspecRedirectNexthop, BgpExtCommPktType);
 
-// A type rule for `pktType` holding SubRules (all over SubRuleBase), with
-// Fallback for the subtypes they do not serve.
+// What both kinds are made of: a type rule for `pktType` that builds its
+// SubRules (all over SubRuleBase) with itself, Fallback for the subtypes they
+// do not serve.
 template <auto pktType, class SubRuleBase, class Fallback, class... SubRules>
-class BgpParseExtCommPluginTypeRuleT final
+class BgpParseExtCommBuiltTypeRuleT
     : public BgpParseExtCommSubTypeDispatchT<BgpParseExtendedCommunityTypeRuleBase, SubRuleBase,
                                              Fallback> {
     using Base = BgpParseExtCommSubTypeDispatchT<BgpParseExtendedCommunityTypeRuleBase, SubRuleBase,
                                                  Fallback>;
 
   public:
+    ~BgpParseExtCommBuiltTypeRuleT() override { this->subTypeRuleDelAll(); }
+
+  protected:
+    explicit BgpParseExtCommBuiltTypeRuleT(BgpParseExtCommControl const& control)
+        : Base(control, pktType) {
+        (this->subTypeRuleIs(Kiv::makeActive<SubRules>(control)), ...);
+    }
+};
+
+template <auto pktType, class SubRuleBase, class Fallback, class... SubRules>
+class BgpParseExtCommPluginTypeRuleT final
+    : public BgpParseExtCommBuiltTypeRuleT<pktType, SubRuleBase, Fallback, SubRules...> {
+  public:
     using Ptr = Kiv::Ptr<BgpParseExtCommPluginTypeRuleT>;
     using PtrConst = Kiv::Ptr<BgpParseExtCommPluginTypeRuleT const>;
 
     explicit BgpParseExtCommPluginTypeRuleT(BgpParseExtCommControl const& control)
-        : Base(control, pktType) {
-        (this->subTypeRuleIs(Kiv::makeActive<SubRules>(control)), ...);
-    }
-    ~BgpParseExtCommPluginTypeRuleT() override { this->subTypeRuleDelAll(); }
+        : BgpParseExtCommBuiltTypeRuleT<pktType, SubRuleBase, Fallback, SubRules...>(control) {}
 
     static BgpParseExtendedCommunityTypeRuleBase::PtrConst typeRuleFor(
         BgpParseExtendedCommunityRule const&, BgpParseExtCommControl const& control) {
@@ -76,10 +87,10 @@ struct BgpParseExtCommNoFallback {
 // the raw subtype octet, members of the enumeration or not.
 template <auto pktType, class SubRuleBase, class... SubRules>
 class BgpParseExtCommOverlayTypeRuleT final
-    : public BgpParseExtCommSubTypeDispatchT<BgpParseExtendedCommunityTypeRuleBase, SubRuleBase,
-                                             BgpParseExtCommNoFallback> {
-    using Base = BgpParseExtCommSubTypeDispatchT<BgpParseExtendedCommunityTypeRuleBase, SubRuleBase,
-                                                 BgpParseExtCommNoFallback>;
+    : public BgpParseExtCommBuiltTypeRuleT<pktType, SubRuleBase, BgpParseExtCommNoFallback,
+                                           SubRules...> {
+    using Base =
+        BgpParseExtCommBuiltTypeRuleT<pktType, SubRuleBase, BgpParseExtCommNoFallback, SubRules...>;
 
   public:
     using Ptr = Kiv::Ptr<BgpParseExtCommOverlayTypeRuleT>;
@@ -90,10 +101,7 @@ class BgpParseExtCommOverlayTypeRuleT final
 
     BgpParseExtCommOverlayTypeRuleT(BgpParseExtCommControl const& control,
                                     BgpParseExtendedCommunityTypeRuleBase::PtrConst below)
-        : Base(control, pktType), below_(std::move(below)) {
-        (this->subTypeRuleIs(Kiv::makeActive<SubRules>(control)), ...);
-    }
-    ~BgpParseExtCommOverlayTypeRuleT() override { this->subTypeRuleDelAll(); }
+        : Base(control), below_(std::move(below)) {}
 
     BgpParseExtendedCommunityTypeRuleBase::PtrConst const& below() const { return below_; }
 
