@@ -20,13 +20,14 @@ constexpr ExtCommField macMobilityFields[] = {
     {F::reserved, octet(3)},
 };
 
-// RFC 7432 section 7.5: the low-order flag bit; the label in the high 20
-// bits of the label field (section 7).
+// RFC 7432 section 7.5: the low-order flag bit; the label field shown whole,
+// as speakers configure and print it: an MPLS label sits in its high 20 bits
+// (RFC 7432 section 7), a VXLAN VNI fills all 24 (RFC 8365 section 5.1.3).
 constexpr ExtCommFieldName esiLabelFlags[] = {{0x01, "SA", "single-active"}};
 constexpr ExtCommField esiLabelFields[] = {
     {F::flags, octet(2), esiLabelFlags, {0, "AA", "all-active"}},
-    {F::decimal, octet(5) | octet(6) | octet(7, 0xf0)},
-    {F::reserved, octet(3) | octet(4) | octet(7, 0x0f)},
+    {F::decimal, octet(5) | octet(6) | octet(7)},
+    {F::reserved, octet(3) | octet(4)},
 };
 
 constexpr ExtCommField macAddressFields[] = {{F::macAddress, macAddress}};

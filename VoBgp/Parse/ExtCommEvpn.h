@@ -21,9 +21,10 @@
 //     EVPN-MAC-Mobility:5:sticky   MM:5:sticky   <EvpnMacMobility 5:sticky ...>
 //   ESI label (0x01)       octet 2 flags (0x01 single-active, else
 //                          all-active), octets 3-4 reserved, octets 5-7 the
-//                          label field: the MPLS label in its high 20 bits,
-//                          the low 4 reserved
-//     EVPN-ESI-Label:single-active:16   ESI-label:SA:16
+//                          label field, shown whole as peers print it (an
+//                          MPLS label in its high 20 bits, a VXLAN VNI in
+//                          all 24)
+//     EVPN-ESI-Label:single-active:100   ESI-label:SA:100
 //   ES-import route target (0x02)  octets 2-7 a MAC address
 //     EVPN-ES-Import-RT:00:11:22:33:44:55   ES-import:00:11:22:33:44:55
 //   router's MAC (0x03)    octets 2-7 a MAC address
