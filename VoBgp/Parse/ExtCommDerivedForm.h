@@ -6,7 +6,9 @@
 // uppercase, precision) cannot change the numbers in it.
 #pragma once
 
+#include <cstdio>
 #include <ostream>
+#include <string_view>
 
 #include "Kiv/Enum.h"
 #include "VoBgp/VoBgpCommunity.h"
@@ -38,6 +40,13 @@ void appendExtCommDerivedOpening(VoFmt::TextBuffer& out, Comm const& comm) {
         out.append(' ');
         comm.formatSubtypeToBuffer(out);
     }
+}
+
+// A float as a stream prints a double by default ("%g"): 1.25e+09, 0, nan.
+inline void appendDefaultFloat(VoFmt::TextBuffer& out, float value) {
+    char scratch[32];
+    int n = std::snprintf(scratch, sizeof scratch, "%g", double(value));
+    out.append(std::string_view(scratch, n > 0 ? static_cast<std::size_t>(n) : 0));
 }
 
 // Appends the hexadecimal content and ">" and writes the whole form.

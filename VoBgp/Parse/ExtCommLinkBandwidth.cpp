@@ -1,22 +1,9 @@
 #include "VoBgp/Parse/ExtCommLinkBandwidth.h"
 
-#include <cstdio>
-
 #include "Kiv/Assert.h"
 #include "VoBgp/Parse/ExtCommDerivedForm.h"
 
 namespace Routing::Bgp {
-
-namespace {
-
-// A float as a stream prints a double by default ("%g").
-void appendDefaultDouble(VoFmt::TextBuffer& out, float value) {
-    char scratch[32];
-    int n = std::snprintf(scratch, sizeof scratch, "%g", double(value));
-    out.append(std::string_view(scratch, n > 0 ? static_cast<std::size_t>(n) : 0));
-}
-
-}  // namespace
 
 ExtCommLinkBandwidth::ExtCommLinkBandwidth(ExtCommContent const& content)
     : ExtCommAsNumber(extCommClassificationLinkBandwidth, content, false) {}
@@ -39,7 +26,7 @@ void ExtCommLinkBandwidth::formatPolicy(VoFmt::TextBuffer& out, StrepFormat form
         out.append("lbw ");
     formatAsNumberToBuffer(out, asdot);
     out.append(':');
-    appendDefaultDouble(out, linkBandwidth().bytesPerSecond());
+    appendDefaultFloat(out, linkBandwidth().bytesPerSecond());
 }
 
 void ExtCommLinkBandwidth::formatDerivedType(std::ostream& os) const {
@@ -47,7 +34,7 @@ void ExtCommLinkBandwidth::formatDerivedType(std::ostream& os) const {
     text.append("<LinkBandwidth ");
     formatAsNumberToBuffer(text, false);
     text.append(':');
-    appendDefaultDouble(text, linkBandwidth().bytesPerSecond());
+    appendDefaultFloat(text, linkBandwidth().bytesPerSecond());
     text.append(' ');
     finishExtCommDerived(os, text, getContent());
 }

@@ -58,40 +58,20 @@ class BgpParseExtCommRuleBase : public Kiv::PtrInterface {
     BgpParseExtCommControl parseControl_;
 };
 
-// What a type rule is made of: its sub-type rule base, its type octet, its
-// fallback and whether it registers. Specialized below for each type rule
-// row of ExtCommRuleKinds.def.
-template <BgpParseExtCommRuleSet set>
-struct BgpParseExtCommTypeRuleKind;
-
-// The type rules, all this template: dispatch by the subtype octet to the
-// sub-type rule, else the kind's fallback. `set` is the collections' set the
-// rule registers in, which names the kind.
-template <BgpParseExtCommRuleSet setT>
-class BgpParseExtCommTypeRuleT final
-    : public BgpParseExtCommTypeRuleBaseOf<typename BgpParseExtCommTypeRuleKind<setT>::PktType> {
-    using Kind = BgpParseExtCommTypeRuleKind<setT>;
-    using Family = BgpParseExtCommFamily<typename Kind::PktType>;
-    using Base = BgpParseExtCommTypeRuleBaseOf<typename Kind::PktType>;
-
+// What every type rule with sub-type rules does, whoever builds it: hold at
+// most one sub-type rule per subtype and dispatch by the subtype octet, to
+// the sub-type rule when the octet is a member of the subtype enumeration,
+// else (or when the sub-type rule rejects the value) to Fallback::make.
+// BgpParseExtCommTypeRuleT below and the type rules that plug-ins add
+// (ExtCommPluginTypeRules.h) are made of it.
+template <class Base, class SubRuleT, class Fallback>
+class BgpParseExtCommSubTypeDispatchT : public Base {
   public:
-    using Ptr = Kiv::Ptr<BgpParseExtCommTypeRuleT>;
-    using PtrConst = Kiv::Ptr<BgpParseExtCommTypeRuleT const>;
-    using Key = BgpParseRuleKeyT<setT>;
-    using SubRule = typename Kind::SubTypeRuleBase;
+    using SubRule = SubRuleT;
     using Subtype = typename SubRule::Subtype;
-    using Content = typename Family::Content;
-    using Comm = typename Family::Comm;
+    using Content = typename Base::Content;
+    using Comm = typename Base::Comm;
     using SubTypeRuleMap = BgpParseRuleMap<Subtype, SubRule, &SubRule::pktSubType>;
-
-    explicit BgpParseExtCommTypeRuleT(BgpParseExtCommControl const& control)
-        : Base(control, Kind::pktTypeValue) {
-        handleInitialized();
-    }
-    ~BgpParseExtCommTypeRuleT() override {
-        handleDel();
-        subTypeRuleDelAll();
-    }
 
     void subTypeRuleIs(typename SubRule::PtrConst const& rule) {
         subTypeRule_.is(rule, "subTypeRule");
@@ -104,14 +84,60 @@ class BgpParseExtCommTypeRuleT final
     SubTypeRuleMap const& subTypeRule() const { return subTypeRule_; }
 
     typename Comm::PtrConst inhale(Content const& content) const override {
-        auto subtype = static_cast<Subtype>(Family::subtypeOctet(content));
+        auto subtype = static_cast<Subtype>(Base::Family::subtypeOctet(content));
         if (bgpIsValidEnumMember(subtype)) {
-            if (SubRule const* rule = subTypeRule_.find(subtype)) {
-                if (auto comm = rule->inhale(content))
-                    return comm;
-            }
+            if (auto comm = inhaleSubType(subtype, content))
+                return comm;
         }
-        return Kind::FallbackObject::make(content);
+        return Fallback::make(content);
+    }
+
+  protected:
+    using Base::Base;
+
+    // What the sub-type rule under `subtype` builds; null when there is none
+    // or it rejects the value.
+    typename Comm::PtrConst inhaleSubType(Subtype subtype, Content const& content) const {
+        SubRule const* rule = subTypeRule_.find(subtype);
+        return rule ? rule->inhale(content) : nullptr;
+    }
+
+  private:
+    SubTypeRuleMap subTypeRule_;
+};
+
+// What a type rule is made of: its sub-type rule base, its type octet, its
+// fallback and whether it registers. Specialized below for each type rule
+// row of ExtCommRuleKinds.def.
+template <BgpParseExtCommRuleSet set>
+struct BgpParseExtCommTypeRuleKind;
+
+template <BgpParseExtCommRuleSet set>
+using BgpParseExtCommTypeRuleDispatchOf = BgpParseExtCommSubTypeDispatchT<
+    BgpParseExtCommTypeRuleBaseOf<typename BgpParseExtCommTypeRuleKind<set>::PktType>,
+    typename BgpParseExtCommTypeRuleKind<set>::SubTypeRuleBase,
+    typename BgpParseExtCommTypeRuleKind<set>::FallbackObject>;
+
+// The type rules of the rows, all this template: the dispatch above, plus the
+// registration that lets plug-ins fill it. `set` is the collections' set the
+// rule registers in, which names the kind.
+template <BgpParseExtCommRuleSet setT>
+class BgpParseExtCommTypeRuleT final : public BgpParseExtCommTypeRuleDispatchOf<setT> {
+    using Kind = BgpParseExtCommTypeRuleKind<setT>;
+    using Base = BgpParseExtCommTypeRuleDispatchOf<setT>;
+
+  public:
+    using Ptr = Kiv::Ptr<BgpParseExtCommTypeRuleT>;
+    using PtrConst = Kiv::Ptr<BgpParseExtCommTypeRuleT const>;
+    using Key = BgpParseRuleKeyT<setT>;
+
+    explicit BgpParseExtCommTypeRuleT(BgpParseExtCommControl const& control)
+        : Base(control, Kind::pktTypeValue) {
+        handleInitialized();
+    }
+    ~BgpParseExtCommTypeRuleT() override {
+        handleDel();
+        this->subTypeRuleDelAll();
     }
 
   private:
@@ -127,9 +153,20 @@ class BgpParseExtCommTypeRuleT final
             this->parseControl().ruleCollections()->ruleInstanceDel(Key(this));
     }
     void handleDel() { this->parseControl().ruleCollections()->ruleInstanceDel(Key(this)); }
-
-    SubTypeRuleMap subTypeRule_;
 };
+
+// A sub-type rule base: the class over BgpParseExtCommSubTypeRuleBaseT that
+// a family of sub-type rules derives from, keyed by `Subtype` under a type
+// of enumeration `PktType`.
+#define VOBGP_PARSE_SUB_RULE_BASE(SubRuleBase, Subtype, PktType)                   \
+    class SubRuleBase : public BgpParseExtCommSubTypeRuleBaseT<Subtype, PktType> { \
+      public:                                                                      \
+        using Ptr = Kiv::Ptr<SubRuleBase>;                                         \
+        using PtrConst = Kiv::Ptr<SubRuleBase const>;                              \
+                                                                                   \
+      protected:                                                                   \
+        using BgpParseExtCommSubTypeRuleBaseT::BgpParseExtCommSubTypeRuleBaseT;    \
+    }
 
 // Per type rule row: the sub-type rule base, the kind and the type rule
 // (BgpParseExtComSubTypeTransOpaqueRuleBase, BgpParseExtCommTransOpaqueRule,
@@ -137,24 +174,17 @@ class BgpParseExtCommTypeRuleT final
 // (BgpParseExtComSubTypeTransTwoOctetAsRouteTargetRule derives from
 // BgpParseExtComSubTypeTransTwoOctetAsRuleBase), are classes rather than
 // aliases so that messages and assertions name them as such.
-#define VOBGP_EXT_COMM_TYPE_RULE_KIND(Name, Key, set, Rule, SubRuleBase, Subtype, pktType,   \
-                                      Fallback, listed)                                      \
-    class SubRuleBase : public BgpParseExtCommSubTypeRuleBaseT<Subtype, decltype(pktType)> { \
-      public:                                                                                \
-        using Ptr = Kiv::Ptr<SubRuleBase>;                                                   \
-        using PtrConst = Kiv::Ptr<SubRuleBase const>;                                        \
-                                                                                             \
-      protected:                                                                             \
-        using BgpParseExtCommSubTypeRuleBaseT::BgpParseExtCommSubTypeRuleBaseT;              \
-    };                                                                                       \
-    template <>                                                                              \
-    struct BgpParseExtCommTypeRuleKind<BgpParseExtCommRuleSet::set> {                        \
-        using SubTypeRuleBase = SubRuleBase;                                                 \
-        using PktType = decltype(pktType);                                                   \
-        static constexpr PktType pktTypeValue = pktType;                                     \
-        using FallbackObject = Fallback;                                                     \
-        static constexpr bool isListed = listed;                                             \
-    };                                                                                       \
+#define VOBGP_EXT_COMM_TYPE_RULE_KIND(Name, Key, set, Rule, SubRuleBase, Subtype, pktType, \
+                                      Fallback, listed)                                    \
+    VOBGP_PARSE_SUB_RULE_BASE(SubRuleBase, Subtype, decltype(pktType));                    \
+    template <>                                                                            \
+    struct BgpParseExtCommTypeRuleKind<BgpParseExtCommRuleSet::set> {                      \
+        using SubTypeRuleBase = SubRuleBase;                                               \
+        using PktType = decltype(pktType);                                                 \
+        static constexpr PktType pktTypeValue = pktType;                                   \
+        using FallbackObject = Fallback;                                                   \
+        static constexpr bool isListed = listed;                                           \
+    };                                                                                     \
     using Rule = BgpParseExtCommTypeRuleT<BgpParseExtCommRuleSet::set>;
 #include "VoBgp/Parse/ExtCommRuleKinds.def"
 

@@ -22,8 +22,12 @@
 // kind is read off the rule's sub-type rule base), so the hooks it leaves
 // alone stay the base's no-ops. Rules of one kind are added in the order
 // listed. Hooks also run when a type rule leaves the collections; adding a
-// rule again then only replaces the one under the same subtype.
+// rule again then only replaces the one under the same subtype. A whole
+// type rule may be listed too (ExtCommPluginTypeRules.h): the root's,
+// type-level, hook adds it to the root.
 #pragma once
+
+#include <concepts>
 
 #include "Kiv/Ptr.h"
 #include "VoBgp/Parse/ExtComm.h"
@@ -78,6 +82,32 @@ class BgpParseExtCommHookLayer;
     };
 #include "VoBgp/Parse/ExtCommRuleKinds.def"
 
+// The type-level layer: SubRule is a whole type rule (ExtCommPluginTypeRules.h),
+// which the root's hook adds to the root.
+template <class SubRule, class Below>
+class BgpParseExtCommHookLayer<BgpExtCommPktType, SubRule, Below> : public Below {
+  public:
+    using Below::Below;
+    void instantiateExtendedCommunityTypeSubRule(
+        BgpParseExtendedCommunityRuleKey const& key,
+        BgpParseExtCommControl const& control) const override {
+        Below::instantiateExtendedCommunityTypeSubRule(key, control);
+        this->addSubRule(key, SubRule::typeRuleFor(*key.rule(), control));
+    }
+};
+
+// Which hook a rule a plug-in lists belongs to: a sub-type rule's is told by
+// its subtype enumeration, a type rule's is the root's.
+template <class Rule>
+struct BgpParseExtCommHookOf {
+    using Type = typename Rule::Subtype;
+};
+template <class Rule>
+requires std::derived_from<Rule, BgpParseExtendedCommunityTypeRuleBase>
+struct BgpParseExtCommHookOf<Rule> {
+    using Type = BgpExtCommPktType;
+};
+
 // The layers for SubRules over Below, the first listed innermost.
 template <class Below, class... SubRules>
 struct BgpParseExtCommHookLayers {
@@ -86,7 +116,8 @@ struct BgpParseExtCommHookLayers {
 template <class Below, class First, class... Rest>
 struct BgpParseExtCommHookLayers<Below, First, Rest...> {
     using Type = typename BgpParseExtCommHookLayers<
-        BgpParseExtCommHookLayer<typename First::Subtype, First, Below>, Rest...>::Type;
+        BgpParseExtCommHookLayer<typename BgpParseExtCommHookOf<First>::Type, First, Below>,
+        Rest...>::Type;
 };
 
 // A plug-in that adds SubRules, each to the type rules of its kind.

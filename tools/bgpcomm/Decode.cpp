@@ -21,6 +21,10 @@ char const* const decodeHelp =
     "  - one value in hex: 8 digits standard, 16 extended, 24 large, 40 IPv6\n"
     "    extended, e.g. 0x0002fde800000064\n"
     "  - a:b (standard) or a:b:c (large) in decimal, e.g. 65000:100\n"
+    "Option:\n"
+    "  --default-parser  decode extended communities with the library's default\n"
+    "                    parser only, without the EVPN, flowspec and transitive\n"
+    "                    link bandwidth plug-ins\n"
     "Exit status: 0 success, 1 an attribute had a bad length, 2 usage error.\n";
 
 namespace {
@@ -100,7 +104,7 @@ std::string printable(std::string_view text) {
 
 class Decoder {
   public:
-    explicit Decoder(std::string* out) : out_(*out) {}
+    Decoder(std::string* out, Ingest::Parser parser) : out_(*out), ingest_(parser) {}
 
     void line(char const* form, std::string_view text) {
         char label[40];
@@ -234,9 +238,15 @@ std::optional<CommKind> kindOfSize(std::size_t size) {
 }  // namespace
 
 int decode(std::vector<std::string> const& args, std::string* out, std::string* err) {
-    Decoder decoder(out);
+    bool defaultParser = false;
+    for (std::string const& arg : args)
+        defaultParser |= arg == "--default-parser";
+    Decoder decoder(
+        out, defaultParser ? Ingest::Parser::libraryDefault : Ingest::Parser::withOptInPlugins);
     int status = 0;
     for (std::string const& arg : args) {
+        if (arg == "--default-parser")
+            continue;
         auto octets = arg.find(':') != std::string::npos && arg.rfind("0x", 0) != 0
                           ? parseColonText(arg)
                           : parseHex(arg);

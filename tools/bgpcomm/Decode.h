@@ -10,7 +10,9 @@
 //     IPv6 extended ("0x" and blanks/colons between octets allowed);
 //   - "a:b" (standard) or "a:b:c" (large) in decimal.
 // For each community it prints one "  <form>  <text>" line per text form the
-// library has for that kind.
+// library has for that kind, extended communities parsed with the opt-in
+// plug-ins too unless the argument --default-parser (anywhere) asks for the
+// library's default parser alone.
 //
 // Contract: an argument that is none of these is a usage error (status 2);
 // an attribute whose length is not a multiple of its element size prints

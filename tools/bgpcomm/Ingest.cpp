@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Routing/RouteMap/PosixRegex.h"
+#include "VoBgp/Parse/ExtCommOptInPlugins.h"
 #include "VoBgp/VoBgpSerialize.h"
 
 namespace Bgpcomm {
@@ -69,8 +70,20 @@ bool RouteComms::has(CommKind kind) const {
     return false;
 }
 
-Ingest::Ingest()
-    : parser_(BgpParseExtCommContainerSm::BgpParseExtCommContainerSmIs()),
+namespace {
+
+// Plug-ins join before the tables exist, so no value is parsed without them.
+BgpParseExtCommContainerSm::Ptr parserContainer(Ingest::Parser parser) {
+    auto container = BgpParseExtCommContainerSm::BgpParseExtCommContainerSmIs();
+    if (parser == Ingest::Parser::withOptInPlugins)
+        bgpParseExtCommOptInPluginsEnq(*container);
+    return container;
+}
+
+}  // namespace
+
+Ingest::Ingest(Parser parser)
+    : parser_(parserContainer(parser)),
       extTable_(extCommDedupTableFactory(parser_->extCommParser())),
       extListTable_(extCommListDedupTableFactory()),
       commTable_(commListDedupTableFactory()),

@@ -12,6 +12,11 @@
 // into an ExtCommIp6List the same way; all through one parser container and
 // one set of tables for the whole run.
 //
+// The parser container is the library's default one plus, unless asked for
+// the default alone, the opt-in plug-ins (EVPN, flowspec, transitive link
+// bandwidth; VoBgp/Parse/ExtCommOptInPlugins.h): the tool is there to show
+// engineers as much as the library can decode.
+//
 // Contract: the attribute spans handed in have a length that is a multiple of
 // the element size (the attribute walker checks that). Absent attributes give
 // null lists / empty sets. Not thread-safe: one Ingest per thread.
@@ -51,7 +56,10 @@ Routing::Bgp::ExtCommIp6Content ip6Content(U8 const* octets);
 
 class Ingest {
   public:
-    Ingest();
+    // Which parser plug-ins the container has.
+    enum class Parser { withOptInPlugins, libraryDefault };
+
+    explicit Ingest(Parser parser = Parser::withOptInPlugins);
     ~Ingest();
 
     // One function per attribute kind: the attribute's value octets in, the

@@ -26,6 +26,9 @@ char const* const mrtHelp =
     "  --verify                check that every interned list serializes back to\n"
     "                          the values received; mismatches go to stderr\n"
     "  --no-progress           no progress display (shown only on a terminal)\n"
+    "  --default-parser        decode extended communities with the library's\n"
+    "                          default parser only, without the EVPN, flowspec\n"
+    "                          and transitive link bandwidth plug-ins\n"
     "\n"
     "Filters (all must hold):\n"
     "  --prefix P              routes for prefix P\n"
@@ -113,7 +116,7 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
             return std::string("help");
         if (arg == "--json" || arg == "--asdot" || arg == "--stats" || arg == "--count" ||
             arg == "--verify" || arg == "--include-super" || arg == "--include-sub" ||
-            arg == "--no-progress") {
+            arg == "--no-progress" || arg == "--default-parser") {
             if (hasValue)
                 return "option '" + arg + "' takes no value";
             if (arg == "--json") {
@@ -128,6 +131,7 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
             out->filter.includeSub |= arg == "--include-sub";
             if (arg == "--no-progress")
                 out->progress = false;
+            out->defaultParser |= arg == "--default-parser";
             continue;
         }
         if (arg.rfind("-", 0) == 0 && arg != "-") {
@@ -192,7 +196,9 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
     : options_(std::move(options)),
       out_(out),
       stats_(std::move(liveHeapBytes)),
-      ingest_((stats_.start(), std::make_unique<Ingest>())),
+      ingest_((stats_.start(), std::make_unique<Ingest>(options_.defaultParser
+                                                            ? Ingest::Parser::libraryDefault
+                                                            : Ingest::Parser::withOptInPlugins))),
       output_(options_.format, options_.asdot, *ingest_, out) {
     if (printsRoutes())
         output_.begin();

@@ -35,6 +35,8 @@ struct MrtOptions {
     bool count = false;
     bool verify = false;
     bool progress = true;  // only ever shown on a terminal
+    // Only the library's default parser plug-ins (Ingest::Parser).
+    bool defaultParser = false;
     RouteFilter filter;
 };
 
