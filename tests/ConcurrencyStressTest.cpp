@@ -36,8 +36,8 @@ constexpr unsigned routeTargetBits = 7;  // the first three
 // (RFC 8326).
 constexpr U32 stdPool[poolSize] = {0xFDE80001, 0xFDE80002, 0xFDE80003,
                                    0xFFFFFF01, 0xFFFFFF02, 0xFFFF0000};
-// IPv6 route targets 2001:db8:::<i> (RFC 5701, RFC 3849 address), the odd
-// ones non-transitive.
+// IPv6 route targets 2001:db8:: with local administrator <i> (RFC 5701,
+// RFC 3849 address), the odd ones non-transitive.
 ExtCommIp6Content ip6Content(unsigned i) {
     return {U8(i % 2 ? 0x40 : 0x00), 0x02, Vonet::Ip6Addr({0x20, 0x01, 0x0d, 0xb8}), U16(i)};
 }
