@@ -26,6 +26,7 @@
 #include <cstddef>
 #include <cstring>
 #include <iosfwd>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,7 @@
 #include "VoBgp/VoBgpSerialize.h"
 #include "VoBgp/internal/CommListDedupTableBase.h"
 #include "VoBgp/internal/CommListStash.h"
+#include "VoBgp/internal/ListStorage.h"
 #include "VoFmt/StackBackedBuffer.h"
 #include "Vok/DedupHashTable.h"
 #include "Vok/DumpContext.h"
@@ -81,6 +83,9 @@ struct CommListTraits<U32> {
 
     static U32 word(U32 comm, U32) { return comm; }
     static U32 fromWords(U32 const* words) { return words[0]; }
+    // RFC 1997: four octets, network order.
+    static constexpr std::size_t wireOctets = 4;
+    static U32 fromWire(U8 const* p) { return wireU32(p); }
     // Plain numbers: the raw vectors compare octet by octet.
     static bool equal(U32 const* a, U32 const* b, std::size_t count) {
         return count == 0 || std::memcmp(a, b, count * sizeof(U32)) == 0;
@@ -109,6 +114,11 @@ struct CommListTraits<Acl::CommunityValue> {
     }
     static Acl::CommunityValue fromWords(U32 const* words) {
         return Acl::CommunityValue(words[0], words[1], words[2]);
+    }
+    // RFC 8092: the three fields in that order, four octets each.
+    static constexpr std::size_t wireOctets = 12;
+    static Acl::CommunityValue fromWire(U8 const* p) {
+        return Acl::CommunityValue(wireU32(p), wireU32(p + 4), wireU32(p + 8));
     }
     static bool equal(Acl::CommunityValue const* a, Acl::CommunityValue const* b,
                       std::size_t count) {
@@ -142,6 +152,19 @@ class CommListBase : public KivStash::DedupHandle {
     // (this one then dies with its last holder). Nothing beyond this list is
     // allocated when an equal list is already interned.
     Kiv::Ptr<Derived const> dedup(typename Traits::Table const* table);
+
+    // The interned list holding exactly `values` (any order, duplicates
+    // allowed): when it exists, found by a lookup that builds nothing; else
+    // built and interned. internReceived reads the values from an
+    // attribute's value octets (Traits::wireOctets each, network order).
+    static Kiv::Ptr<Derived const> intern(typename Traits::Table const* table,
+                                          std::span<Value const> values) {
+        return internSorted(table, ReceivedValues<Value, receivedOnStack>(values));
+    }
+    static Kiv::Ptr<Derived const> internReceived(typename Traits::Table const* table,
+                                                  U8 const* octets, std::size_t size) {
+        return internSorted(table, ReceivedValues<Value, receivedOnStack>(octets, size));
+    }
 
     // The path attribute: flags 0xC0, the kind's type, the elements in vector
     // order in network byte order. The serializer picks the length form.
@@ -196,6 +219,9 @@ class CommListBase : public KivStash::DedupHandle {
     void cacheFlags() {}
 
   private:
+    // Values a lookup sorts on the stack; longer lists use the heap.
+    static constexpr std::size_t receivedOnStack = 64;
+
     template <class List, class V>
     friend Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeManager);
 
@@ -211,6 +237,10 @@ class CommListBase : public KivStash::DedupHandle {
         if (vector.capacity() > vector.size())
             CommVector(vector.begin(), vector.end()).swap(vector);
     }
+
+    template <std::size_t N>
+    static Kiv::Ptr<Derived const> internSorted(typename Traits::Table const* table,
+                                                ReceivedValues<Value, N> const& values);
 
     CommVector commVector_;
 };
@@ -387,6 +417,30 @@ Kiv::Ptr<Derived const> CommListBase<Derived, Value>::dedup(typename Traits::Tab
         base->dedupTable()->dedupPreInsertCallback(this, &dropSpareCapacity);
     // Hand the table's reference on without counting it again.
     return Kiv::Ptr<Derived const>::adopt(static_cast<Derived const*>(interned.release()));
+}
+
+template <class Derived, class Value>
+template <std::size_t N>
+Kiv::Ptr<Derived const> CommListBase<Derived, Value>::internSorted(
+    typename Traits::Table const* table, ReceivedValues<Value, N> const& values) {
+    KIV_ASSERT(table != nullptr, "table != __null");
+    CommListDedupTableBase const* const base = table;
+    Vok::HashMix mix;
+    for (Value const& value : values)
+        for (U32 i = 0; i < Traits::words; ++i)
+            mix.mixU32(Traits::word(value, i));
+    auto const same = [&](Derived const* candidate) {
+        return values.sameAs(*candidate->commVectorRawPtr(),
+                             [](Value const& value) -> Value const& { return value; });
+    };
+    if (auto hit =
+            base->dedupTable()->template lookup<Derived>(Vok::placementHashOf(mix.result()), same))
+        return hit;
+    Kiv::Ptr<Derived> list = create();
+    CommListBase& fresh = *list;
+    fresh.commVector_.assign(values.begin(), values.end());
+    fresh.userDataIs(fresh.userData() | commVectorSortedBit);
+    return list->dedup(table);
 }
 
 template <class Derived, class Value>

@@ -32,6 +32,8 @@
 #include "KivStash/StashAllocator.h"
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/VoBgpCommunity.h"
+#include "VoBgp/internal/CommListDedupTableBase.h"
+#include "VoBgp/internal/ListStorage.h"
 #include "Vok/DedupHandle.h"
 #include "Vok/DedupHashTable.h"
 #include "Vok/HashMix.h"
@@ -147,6 +149,41 @@ class ExtCommVectorMembers {
             table->dedupPreInsertCallback(static_cast<Derived*>(this), &dropSpareCapacity);
         // Hand the table's reference on without counting it again.
         return Kiv::Ptr<Derived const>::adopt(static_cast<Derived const*>(interned.release()));
+    }
+
+    // The placement of a sorted list: its members' keys, word by word
+    // (ListPlacement), so that internSorted finds it from received values.
+    U32 membersPlacement() const {
+        return ListPlacement::of<Key>(commVector_, [](CommPtrConst const& comm) -> decltype(auto) {
+            return extCommKey(*comm);
+        });
+    }
+
+    // The interned list of `listTable` whose members have exactly the keys
+    // `values` (sorted, unique) and were interned in `valueTable`: found by
+    // a lookup that builds nothing, else built from `valueTable`'s
+    // communities (`make` gives the private list) and interned by dedup.
+    template <class ListTable, class ValueTable, class Values>
+    static Kiv::Ptr<Derived const> internSorted(ListTable const* listTable,
+                                                ValueTable const* valueTable, Values const& values,
+                                                Kiv::Ptr<Derived> (*make)()) {
+        KIV_ASSERT(listTable != nullptr && valueTable != nullptr);
+        Vok::DedupHashTable const* const members = valueTable->dedupTable().ptr();
+        auto const same = [&](Derived const* candidate) {
+            CommVector const& theirs = candidate->commVector_;
+            // Equal keys from another value table are other objects.
+            return values.sameAs(theirs, [](CommPtrConst const& comm) -> decltype(auto) {
+                return extCommKey(*comm);
+            }) && (theirs.empty() || theirs.front()->dedupTable() == members);
+        };
+        CommListDedupTableBase const* const base = listTable;
+        if (auto hit = base->dedupTable()->template lookup<Derived>(values.placement(), same))
+            return hit;
+        Kiv::Ptr<Derived> list = make();
+        list->commVector_.reserve(values.size());
+        for (Key const& key : values)
+            list->commIs(valueTable->intern(typename ValueTable::Content(key)));
+        return list->dedup(listTable);
     }
 
     CommVector commVector_;
