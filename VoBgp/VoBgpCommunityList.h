@@ -12,6 +12,10 @@
 // says how an element is spelled as 32-bit words (the order in which it is
 // hashed, written to the wire and to a stash image) and printed.
 //
+// Storage: a list interned from received values (intern, internReceived)
+// is one allocation, the values right behind the object (TailVector); a list
+// built value by value keeps its values in a heap block of their own.
+//
 // Cached state lives in the handle's user-data word, not in fields of its
 // own: whether the vector is sorted and, for CommList, whether it holds
 // no-export, no-advertise and no-export-subconfed (local-as).
@@ -137,7 +141,9 @@ template <class Derived, class Value>
 class CommListBase : public KivStash::DedupHandle {
   public:
     using Traits = CommListTraits<Value>;
-    using CommVector = std::vector<Value, KivStash::StashAllocator<Value>>;
+    using CommVector = TailVector<Value>;
+
+    VOBGP_LIST_TAIL_DELETE
 
     // True once dedup (or destash) has sorted the vector and dropped duplicates.
     bool commVectorSorted() const { return (userData() & commVectorSortedBit) != 0; }
@@ -232,10 +238,7 @@ class CommListBase : public KivStash::DedupHandle {
     }
     // The pre-insert action: an interned list keeps no spare capacity.
     static void dropSpareCapacity(Vok::DedupHandle* candidate) {
-        CommVector& vector =
-            static_cast<CommListBase*>(static_cast<Derived*>(candidate))->commVector_;
-        if (vector.capacity() > vector.size())
-            CommVector(vector.begin(), vector.end()).swap(vector);
+        static_cast<CommListBase*>(static_cast<Derived*>(candidate))->commVector_.shrink_to_fit();
     }
 
     template <std::size_t N>
@@ -436,8 +439,11 @@ Kiv::Ptr<Derived const> CommListBase<Derived, Value>::internSorted(
     if (auto hit =
             base->dedupTable()->template lookup<Derived>(Vok::placementHashOf(mix.result()), same))
         return hit;
-    Kiv::Ptr<Derived> list = create();
-    CommListBase& fresh = *list;
+    // One block: the list and its values behind it.
+    auto* const raw = ::new (tailBlock<Derived, Value>(values.size())) Derived;
+    Kiv::Ptr<Derived> list(raw);
+    CommListBase& fresh = *raw;
+    fresh.commVector_.tailIs(tailOf<Value>(raw), values.size());
     fresh.commVector_.assign(values.begin(), values.end());
     fresh.userDataIs(fresh.userData() | commVectorSortedBit);
     return list->dedup(table);

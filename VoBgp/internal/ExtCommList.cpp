@@ -102,6 +102,11 @@ void ExtCommList::createClassificationListVector(bool dedupMode) {
         hasPolicyMatchStrepUICommunitiesIs(false);
         return;
     }
+    // Members per classification first, so that each list is one block.
+    std::array<U32, classificationCount> counts{};
+    for (ExtComm::PtrConst const& comm : commVector_)
+        if (comm->classification() < classificationCount)
+            ++counts[comm->classification()];
     CommunityNotes notes;
     bool linkBandwidth = false;
     for (ExtComm::PtrConst const& comm : commVector_) {
@@ -115,7 +120,9 @@ void ExtCommList::createClassificationListVector(bool dedupMode) {
                 VOK_ASSERT_NEVER_DEDUPED(_classificationList);
         } else {
             ExtCommClassificationList::Ptr created =
-                ExtCommClassificationList::ExtCommClassificationListIs(classification);
+                ExtCommClassificationList::ExtCommClassificationListIs(
+                    classification,
+                    classification < classificationCount ? counts[classification] : 0);
             linkBandwidth |= classification == extCommClassificationLinkBandwidth;
             if (!dedupMode)
                 created->dedupStateNotToBeDedupedIs();
@@ -166,15 +173,13 @@ ExtCommList::PtrConst ExtCommList::dedup(ExtCommListDedupTable const* table) {
 ExtCommList::PtrConst ExtCommList::intern(ExtCommDedupTable const* extTable,
                                           ExtCommListDedupTable const* table,
                                           std::span<U64 const> values) {
-    return internSorted(table, extTable, ReceivedValues<U64, receivedOnStack>(values),
-                        &ExtCommListIs);
+    return internSorted(table, extTable, ReceivedValues<U64, receivedOnStack>(values));
 }
 
 ExtCommList::PtrConst ExtCommList::internReceived(ExtCommDedupTable const* extTable,
                                                   ExtCommListDedupTable const* table,
                                                   U8 const* octets, std::size_t size) {
-    return internSorted(table, extTable, ReceivedValues<U64, receivedOnStack>(octets, size),
-                        &ExtCommListIs);
+    return internSorted(table, extTable, ReceivedValues<U64, receivedOnStack>(octets, size));
 }
 
 ExtCommList::PtrConst ExtCommList::dedupFromInterned(ExtCommListDedupTable const* table) {
