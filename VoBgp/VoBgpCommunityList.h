@@ -216,6 +216,10 @@ class CommListBase : public KivStash::DedupHandle {
                 mix.mixU32(Traits::word(value, i));
         return mix.result();
     }
+    U32 placementComms() const {
+        return ListPlacement::of<Value>(commVector_,
+                                        [](Value const& value) -> Value const& { return value; });
+    }
     bool equalComms(Vok::DedupHandle const* other) const {
         auto const& theirs = static_cast<CommListBase const*>(other)->commVector_;
         return theirs.size() == commVector_.size() &&
@@ -270,6 +274,12 @@ class CommListBase : public KivStash::DedupHandle {
     bool compare(Vok::DedupHandle const* other) const override {      \
         KIV_ASSERT(commVectorSorted());                               \
         return equalComms(other);                                     \
+    }                                                                 \
+    /* Placed by a seeded word-wise hash, not hash(): crafted */      \
+    /* hash() collisions must not share one probe chain.     */       \
+    U32 placementHashCompute() const override {                       \
+        KIV_ASSERT(commVectorSorted());                               \
+        return placementComms();                                      \
     }
 
 // The well-known communities whose presence CommList caches, with their bit
@@ -428,16 +438,11 @@ Kiv::Ptr<Derived const> CommListBase<Derived, Value>::internSorted(
     typename Traits::Table const* table, ReceivedValues<Value, N> const& values) {
     KIV_ASSERT(table != nullptr, "table != __null");
     CommListDedupTableBase const* const base = table;
-    Vok::HashMix mix;
-    for (Value const& value : values)
-        for (U32 i = 0; i < Traits::words; ++i)
-            mix.mixU32(Traits::word(value, i));
     auto const same = [&](Derived const* candidate) {
         return values.sameAs(*candidate->commVectorRawPtr(),
                              [](Value const& value) -> Value const& { return value; });
     };
-    if (auto hit =
-            base->dedupTable()->template lookup<Derived>(Vok::placementHashOf(mix.result()), same))
+    if (auto hit = base->dedupTable()->template lookup<Derived>(values.placement(), same))
         return hit;
     // One block: the list and its values behind it.
     auto* const raw = ::new (tailBlock<Derived, Value>(values.size())) Derived;
