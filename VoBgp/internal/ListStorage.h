@@ -22,13 +22,13 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <initializer_list>
 #include <iterator>
 #include <memory>
 #include <new>
 #include <span>
+#include <type_traits>
 #include <utility>
 
 #include "Kiv/Assert.h"
@@ -90,11 +90,13 @@ class ListPlacement {
 // stackCapacity of them.
 template <class Value, std::size_t stackCapacity>
 class ReceivedValues {
+    static_assert(std::is_trivially_copyable_v<Value> && std::is_trivially_destructible_v<Value>);
+
   public:
     using Traits = CommListTraits<Value>;
 
     explicit ReceivedValues(std::span<Value const> values) : size_(values.size()) {
-        std::copy(values.begin(), values.end(), storage(size_));
+        std::uninitialized_copy(values.begin(), values.end(), storage(size_));
         sortUnique();
     }
     // The elements of an attribute's value octets, in wire order; a partial
@@ -102,7 +104,8 @@ class ReceivedValues {
     ReceivedValues(U8 const* octets, std::size_t size) : size_(size / Traits::wireOctets) {
         Value* out = storage(size_);
         for (std::size_t i = 0; i < size_; ++i)
-            out[i] = Traits::fromWire(octets + i * Traits::wireOctets);
+            ::new (static_cast<void*>(out + i))
+                Value(Traits::fromWire(octets + i * Traits::wireOctets));
         sortUnique();
     }
     ReceivedValues(ReceivedValues const&) = delete;
@@ -140,9 +143,11 @@ class ReceivedValues {
         size_ = static_cast<std::size_t>(std::unique(data_, data_ + size_) - data_);
     }
 
-    std::array<Value, stackCapacity> stack_;
+    // Raw room, not an array of values: their default constructors would
+    // zero the whole buffer on every call.
+    alignas(Value) unsigned char stack_[stackCapacity * sizeof(Value)];
     std::unique_ptr<Value[]> heap_;
-    Value* data_ = stack_.data();
+    Value* data_ = reinterpret_cast<Value*>(stack_);
     std::size_t size_;
 };
 
