@@ -171,7 +171,8 @@ TYPED_TEST(ListFastPathTest, FindsAndBuildsWhatTheClassicPathDoes) {
 // The cached flags of a standard list built by the fast path.
 TEST(ListFastPathFlagsTest, StandardListBuiltOnAMissCachesItsFlags) {
     auto table = commListDedupTableFactory();
-    std::vector<U32> const values = {0xFDE80001u, 0xFFFFFF01u, 0xFFFFFF03u};  // no-export, local-as
+    // 65000:1, no-export and local-as (RFC 1997).
+    std::vector<U32> const values = {0xFDE80001u, 0xFFFFFF01u, 0xFFFFFF03u};
     auto const list = CommList::intern(table.ptr(), values);
     EXPECT_TRUE(list->noExport());
     EXPECT_FALSE(list->noAdvertise());
