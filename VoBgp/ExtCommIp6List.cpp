@@ -103,6 +103,20 @@ ExtCommIp6List::PtrConst ExtCommIp6List::dedup(ExtCommIp6ListDedupTable const* t
     return insertInto(base->dedupTable().ptr());
 }
 
+ExtCommIp6List::PtrConst ExtCommIp6List::intern(ExtCommIp6DedupTable const* ip6Table,
+                                                ExtCommIp6ListDedupTable const* table,
+                                                std::span<ExtCommIp6Content const> values) {
+    return internSorted(table, ip6Table,
+                        ReceivedValues<ExtCommIp6Content, receivedOnStack>(values));
+}
+
+ExtCommIp6List::PtrConst ExtCommIp6List::internReceived(ExtCommIp6DedupTable const* ip6Table,
+                                                        ExtCommIp6ListDedupTable const* table,
+                                                        U8 const* octets, std::size_t size) {
+    return internSorted(table, ip6Table,
+                        ReceivedValues<ExtCommIp6Content, receivedOnStack>(octets, size));
+}
+
 U32 ExtCommIp6List::hash() const {
     return hashIdentities(classificationLists_);
 }

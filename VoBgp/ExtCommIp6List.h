@@ -19,6 +19,8 @@
 // slot); an interned list never changes.
 #pragma once
 
+#include <algorithm>
+#include <span>
 #include <vector>
 
 #include "KivStash/StashAllocator.h"
@@ -85,10 +87,24 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
     Kiv::String commsStringForm() const;
 
     PtrConst dedup(ExtCommIp6ListDedupTable const* table);
+    // The interned list of `table` holding exactly the communities `values`
+    // (any order, duplicates allowed) as interned in `ip6Table`: when it
+    // exists, found by one lookup that builds nothing; else built and
+    // interned by dedup. internReceived reads the values from an
+    // attribute's value octets (20 each, RFC 5701 section 2).
+    static PtrConst intern(ExtCommIp6DedupTable const* ip6Table,
+                           ExtCommIp6ListDedupTable const* table,
+                           std::span<ExtCommIp6Content const> values);
+    static PtrConst internReceived(ExtCommIp6DedupTable const* ip6Table,
+                                   ExtCommIp6ListDedupTable const* table, U8 const* octets,
+                                   std::size_t size);
     // Jenkins one-at-a-time over the identities of the non-null slots.
     U32 hash() const override;
     // The same classification lists slot by slot.
     bool compare(Vok::DedupHandle::RawPtrConst other) const override;
+    // By the members' contents (ListPlacement), as a lookup from received
+    // values computes it.
+    U32 placementHashCompute() const override { return membersPlacement(); }
 
     Kiv::Ptr<ExtCommIp6ListSnapshot> commSnapshot() const;
     // "[ <derived forms> ]".
@@ -104,6 +120,10 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
                        ExtCommIp6DedupTable const* extCommIp6Table);
 
   private:
+    friend class ExtCommVectorMembers<ExtCommIp6List, ExtCommIp6>;
+    // Received values sorted on the stack; longer lists use the heap.
+    static constexpr std::size_t receivedOnStack = 16;
+
     ExtCommIp6List() = default;
 
     ExtCommIp6ClassificationListVector classificationLists_;
@@ -134,6 +154,19 @@ struct CommListTraits<ExtCommIp6Content> {
     }
     static ExtCommIp6Content fromWords(U32 const* words) {
         return ExtCommIp6Content::fromStashWords(words);
+    }
+    // RFC 5701 section 2: type, subtype, the 16-octet global administrator,
+    // the 2-octet local administrator.
+    static constexpr std::size_t wireOctets = 20;
+    static ExtCommIp6Content fromWire(U8 const* p) {
+        ExtCommIp6Content content;
+        content.type = p[0];
+        content.subtype = p[1];
+        Vonet::Ip6Addr::Octets octets;
+        std::copy(p + 2, p + 18, octets.begin());
+        content.addr = Vonet::Ip6Addr(octets);
+        content.localAdmin = static_cast<U16>(p[18] << 8 | p[19]);
+        return content;
     }
 };
 

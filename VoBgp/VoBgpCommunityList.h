@@ -12,6 +12,10 @@
 // says how an element is spelled as 32-bit words (the order in which it is
 // hashed, written to the wire and to a stash image) and printed.
 //
+// Storage: a list interned from received values (intern, internReceived)
+// is one allocation, the values right behind the object (TailVector); a list
+// built value by value keeps its values in a heap block of their own.
+//
 // Cached state lives in the handle's user-data word, not in fields of its
 // own: whether the vector is sorted and, for CommList, whether it holds
 // no-export, no-advertise and no-export-subconfed (local-as).
@@ -26,6 +30,7 @@
 #include <cstddef>
 #include <cstring>
 #include <iosfwd>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -44,6 +49,7 @@
 #include "VoBgp/VoBgpSerialize.h"
 #include "VoBgp/internal/CommListDedupTableBase.h"
 #include "VoBgp/internal/CommListStash.h"
+#include "VoBgp/internal/ListStorage.h"
 #include "VoFmt/StackBackedBuffer.h"
 #include "Vok/DedupHashTable.h"
 #include "Vok/DumpContext.h"
@@ -81,6 +87,9 @@ struct CommListTraits<U32> {
 
     static U32 word(U32 comm, U32) { return comm; }
     static U32 fromWords(U32 const* words) { return words[0]; }
+    // RFC 1997: four octets, network order.
+    static constexpr std::size_t wireOctets = 4;
+    static U32 fromWire(U8 const* p) { return wireU32(p); }
     // Plain numbers: the raw vectors compare octet by octet.
     static bool equal(U32 const* a, U32 const* b, std::size_t count) {
         return count == 0 || std::memcmp(a, b, count * sizeof(U32)) == 0;
@@ -110,6 +119,11 @@ struct CommListTraits<Acl::CommunityValue> {
     static Acl::CommunityValue fromWords(U32 const* words) {
         return Acl::CommunityValue(words[0], words[1], words[2]);
     }
+    // RFC 8092: the three fields in that order, four octets each.
+    static constexpr std::size_t wireOctets = 12;
+    static Acl::CommunityValue fromWire(U8 const* p) {
+        return Acl::CommunityValue(wireU32(p), wireU32(p + 4), wireU32(p + 8));
+    }
     static bool equal(Acl::CommunityValue const* a, Acl::CommunityValue const* b,
                       std::size_t count) {
         return std::equal(a, a + count, b);
@@ -127,7 +141,9 @@ template <class Derived, class Value>
 class CommListBase : public KivStash::DedupHandle {
   public:
     using Traits = CommListTraits<Value>;
-    using CommVector = std::vector<Value, KivStash::StashAllocator<Value>>;
+    using CommVector = TailVector<Value>;
+
+    VOBGP_LIST_TAIL_DELETE
 
     // True once dedup (or destash) has sorted the vector and dropped duplicates.
     bool commVectorSorted() const { return (userData() & commVectorSortedBit) != 0; }
@@ -142,6 +158,19 @@ class CommListBase : public KivStash::DedupHandle {
     // (this one then dies with its last holder). Nothing beyond this list is
     // allocated when an equal list is already interned.
     Kiv::Ptr<Derived const> dedup(typename Traits::Table const* table);
+
+    // The interned list holding exactly `values` (any order, duplicates
+    // allowed): when it exists, found by a lookup that builds nothing; else
+    // built and interned. internReceived reads the values from an
+    // attribute's value octets (Traits::wireOctets each, network order).
+    static Kiv::Ptr<Derived const> intern(typename Traits::Table const* table,
+                                          std::span<Value const> values) {
+        return internSorted(table, ReceivedValues<Value, receivedOnStack>(values));
+    }
+    static Kiv::Ptr<Derived const> internReceived(typename Traits::Table const* table,
+                                                  U8 const* octets, std::size_t size) {
+        return internSorted(table, ReceivedValues<Value, receivedOnStack>(octets, size));
+    }
 
     // The path attribute: flags 0xC0, the kind's type, the elements in vector
     // order in network byte order. The serializer picks the length form.
@@ -187,6 +216,10 @@ class CommListBase : public KivStash::DedupHandle {
                 mix.mixU32(Traits::word(value, i));
         return mix.result();
     }
+    U32 placementComms() const {
+        return ListPlacement::of<Value>(commVector_,
+                                        [](Value const& value) -> Value const& { return value; });
+    }
     bool equalComms(Vok::DedupHandle const* other) const {
         auto const& theirs = static_cast<CommListBase const*>(other)->commVector_;
         return theirs.size() == commVector_.size() &&
@@ -196,6 +229,9 @@ class CommListBase : public KivStash::DedupHandle {
     void cacheFlags() {}
 
   private:
+    // Values a lookup sorts on the stack; longer lists use the heap.
+    static constexpr std::size_t receivedOnStack = 64;
+
     template <class List, class V>
     friend Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeManager);
 
@@ -206,11 +242,12 @@ class CommListBase : public KivStash::DedupHandle {
     }
     // The pre-insert action: an interned list keeps no spare capacity.
     static void dropSpareCapacity(Vok::DedupHandle* candidate) {
-        CommVector& vector =
-            static_cast<CommListBase*>(static_cast<Derived*>(candidate))->commVector_;
-        if (vector.capacity() > vector.size())
-            CommVector(vector.begin(), vector.end()).swap(vector);
+        static_cast<CommListBase*>(static_cast<Derived*>(candidate))->commVector_.shrink_to_fit();
     }
+
+    template <std::size_t N>
+    static Kiv::Ptr<Derived const> internSorted(typename Traits::Table const* table,
+                                                ReceivedValues<Value, N> const& values);
 
     CommVector commVector_;
 };
@@ -237,6 +274,12 @@ class CommListBase : public KivStash::DedupHandle {
     bool compare(Vok::DedupHandle const* other) const override {      \
         KIV_ASSERT(commVectorSorted());                               \
         return equalComms(other);                                     \
+    }                                                                 \
+    /* Placed by a seeded word-wise hash, not hash(): crafted */      \
+    /* hash() collisions must not share one probe chain.     */       \
+    U32 placementHashCompute() const override {                       \
+        KIV_ASSERT(commVectorSorted());                               \
+        return placementComms();                                      \
     }
 
 // The well-known communities whose presence CommList caches, with their bit
@@ -387,6 +430,28 @@ Kiv::Ptr<Derived const> CommListBase<Derived, Value>::dedup(typename Traits::Tab
         base->dedupTable()->dedupPreInsertCallback(this, &dropSpareCapacity);
     // Hand the table's reference on without counting it again.
     return Kiv::Ptr<Derived const>::adopt(static_cast<Derived const*>(interned.release()));
+}
+
+template <class Derived, class Value>
+template <std::size_t N>
+Kiv::Ptr<Derived const> CommListBase<Derived, Value>::internSorted(
+    typename Traits::Table const* table, ReceivedValues<Value, N> const& values) {
+    KIV_ASSERT(table != nullptr, "table != __null");
+    CommListDedupTableBase const* const base = table;
+    auto const same = [&](Derived const* candidate) {
+        return values.sameAs(*candidate->commVectorRawPtr(),
+                             [](Value const& value) -> Value const& { return value; });
+    };
+    if (auto hit = base->dedupTable()->template lookup<Derived>(values.placement(), same))
+        return hit;
+    // One block: the list and its values behind it.
+    auto* const raw = ::new (tailBlock<Derived, Value>(values.size())) Derived;
+    Kiv::Ptr<Derived> list(raw);
+    CommListBase& fresh = *raw;
+    fresh.commVector_.tailIs(tailOf<Value>(raw), values.size());
+    fresh.commVector_.assign(values.begin(), values.end());
+    fresh.userDataIs(fresh.userData() | commVectorSortedBit);
+    return list->dedup(table);
 }
 
 template <class Derived, class Value>

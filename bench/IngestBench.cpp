@@ -29,10 +29,12 @@
 // Routes: 1,000,000 by default; `--routes=N` or VOBGP_INGEST_ROUTES=N for
 // fewer. The table is the default mix of `bgpcomm synth --seed 1`.
 //
-// Built with INGEST_EXTENDED_VALUES_ONLY for libraries that predate the
-// interned extended community lists: extended communities are then interned
-// value by value and each route keeps a sorted vector of them; IPv6-specific
-// ones cannot be interned there, and a table carrying them is refused.
+// Each kind goes through its list's internReceived. Built with
+// INGEST_EXTENDED_VALUES_ONLY for libraries that predate it and the interned
+// extended community lists: standard and large lists are then built as
+// private lists and deduped, extended communities are interned value by
+// value and each route keeps a sorted vector of them; IPv6-specific ones
+// cannot be interned there, and a table carrying them is refused.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
@@ -45,42 +47,38 @@
 #include <thread>
 #include <vector>
 
+#include "IngestTable.h"
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunity.h"
 #include "VoBgp/VoBgpCommunityList.h"
 #include "VoBgp/VoBgpGlobals.h"
-#include "bgpcomm/Mrt.h"
-#include "bgpcomm/Synth.h"
 #ifndef INGEST_EXTENDED_VALUES_ONLY
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
-#include "bgpcomm/Ingest.h"
 #endif
 
 namespace {
 
 using namespace Routing::Bgp;
-
-U32 be32(U8 const* p) {
-    return U32(p[0]) << 24 | U32(p[1]) << 16 | U32(p[2]) << 8 | p[3];
-}
-
-U64 be64(U8 const* p) {
-    return U64(be32(p)) << 32 | be32(p + 4);
-}
+using namespace IngestBench;
 
 #ifndef INGEST_EXTENDED_VALUES_ONLY
 using ExtHeld = ExtCommList::PtrConst;
 using Ip6Held = ExtCommIp6List::PtrConst;
 
 #else
+U32 be32(U8 const* p) {
+    return U32(p[0]) << 24 | U32(p[1]) << 16 | U32(p[2]) << 8 | p[3];
+}
+U64 be64(U8 const* p) {
+    return U64(be32(p)) << 32 | be32(p + 4);
+}
 using ExtHeld = std::vector<ExtComm::PtrConst>;
 struct Ip6Held {};
 #endif
 
 // The library as the agent calls it: one function per attribute kind, the
-// attribute's value octets in, the interned object out. Faster entry points
-// replace the bodies here and nothing else.
+// attribute's value octets in, the interned object out.
 class Interner {
   public:
     explicit Interner(bool threadSafe) {
@@ -98,6 +96,24 @@ class Interner {
         VoBgpGlobals::multiThreadedIs(false);
     }
 
+#ifndef INGEST_EXTENDED_VALUES_ONLY
+    // Each kind's received-octets entry point: sorts on the stack, builds
+    // only a list not interned yet.
+    CommList::PtrConst standard(U8 const* p, U32 size) const {
+        return CommList::internReceived(commTable_.ptr(), p, size);
+    }
+    LargeCommList::PtrConst large(U8 const* p, U32 size) const {
+        return LargeCommList::internReceived(largeTable_.ptr(), p, size);
+    }
+    ExtHeld extended(U8 const* p, U32 size) const {
+        return ExtCommList::internReceived(extTable_.ptr(), extListTable_.ptr(), p, size);
+    }
+    Ip6Held ipv6(U8 const* p, U32 size) const {
+        return ExtCommIp6List::internReceived(ip6Table_.ptr(), ip6ListTable_.ptr(), p, size);
+    }
+#else
+    // Libraries before the received-octets entry points: a private list,
+    // one commIs per value, dedup.
     CommList::PtrConst standard(U8 const* p, U32 size) const {
         CommList::Ptr list = commListFactory();
         list->commVectorRawPtrNonConst()->reserve(size / 4);
@@ -114,23 +130,6 @@ class Interner {
         return list->dedup(largeTable_.ptr());
     }
 
-#ifndef INGEST_EXTENDED_VALUES_ONLY
-    ExtHeld extended(U8 const* p, U32 size) const {
-        ExtCommList::Ptr list = extCommListFactory();
-        list->expectedCommunityCountIs(size / 8);
-        for (U32 i = 0; i + 8 <= size; i += 8)
-            list->commIs(ExtComm::dedupContent(extTable_.ptr(), ExtCommContent(be64(p + i))));
-        return list->dedup(extListTable_.ptr());
-    }
-
-    Ip6Held ipv6(U8 const* p, U32 size) const {
-        ExtCommIp6List::Ptr list = extCommIp6ListFactory();
-        list->expectedCommunityCountIs(size / 20);
-        for (U32 i = 0; i + 20 <= size; i += 20)
-            list->commIs(ExtCommIp6::dedupContent(ip6Table_.ptr(), Bgpcomm::ip6Content(p + i)));
-        return list->dedup(ip6ListTable_.ptr());
-    }
-#else
     // Sorted and without duplicates, as the list would hold them.
     ExtHeld extended(U8 const* p, U32 size) const {
         ExtHeld set;
@@ -203,13 +202,6 @@ bool sameObjects(Kiv::Ptr<T> const& a, Kiv::Ptr<T> const& b) {
     return true;
 }
 
-// The kinds in the order an agent handles a route's attributes.
-constexpr unsigned kindCount = 4;
-constexpr unsigned allKinds = kindCount;
-constexpr char const* kindNames[] = {"standard", "large", "extended", "ipv6", "all"};
-constexpr U8 attrTypes[kindCount] = {8, 32, 16, 25};  // RFC 1997, 8092, 4360, 5701
-constexpr U32 absent = ~U32(0);
-
 // Kind number to the adapter's function and the route's member, both named
 // after the kind.
 template <unsigned Kind>
@@ -225,72 +217,6 @@ INGEST_KIND(1, large)
 INGEST_KIND(2, extended)
 INGEST_KIND(3, ipv6)
 #undef INGEST_KIND
-
-// The received table: per kind, the attributes' octets back to back and
-// each route's attribute length (`absent` when it has none).
-struct Table {
-    std::vector<U8> octets[kindCount];
-    std::vector<U32> sizes[kindCount];
-    std::size_t carrying[kindCount] = {};
-    std::size_t routes = 0;
-};
-
-Table& table() {
-    static Table table;
-    return table;
-}
-
-void loadTable(U64 routes) {
-    Bgpcomm::SynthOptions options;
-    options.routes = routes;
-    auto source =
-        Bgpcomm::openSource(Bgpcomm::RawInput::fromMemory(Bgpcomm::synthesizeToMemory(options)));
-    Bgpcomm::Diag diag("synth");
-    Table& t = table();
-    Bgpcomm::MrtReader reader(*source, diag, [&](Bgpcomm::RouteBatch const& batch) {
-        for (std::size_t n = 0; n < batch.nlri->size(); ++n) {
-            for (unsigned kind = 0; kind < kindCount; ++kind) {
-                Bgpcomm::AttrSpan attr;
-                for (unsigned c = 0; c < Bgpcomm::commKindCount; ++c)
-                    if (Bgpcomm::commKindInfo(Bgpcomm::CommKind(c)).attrType == attrTypes[kind])
-                        attr = batch.attrs->comm[c];
-                t.sizes[kind].push_back(attr.present ? attr.size : absent);
-                if (attr.present) {
-                    t.octets[kind].insert(t.octets[kind].end(), attr.data, attr.data + attr.size);
-                    ++t.carrying[kind];
-                }
-            }
-            ++t.routes;
-        }
-    });
-    reader.run();
-    if (diag.reports() != 0 || t.routes != routes) {
-        std::fprintf(stderr, "synthetic table unreadable (%zu routes)\n", t.routes);
-        std::exit(1);
-    }
-#ifdef INGEST_EXTENDED_VALUES_ONLY
-    if (t.carrying[3] != 0) {
-        std::fprintf(stderr, "this library cannot intern IPv6-specific extended communities\n");
-        std::exit(1);
-    }
-#endif
-}
-
-// Routes [begin, end) and where their attributes start in each buffer.
-struct Range {
-    std::size_t begin = 0;
-    std::size_t end = 0;
-    std::size_t offset[kindCount] = {};
-};
-
-Range rangeOf(std::size_t begin, std::size_t end) {
-    Range range{begin, end, {}};
-    for (unsigned kind = 0; kind < kindCount; ++kind)
-        for (std::size_t i = 0; i < begin; ++i)
-            if (table().sizes[kind][i] != absent)
-                range.offset[kind] += table().sizes[kind][i];
-    return range;
-}
 
 // Interns one route's attribute of Kind; counts the routes whose object
 // changed (all carrying ones on a first pass, none on a later one).

@@ -8,14 +8,14 @@ namespace Routing::Bgp {
 VOBGP_DENSE_SET_TEXT_DEFINITIONS(ExtCommClassificationList::CommVectorAttrs)
 
 ExtCommClassificationList::Ptr ExtCommClassificationList::ExtCommClassificationListIs(
-    ExtCommClassification classification) {
+    ExtCommClassification classification, std::size_t capacity) {
     switch (classification) {
         case extCommClassificationRouteTarget:
-            return rtExtCommClassificationListFactory(classification);
+            return createWithTail<RtExtCommClassificationList>(capacity, classification);
         case extCommClassificationLinkBandwidth:
-            return linkBandwidthExtCommClassificationListFactory();
+            return createWithTail<LinkBandwidthExtCommClassificationList>(capacity);
         default:
-            return Ptr(new ExtCommClassificationList(classification));
+            return createWithTail<ExtCommClassificationList>(capacity, classification);
     }
 }
 

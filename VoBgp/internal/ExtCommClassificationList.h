@@ -48,8 +48,10 @@ class ExtCommClassificationList : public Vok::DedupHandle,
     static constexpr U32 commVectorAttrsMask = 0xFFu << commVectorAttrsShift;
 
     // A new private list of `classification`, of the subclass that
-    // classification has (route target, link bandwidth) if any.
-    static Ptr ExtCommClassificationListIs(ExtCommClassification classification);
+    // classification has (route target, link bandwidth) if any; room for
+    // `capacity` members in its own block, more go to the heap.
+    static Ptr ExtCommClassificationListIs(ExtCommClassification classification,
+                                           std::size_t capacity = 0);
 
     ExtCommClassification classification() const {
         return static_cast<ExtCommClassification>((userData() & classificationMask) >>
@@ -84,6 +86,7 @@ class ExtCommClassificationList : public Vok::DedupHandle,
     Kiv::String toStrep() const;
 
   protected:
+    friend class ExtCommVectorMembers<ExtCommClassificationList, ExtComm>;
     explicit ExtCommClassificationList(ExtCommClassification classification) {
         handleInit(classification);
     }
@@ -113,6 +116,7 @@ class RtExtCommClassificationList final : public ExtCommClassificationList {
     NotifierPtr getLifeTimeNotifier() const;
 
   private:
+    friend class ExtCommVectorMembers<ExtCommClassificationList, ExtComm>;
     using ExtCommClassificationList::ExtCommClassificationList;
     mutable NotifierPtr lifeTimeNotifier_;
 };
@@ -133,6 +137,7 @@ class LinkBandwidthExtCommClassificationList final : public ExtCommClassificatio
     CommVector prune() const override;
 
   private:
+    friend class ExtCommVectorMembers<ExtCommClassificationList, ExtComm>;
     LinkBandwidthExtCommClassificationList()
         : ExtCommClassificationList(extCommClassificationLinkBandwidth) {}
     ExtComm::PtrConst best_;

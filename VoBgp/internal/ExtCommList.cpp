@@ -102,6 +102,11 @@ void ExtCommList::createClassificationListVector(bool dedupMode) {
         hasPolicyMatchStrepUICommunitiesIs(false);
         return;
     }
+    // Members per classification first, so that each list is one block.
+    std::array<U32, classificationCount> counts{};
+    for (ExtComm::PtrConst const& comm : commVector_)
+        if (comm->classification() < classificationCount)
+            ++counts[comm->classification()];
     CommunityNotes notes;
     bool linkBandwidth = false;
     for (ExtComm::PtrConst const& comm : commVector_) {
@@ -115,7 +120,9 @@ void ExtCommList::createClassificationListVector(bool dedupMode) {
                 VOK_ASSERT_NEVER_DEDUPED(_classificationList);
         } else {
             ExtCommClassificationList::Ptr created =
-                ExtCommClassificationList::ExtCommClassificationListIs(classification);
+                ExtCommClassificationList::ExtCommClassificationListIs(
+                    classification,
+                    classification < classificationCount ? counts[classification] : 0);
             linkBandwidth |= classification == extCommClassificationLinkBandwidth;
             if (!dedupMode)
                 created->dedupStateNotToBeDedupedIs();
@@ -163,6 +170,18 @@ ExtCommList::PtrConst ExtCommList::dedup(ExtCommListDedupTable const* table) {
     return insertInto(base->dedupTable().ptr());
 }
 
+ExtCommList::PtrConst ExtCommList::intern(ExtCommDedupTable const* extTable,
+                                          ExtCommListDedupTable const* table,
+                                          std::span<U64 const> values) {
+    return internSorted(table, extTable, ReceivedValues<U64, receivedOnStack>(values));
+}
+
+ExtCommList::PtrConst ExtCommList::internReceived(ExtCommDedupTable const* extTable,
+                                                  ExtCommListDedupTable const* table,
+                                                  U8 const* octets, std::size_t size) {
+    return internSorted(table, extTable, ReceivedValues<U64, receivedOnStack>(octets, size));
+}
+
 ExtCommList::PtrConst ExtCommList::dedupFromInterned(ExtCommListDedupTable const* table) {
     ExtCommVectorSort(commVector_);
     // Each classification list's hash, built from the communities as they
@@ -202,13 +221,10 @@ ExtCommList::PtrConst ExtCommList::dedupFromInterned(ExtCommListDedupTable const
         ++present;
     }
 
-    // The list itself: one hash of a handful of pointers, one probe.
-    Vok::HashMix mix;
-    for (U32 i = 0; i < present; ++i)
-        BgpHashMix(mix, found[i].ptr());
+    // The list itself: one probe, compared by a handful of pointers.
     CommListDedupTableBase const* const base = table;
     PtrConst existing = base->dedupTable()->lookup<ExtCommList>(
-        Vok::placementHashOf(mix.result()), [&](ExtCommList const* candidate) {
+        placementHashCompute(), [&](ExtCommList const* candidate) {
             auto const& lists = candidate->classificationLists_;
             return lists.size() == present && std::equal(lists.begin(), lists.end(), found.begin());
         });

@@ -20,6 +20,8 @@
 // user-data word; they answer what best-path and export code ask often.
 #pragma once
 
+#include <span>
+
 #include "KivStash/DedupHandle.h"
 #include "KivStash/StoreManager.h"
 #include "VoBgp/internal/ExtCommClassificationList.h"
@@ -128,6 +130,16 @@ class ExtCommList final : public KivStash::DedupHandle,
     // dedup mode (snapshots, displays) these are marked never to be interned.
     void createClassificationListVector(bool dedupMode);
     PtrConst dedup(ExtCommListDedupTable const* table);
+    // The interned list of `table` holding exactly the communities `values`
+    // (any order, duplicates allowed) as interned in `extTable`: when it
+    // exists, found by one lookup that builds nothing (not even the
+    // communities); else built and interned by dedup. internReceived reads
+    // the values from an attribute's value octets (8 each, network order).
+    static PtrConst intern(ExtCommDedupTable const* extTable, ExtCommListDedupTable const* table,
+                           std::span<U64 const> values);
+    static PtrConst internReceived(ExtCommDedupTable const* extTable,
+                                   ExtCommListDedupTable const* table, U8 const* octets,
+                                   std::size_t size);
     // This list without invalid values and with one link bandwidth (the
     // best); this list itself when nothing is prunable, null when nothing is
     // left.
@@ -135,6 +147,11 @@ class ExtCommList final : public KivStash::DedupHandle,
 
     U32 hash() const override;
     bool compare(Vok::DedupHandle const* other) const override;
+    // By the members' values (ListPlacement), which a lookup from received
+    // values computes without interning anything.
+    U32 placementHashCompute() const override {
+        return membersPlacement();
+    }
 
     Kiv::Ptr<ExtCommListSnapshot> commSnapshot() const;
     Kiv::Ptr<ExtCommListSnapshot> snapshot() const;
@@ -153,6 +170,10 @@ class ExtCommList final : public KivStash::DedupHandle,
                        ExtCommDedupTable const* extCommTable);
 
   private:
+    friend class ExtCommVectorMembers<ExtCommList, ExtComm>;
+    // Received values sorted on the stack; longer lists use the heap.
+    static constexpr std::size_t receivedOnStack = 32;
+
     ExtCommList() = default;
     // dedup without building anything when every classification list is
     // interned already; null when one is not.
@@ -182,6 +203,9 @@ struct CommListTraits<U64> {
         return index == 0 ? static_cast<U32>(value >> 32) : static_cast<U32>(value);
     }
     static U64 fromWords(U32 const* words) { return U64(words[0]) << 32 | words[1]; }
+    // RFC 4360: eight octets, network order.
+    static constexpr std::size_t wireOctets = 8;
+    static U64 fromWire(U8 const* p) { return U64(wireU32(p)) << 32 | wireU32(p + 4); }
 };
 
 VOBGP_DENSE_SET_TEXT_DECLARATIONS(ExtCommList::CommVectorAttrs)

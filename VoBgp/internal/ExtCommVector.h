@@ -25,13 +25,13 @@
 #include <iosfwd>
 #include <type_traits>
 #include <utility>
-#include <vector>
-
 #include "Kiv/Assert.h"
 #include "Kiv/Ptr.h"
 #include "KivStash/StashAllocator.h"
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/VoBgpCommunity.h"
+#include "VoBgp/internal/CommListDedupTableBase.h"
+#include "VoBgp/internal/ListStorage.h"
 #include "Vok/DedupHandle.h"
 #include "Vok/DedupHashTable.h"
 #include "Vok/HashMix.h"
@@ -46,8 +46,7 @@ inline ExtCommIp6Content const& extCommKey(ExtCommIp6 const& comm) {
 }
 
 template <class Comm>
-using ExtCommVectorOf =
-    std::vector<Kiv::Ptr<Comm const>, KivStash::StashAllocator<Kiv::Ptr<Comm const>>>;
+using ExtCommVectorOf = TailVector<Kiv::Ptr<Comm const>>;
 
 // Ascending by key.
 template <class CommPtr>
@@ -111,6 +110,8 @@ class ExtCommVectorMembers {
     using CommVector = ExtCommVectorOf<Comm>;
     using Key = std::decay_t<decltype(extCommKey(std::declval<Comm const&>()))>;
 
+    VOBGP_LIST_TAIL_DELETE
+
     // Appends an interned community at the end (private lists only).
     void commIs(CommPtrConst const& comm) { ExtCommVectorAdd(commVector_, comm); }
     void expectedCommunityCountIs(U32 communityCount) { commVector_.reserve(communityCount); }
@@ -149,14 +150,58 @@ class ExtCommVectorMembers {
         return Kiv::Ptr<Derived const>::adopt(static_cast<Derived const*>(interned.release()));
     }
 
+    // The placement of a sorted list: its members' keys, word by word
+    // (ListPlacement), so that internSorted finds it from received values.
+    U32 membersPlacement() const {
+        return ListPlacement::of<Key>(commVector_, [](CommPtrConst const& comm) -> decltype(auto) {
+            return extCommKey(*comm);
+        });
+    }
+
+    // A new private List (Derived or a subclass; its constructor must be
+    // open to this class) whose members live in the tail of its block, room
+    // for `capacity` of them.
+    template <class List, class... Args>
+    static Kiv::Ptr<List> createWithTail(std::size_t capacity, Args&&... args) {
+        auto* const raw =
+            ::new (tailBlock<List, CommPtrConst>(capacity)) List(std::forward<Args>(args)...);
+        Kiv::Ptr<List> list(raw);
+        raw->commVector_.tailIs(tailOf<CommPtrConst>(raw), capacity);
+        return list;
+    }
+
+    // The interned list of `listTable` whose members have exactly the keys
+    // `values` (sorted, unique) and were interned in `valueTable`: found by
+    // a lookup that builds nothing, else built from `valueTable`'s
+    // communities and interned by dedup.
+    template <class ListTable, class ValueTable, class Values>
+    static Kiv::Ptr<Derived const> internSorted(ListTable const* listTable,
+                                                ValueTable const* valueTable,
+                                                Values const& values) {
+        KIV_ASSERT(listTable != nullptr && valueTable != nullptr);
+        Vok::DedupHashTable const* const members = valueTable->dedupTable().ptr();
+        auto const same = [&](Derived const* candidate) {
+            CommVector const& theirs = candidate->commVector_;
+            // Equal keys from another value table are other objects.
+            return values.sameAs(theirs, [](CommPtrConst const& comm) -> decltype(auto) {
+                return extCommKey(*comm);
+            }) && (theirs.empty() || theirs.front()->dedupTable() == members);
+        };
+        CommListDedupTableBase const* const base = listTable;
+        if (auto hit = base->dedupTable()->template lookup<Derived>(values.placement(), same))
+            return hit;
+        Kiv::Ptr<Derived> list = createWithTail<Derived>(values.size());
+        for (Key const& key : values)
+            list->commIs(valueTable->intern(typename ValueTable::Content(key)));
+        return list->dedup(listTable);
+    }
+
     CommVector commVector_;
 
   private:
     static void dropSpareCapacity(Vok::DedupHandle* candidate) {
-        CommVector& vector =
-            static_cast<ExtCommVectorMembers&>(*static_cast<Derived*>(candidate)).commVector_;
-        if (vector.capacity() > vector.size())
-            CommVector(vector.begin(), vector.end()).swap(vector);
+        static_cast<ExtCommVectorMembers&>(*static_cast<Derived*>(candidate))
+            .commVector_.shrink_to_fit();
     }
 };
 

@@ -12,14 +12,6 @@ using namespace Routing::Bgp;
 
 namespace {
 
-U32 be32(U8 const* p) {
-    return U32(p[0]) << 24 | U32(p[1]) << 16 | U32(p[2]) << 8 | p[3];
-}
-
-U64 be64(U8 const* p) {
-    return U64(be32(p)) << 32 | be32(p + 4);
-}
-
 // Texts joined by single blanks, the way lists present themselves to a
 // regular expression.
 template <class Container, class Format>
@@ -46,14 +38,7 @@ bool listMatches(ListPtr const& list, Routing::RouteMap::PosixRegex const* regex
 }  // namespace
 
 ExtCommIp6Content ip6Content(U8 const* p) {
-    ExtCommIp6Content content;
-    content.type = p[0];
-    content.subtype = p[1];
-    Vonet::Ip6Addr::Octets octets;
-    std::copy(p + 2, p + 18, octets.begin());
-    content.addr = Vonet::Ip6Addr(octets);
-    content.localAdmin = static_cast<U16>(p[18] << 8 | p[19]);
-    return content;
+    return CommListTraits<ExtCommIp6Content>::fromWire(p);
 }
 
 bool RouteComms::has(CommKind kind) const {
@@ -94,43 +79,25 @@ Ingest::Ingest(Parser parser)
 Ingest::~Ingest() = default;
 
 CommList::PtrConst Ingest::standard(AttrSpan const& attr) {
-    if (!attr.present)
-        return nullptr;
-    CommList::Ptr list = commListFactory();
-    for (U32 i = 0; i + 4 <= attr.size; i += 4)
-        list->commIs(be32(attr.data + i));
-    return list->dedup(commTable_.ptr());
+    return attr.present ? CommList::internReceived(commTable_.ptr(), attr.data, attr.size)
+                        : nullptr;
 }
 
 LargeCommList::PtrConst Ingest::large(AttrSpan const& attr) {
-    if (!attr.present)
-        return nullptr;
-    LargeCommList::Ptr list = largeCommListFactory();
-    for (U32 i = 0; i + 12 <= attr.size; i += 12) {
-        U8 const* p = attr.data + i;
-        list->commIs(Acl::CommunityValue(be32(p), be32(p + 4), be32(p + 8)));
-    }
-    return list->dedup(largeTable_.ptr());
+    return attr.present ? LargeCommList::internReceived(largeTable_.ptr(), attr.data, attr.size)
+                        : nullptr;
 }
 
 ExtCommList::PtrConst Ingest::extended(AttrSpan const& attr) {
-    if (!attr.present)
-        return nullptr;
-    ExtCommList::Ptr list = extCommListFactory();
-    list->expectedCommunityCountIs(attr.size / 8);
-    for (U32 i = 0; i + 8 <= attr.size; i += 8)
-        list->commIs(ExtComm::dedupContent(extTable_.ptr(), ExtCommContent(be64(attr.data + i))));
-    return list->dedup(extListTable_.ptr());
+    return attr.present ? ExtCommList::internReceived(extTable_.ptr(), extListTable_.ptr(),
+                                                      attr.data, attr.size)
+                        : nullptr;
 }
 
 ExtCommIp6List::PtrConst Ingest::ipv6(AttrSpan const& attr) {
-    if (!attr.present)
-        return nullptr;
-    ExtCommIp6List::Ptr list = extCommIp6ListFactory();
-    list->expectedCommunityCountIs(attr.size / 20);
-    for (U32 i = 0; i + 20 <= attr.size; i += 20)
-        list->commIs(ExtCommIp6::dedupContent(ip6Table_.ptr(), ip6Content(attr.data + i)));
-    return list->dedup(ip6ListTable_.ptr());
+    return attr.present ? ExtCommIp6List::internReceived(ip6Table_.ptr(), ip6ListTable_.ptr(),
+                                                         attr.data, attr.size)
+                        : nullptr;
 }
 
 void Ingest::path(PathAttrs const& attrs, RouteComms* out) {

@@ -3,14 +3,13 @@
 // (their text forms, regular expression matching, serialization back to the
 // wire). The rest of the tool handles RouteComms only through this interface.
 //
-// What an agent does, done here the same way: standard and large values go
-// into a private CommList / LargeCommList (commIs) interned by dedup with one
-// table each; every 8-octet extended value becomes an ExtCommContent interned
-// by ExtComm::dedupContent and goes into a private ExtCommList interned by
-// dedup with the one ExtCommListDedupTable; every IPv6-address-specific
-// value becomes an ExtCommIp6Content interned by ExtCommIp6::dedupContent
-// into an ExtCommIp6List the same way; all through one parser container and
-// one set of tables for the whole run.
+// What an agent does, done here the same way: each attribute's value octets
+// go to its list kind's internReceived (CommList, LargeCommList, ExtCommList,
+// ExtCommIp6List), which sorts the received values on the stack and finds
+// the interned list without building anything when it exists; only a list
+// not seen yet is built, its extended values interned through
+// ExtComm/ExtCommIp6 tables; all through one parser container and one set
+// of tables for the whole run.
 //
 // The parser container is the library's default one plus, unless asked for
 // the default alone, the opt-in plug-ins (EVPN, flowspec, transitive link

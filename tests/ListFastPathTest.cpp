@@ -1,0 +1,182 @@
+// The received-values entry points of every list kind (intern and
+// internReceived): they must find the very list the classic path (private
+// list, commIs, dedup) interned, and a list they build must be the one the
+// classic path then finds; unsorted and repeated input, lists longer than
+// the stack buffer, and nothing left behind once the routes let go.
+#include <algorithm>
+#include <tuple>
+#include <vector>
+
+#include "ExtCommListTestEnv.h"
+#include "VoBgp/ExtCommIp6ListDedupTable.h"
+
+namespace {
+
+using namespace Routing::Bgp;
+using ExtCommListTestEnv::Octets;
+
+void appendBe32(Octets& out, U32 word) {
+    for (int shift = 24; shift >= 0; shift -= 8)
+        out.push_back(static_cast<U8>(word >> shift));
+}
+
+// The classic path: a private list, one commIs per value, dedup.
+template <class ListPtr, class Table, class Values>
+auto classicOf(ListPtr list, Table const* table, Values const& values) {
+    for (auto const& v : values)
+        list->commIs(v);
+    return list->dedup(table);
+}
+
+// Per kind: the i-th sample value (ascending in i), its wire form, the
+// classic path, and the tables the entry points take before the values.
+struct StandardKind {
+    using Value = U32;
+    using List = CommList;
+    static constexpr std::size_t beyondStack = 64 + 7;
+    CommListDedupTable::Ptr table = commListDedupTableFactory();
+    static Value value(U32 i) { return 0xFDE80000u + i; }  // 65000:i
+    static void wire(Octets& out, Value v) { appendBe32(out, v); }
+    CommList::PtrConst classic(std::vector<Value> const& values) const {
+        return classicOf(commListFactory(), table.ptr(), values);
+    }
+    std::size_t interned() const { return table->dedupTable()->size(); }
+    auto tables() const { return std::make_tuple(table.ptr()); }
+};
+
+struct LargeKind {
+    using Value = Acl::CommunityValue;
+    using List = LargeCommList;
+    static constexpr std::size_t beyondStack = 64 + 3;
+    LargeCommListDedupTable::Ptr table = largeCommListDedupTableFactory();
+    static Value value(U32 i) { return Value(65000, i, 4000000000u - i); }
+    static void wire(Octets& out, Value v) {
+        for (U32 word : {v.globalAdmin(), v.localData1(), v.localData2()})
+            appendBe32(out, word);
+    }
+    LargeCommList::PtrConst classic(std::vector<Value> const& values) const {
+        return classicOf(largeCommListFactory(), table.ptr(), values);
+    }
+    std::size_t interned() const { return table->dedupTable()->size(); }
+    auto tables() const { return std::make_tuple(table.ptr()); }
+};
+
+struct ExtendedKind {
+    using Value = U64;
+    using List = ExtCommList;
+    static constexpr std::size_t beyondStack = 32 + 5;
+    ExtCommListTestEnv::Env env;
+    // Route targets 65000:i and colors i (two classifications), RFC 4360 / 9012.
+    static Value value(U32 i) {
+        return (i % 2 ? ExtCommListTestEnv::rtValue : ExtCommListTestEnv::colorValue) + i;
+    }
+    static void wire(Octets& out, Value v) { ExtCommListTestEnv::appendBe64(out, v); }
+    ExtCommList::PtrConst classic(std::vector<Value> const& values) const {
+        return env.list(values);
+    }
+    std::size_t interned() const {
+        return env.lists->dedupTable()->size() + env.values->dedupTable()->size();
+    }
+    auto tables() const { return std::make_tuple(env.values.ptr(), env.lists.ptr()); }
+};
+
+struct Ip6Kind {
+    using Value = ExtCommIp6Content;
+    using List = ExtCommIp6List;
+    static constexpr std::size_t beyondStack = 16 + 2;
+    BgpParseExtCommContainerSm::Ptr container = bgpParseExtCommContainerSmFactory();
+    ExtCommIp6DedupTable::Ptr values = extCommIp6DedupTableFactory(container->extCommParser());
+    ExtCommIp6ListDedupTable::Ptr lists = extCommIp6ListDedupTableFactory();
+    // Route target 2001:db8::<i>:i (RFC 5701; RFC 3849 addresses).
+    static Value value(U32 i) {
+        return {0x00, 0x02,
+                Vonet::Ip6Addr(
+                    {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, U8(i >> 8), U8(i)}),
+                U16(i)};
+    }
+    static void wire(Octets& out, Value const& v) {
+        out.insert(out.end(), {v.type, v.subtype});
+        out.insert(out.end(), v.addr.octets().begin(), v.addr.octets().end());
+        out.insert(out.end(), {U8(v.localAdmin >> 8), U8(v.localAdmin)});
+    }
+    ExtCommIp6List::PtrConst classic(std::vector<Value> const& contents) const {
+        auto list = extCommIp6ListFactory();
+        for (Value const& content : contents)
+            list->commIs(ExtCommIp6::dedupContent(values.ptr(), content));
+        return list->dedup(lists.ptr());
+    }
+    std::size_t interned() const {
+        return lists->dedupTable()->size() + values->dedupTable()->size();
+    }
+    auto tables() const { return std::make_tuple(values.ptr(), lists.ptr()); }
+};
+
+// List::intern(tables..., values) and List::internReceived(tables..., octets).
+template <class Kind>
+auto fast(Kind const& kind, std::vector<typename Kind::Value> const& values) {
+    return std::apply([&](auto... t) { return Kind::List::intern(t..., values); }, kind.tables());
+}
+template <class Kind>
+auto fromOctets(Kind const& kind, Octets const& o) {
+    return std::apply(
+        [&](auto... t) { return Kind::List::internReceived(t..., o.data(), o.size()); },
+        kind.tables());
+}
+
+template <class Kind>
+class ListFastPathTest : public ::testing::Test {};
+using Kinds = ::testing::Types<StandardKind, LargeKind, ExtendedKind, Ip6Kind>;
+TYPED_TEST_SUITE(ListFastPathTest, Kinds);
+
+TYPED_TEST(ListFastPathTest, FindsAndBuildsWhatTheClassicPathDoes) {
+    using Value = typename TypeParam::Value;
+    std::size_t const liveBefore = KivStash::DedupHandle::liveHandles();
+    {
+        TypeParam kind;
+        for (std::size_t count : {std::size_t(0), std::size_t(3), TypeParam::beyondStack}) {
+            SCOPED_TRACE(count);
+            // Ascending values [first, first + count); received reversed, the
+            // first two repeated.
+            auto make = [&](U32 first) {
+                std::vector<Value> sorted, received;
+                for (U32 i = 0; i < count; ++i)
+                    sorted.push_back(TypeParam::value(first + i));
+                received.assign(sorted.rbegin(), sorted.rend());
+                received.insert(received.end(), sorted.begin(),
+                                sorted.begin() + std::min<std::size_t>(2, count));
+                return std::make_pair(sorted, received);
+            };
+            auto const [sorted, received] = make(1000);
+            Octets octets;
+            for (Value const& v : received)
+                TypeParam::wire(octets, v);
+
+            auto const held = kind.classic(sorted);  // a route holds it
+            EXPECT_EQ(held.ptr(), fast(kind, received).ptr());
+            EXPECT_EQ(held.ptr(), fromOctets(kind, octets).ptr());
+
+            // Built by the fast path (a miss), then found by the classic one.
+            auto const [sorted2, received2] = make(5000);
+            auto const built = fast(kind, received2);
+            EXPECT_EQ(count == 0, held.ptr() == built.ptr());  // one empty list
+            EXPECT_EQ(built.ptr(), kind.classic(sorted2).ptr());
+            EXPECT_EQ(count, built->comms());
+            EXPECT_TRUE(built->commVectorSorted());
+        }
+        EXPECT_EQ(0u, kind.interned());  // the routes let go: nothing stays
+    }
+    EXPECT_EQ(liveBefore, KivStash::DedupHandle::liveHandles());
+}
+
+// The cached flags of a standard list built by the fast path.
+TEST(ListFastPathFlagsTest, StandardListBuiltOnAMissCachesItsFlags) {
+    auto table = commListDedupTableFactory();
+    // 65000:1, no-export and local-as (RFC 1997).
+    std::vector<U32> const values = {0xFDE80001u, 0xFFFFFF01u, 0xFFFFFF03u};
+    auto const list = CommList::intern(table.ptr(), values);
+    EXPECT_TRUE(list->noExport());
+    EXPECT_FALSE(list->noAdvertise());
+    EXPECT_TRUE(list->noExportSubconfed());
+}
+
+}  // namespace
