@@ -2,12 +2,18 @@
 //
 // Routes share community values and lists massively, so each distinct value
 // exists once, in a DedupHashTable, and is shared by reference count. A
-// handle carries, in 16 bytes after its vtable pointer:
+// handle carries, in 16 bytes after its vtable pointer (so that an 8-octet
+// value interned in it takes 32 bytes):
 //   - one atomic word: the reference count (low 28 bits) and the dedup state
 //     (top 4 bits), so that count and state change together;
 //   - one user-data word the concrete class may use (a classification, cached
 //     attribute bits);
-//   - the table it is interned in (null while never deduped or once removed).
+//   - its placement hash (Vok/PlacementHash.h), computed once when it is
+//     interned, so that neither growing the table nor removing the handle
+//     has to compute it again;
+//   - the id of the table it is interned in (0 while never deduped or once
+//     removed): a 16-bit id instead of a pointer keeps the header at 16
+//     bytes; ids name at most 65,535 live tables.
 //
 // The table holds one reference of its own. Lookups take their reference
 // under the table's (shard) lock, and the release that would leave only the
@@ -69,6 +75,10 @@ class DedupHandle {
     // derives it from hash(): seeded, but values with equal hash() collide.
     virtual U32 placementHashCompute() const { return placementHashOf(hash()); }
 
+    // The placement hash a table computed when it interned this handle;
+    // meaningless before.
+    U32 placementHash() const noexcept { return placementHash_; }
+
     void referencesInc() const noexcept {
         if (!countingEnabled_.load(std::memory_order_relaxed))
             return;
@@ -83,7 +93,7 @@ class DedupHandle {
             U32 count = current & countMask;
             // The release that would leave only the table's reference runs
             // under the table's lock, where lookups cannot revive the handle.
-            if (count == tableReferences + 1 && table_ != nullptr) {
+            if (count == tableReferences + 1 && tableId_ != 0) {
                 releaseLastOutsideReference();
                 return;
             }
@@ -115,7 +125,7 @@ class DedupHandle {
     void dedupStateNotToBeDedupedIs() const;
 
     // The table this handle is interned in; null when not (or no longer) in one.
-    DedupHashTable const* dedupTable() const noexcept { return table_; }
+    DedupHashTable const* dedupTable() const noexcept;
 
     U32 userData() const noexcept { return userData_; }
 
@@ -143,7 +153,8 @@ class DedupHandle {
 
     mutable std::atomic<U32> countAndState_{0};
     U32 userData_ = 0;
-    mutable DedupHashTable const* table_ = nullptr;
+    mutable U32 placementHash_ = 0;
+    mutable U16 tableId_ = 0;
 
     static std::atomic<bool> countingEnabled_;
 };
