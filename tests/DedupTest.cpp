@@ -27,6 +27,7 @@ struct Box : KivStash::DedupHandle {
     bool compare(Vok::DedupHandle const* other) const override {
         return static_cast<Box const*>(other)->value == value;
     }
+    void countIs(U32 count) const { referencesForTestIs(count); }
     U64 value;
     U32 forcedHash;
     static inline int placementComputes = 0;
@@ -129,6 +130,41 @@ TEST_P(DedupTableTest, PlacementHashIsComputedOncePerHandle) {
     EXPECT_EQ(1000, Box::placementComputes);
 }
 
+// At the limit a count sticks: the handle stays interned whoever lets go,
+// and the state bits above the count are never touched.
+TEST_P(DedupTableTest, CountsSaturateAtTheLimit) {
+    constexpr U32 limit = Vok::DedupHandle::referencesLimit;
+    static_assert(limit == (1u << 28) - 4096);
+    struct Step {
+        U32 start;
+        U32 afterInc, afterDec;
+        bool saturated;
+    };
+    for (Step step : {Step{limit - 2, limit - 1, limit - 2, false},
+                      Step{limit - 1, limit, limit, true}, Step{limit, limit, limit, true}}) {
+        auto held = intern(table.ptr(), 9);
+        held->countIs(step.start);
+        {
+            Box::PtrConst another = held;
+            EXPECT_EQ(step.afterInc, held->references()) << step.start;
+        }
+        EXPECT_EQ(step.afterDec, held->references()) << step.start;
+        EXPECT_EQ(step.saturated, held->referencesSaturated()) << step.start;
+        EXPECT_TRUE(held->isDeduped());
+        Box const* raw = held.ptr();
+        if (!step.saturated)
+            held->countIs(2);  // the table and `held`
+        held = nullptr;
+        EXPECT_EQ(step.saturated ? 1u : 0u, table->size()) << step.start;
+        if (step.saturated) {
+            EXPECT_EQ(raw, intern(table.ptr(), 9).ptr());
+            raw->countIs(2);  // let it go, so the test leaks nothing
+            Box::PtrConst::adopt(raw);
+        }
+    }
+    EXPECT_EQ(0u, table->size());
+}
+
 INSTANTIATE_TEST_SUITE_P(Variants, DedupTableTest, ::testing::Values(false, true),
                          [](auto const& info) { return info.param ? "ThreadSafe" : "Plain"; });
 
@@ -180,6 +216,14 @@ TEST(DedupHandleDeathTest, InterningTwiceIsFatal) {
     Kiv::Ptr<Box> display(new Box(4));
     display->dedupStateNotToBeDedupedIs();
     EXPECT_ASSERT_DEATH(table->dedup(display.ptr()), text);
+    // A reference to an interned handle whose count fell to zero (one being
+    // destroyed) would resurrect it.
+    EXPECT_ASSERT_DEATH(
+        {
+            held->countIs(0);
+            Box::PtrConst again(held.ptr());
+        },
+        "referencesIncReturnRef");
 }
 
 // Tables are named by 16-bit ids: the 65,536th live table is refused, a

@@ -68,6 +68,45 @@ DedupHashTable const* DedupHandle::dedupTable() const noexcept {
     return DedupHashTable::tableWithId(tableId_);
 }
 
+void DedupHandle::referencesIncChecked(U32 old) const noexcept {
+    if ((old & countMask) == 0) {
+        // Only a private handle gets its first holder this way; an interned
+        // one at zero is being destroyed.
+        KIV_ASSERT(old >> stateShift != dedupHandleStateDeduped(), "referencesIncReturnRef");
+        return;
+    }
+    // At the limit: take the increment back; the count stays there for good.
+    if (processSingleThreaded())
+        countAndState_.store(old, std::memory_order_relaxed);
+    else
+        countAndState_.fetch_sub(1, std::memory_order_relaxed);
+}
+
+void DedupHandle::referencesDecFrom(U32 current) const noexcept {
+    for (;;) {
+        U32 const count = current & countMask;
+        if (count >= referencesLimit)
+            return;
+        KIV_ASSERT(count != 0, "referencesDec");
+        // The release that would leave only the table's reference runs
+        // under the table's lock, where lookups cannot revive the handle.
+        if (count == tableReferences + 1 && tableId_ != 0) {
+            releaseLastOutsideReference();
+            return;
+        }
+        if (processSingleThreaded()) {
+            countAndState_.store(current - 1, std::memory_order_relaxed);
+        } else if (!countAndState_.compare_exchange_weak(current, current - 1,
+                                                         std::memory_order_acq_rel,
+                                                         std::memory_order_relaxed)) {
+            continue;
+        }
+        if (count == 1)
+            delete this;
+        return;
+    }
+}
+
 void DedupHandle::stateIs(DedupHandleState state) const noexcept {
     U32 current = countAndState_.load(std::memory_order_relaxed);
     while (!countAndState_.compare_exchange_weak(
