@@ -298,11 +298,6 @@ ExtComm::Ptr ExtComm::destash(void const* image, KivStash::StoreManager* storeMa
     });
 }
 
-ExtComm::PtrConst ExtComm::dedupContent(ExtCommDedupTable const* table,
-                                        ExtCommContent const& content) {
-    return table->intern(content);
-}
-
 namespace {
 
 // The rule's entry point for each content width.

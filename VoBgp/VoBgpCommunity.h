@@ -450,6 +450,13 @@ class ExtCommDedupTable final : public ExtCommDedupTableOf<ExtComm> {
 ExtCommDedupTable::Ptr extCommDedupTableFactory(
     ExtCommDedupTable::ParseRulePtrConst const& parseExtCommRule);
 
+// Inline, as intern's hit path is: interning a value already there is the
+// common case on every received route.
+inline ExtComm::PtrConst ExtComm::dedupContent(ExtCommDedupTable const* table,
+                                               ExtCommContent const& content) {
+    return table->intern(content);
+}
+
 // The classification stored in a stash record; Kiv::ParseError when the word
 // names none.
 ExtCommClassification extCommClassificationFromStash(U32 word);

@@ -248,11 +248,16 @@ DedupHandle::PtrConst DedupHashTable::dedup(DedupHandle const* candidate,
         preInsert(const_cast<DedupHandle*>(candidate));
     candidate->placementHash_ = hash;
     candidate->tableId_ = id_;
-    candidate->stateIs(dedupHandleStateDeduped());
-    // The table's own reference plus the one returned to the caller.
-    if (DedupHandle::countingEnabled())
-        candidate->countAndState_.fetch_add(DedupHandle::tableReferences + 1,
-                                            std::memory_order_relaxed);
+    // The state (never deduped, 0, before) and, when counting, the table's
+    // own reference plus the one returned to the caller, in one change.
+    U32 const add = U32(dedupHandleStateDeduped()) << DedupHandle::stateShift |
+                    (DedupHandle::countingEnabled() ? DedupHandle::tableReferences + 1 : 0);
+    if (processSingleThreaded())
+        candidate->countAndState_.store(
+            candidate->countAndState_.load(std::memory_order_relaxed) + add,
+            std::memory_order_relaxed);
+    else
+        candidate->countAndState_.fetch_add(add, std::memory_order_acq_rel);
     shard.insert(hash, candidate);
     if (lifeTimeNotifiee_)
         lifeTimeNotifiee_->handleInsert(candidate);
