@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <ostream>
 #include <sstream>
 
@@ -10,6 +11,7 @@
 #include "VoBgp/Parse/ExtCommDerivedForm.h"
 #include "VoBgp/VoBgpCommunity.h"
 #include "Vok/HashMix.h"
+#include "Vok/PlacementHash.h"
 
 namespace Routing::Bgp {
 
@@ -22,6 +24,16 @@ U32 ExtCommIp6Content::hash() const {
     mix.mixOctet(static_cast<U8>(localAdmin));
     mix.mixOctet(static_cast<U8>(localAdmin >> 8));
     return mix.result();
+}
+
+U32 ExtCommIp6Content::placementHash() const {
+    Vok::PlacementHash h;
+    h.mixU64(U64(type) << 24 | U64(subtype) << 16 | localAdmin);
+    U64 words[2];
+    std::memcpy(words, addr.octets().data(), sizeof words);
+    h.mixU64(words[0]);
+    h.mixU64(words[1]);
+    return h.result();
 }
 
 void ExtCommIp6Content::stashWordsTo(U32* words) const {

@@ -50,6 +50,10 @@ struct ExtCommIp6Content {
     // Jenkins one-at-a-time over the 20 octets: type, subtype, the address
     // as stored, then localAdmin low octet first.
     U32 hash() const;
+    // Where interning tables place it: type, subtype and local administrator
+    // as one word, the address as two, through the seeded word-wise hash
+    // (Vok/PlacementHash.h), which crafted contents cannot collide.
+    U32 placementHash() const;
 
     void stashWordsTo(U32* words) const;
     static ExtCommIp6Content fromStashWords(U32 const* words);

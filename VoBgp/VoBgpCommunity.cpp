@@ -298,11 +298,6 @@ ExtComm::Ptr ExtComm::destash(void const* image, KivStash::StoreManager* storeMa
     });
 }
 
-ExtComm::PtrConst ExtComm::dedupContent(ExtCommDedupTable const* table,
-                                        ExtCommContent const& content) {
-    return table->intern(content);
-}
-
 namespace {
 
 // The rule's entry point for each content width.
@@ -326,12 +321,8 @@ template <class Comm>
 ExtCommDedupTableOf<Comm>::~ExtCommDedupTableOf() = default;
 
 template <class Comm>
-typename ExtCommDedupTableOf<Comm>::CommPtrConst ExtCommDedupTableOf<Comm>::intern(
+typename ExtCommDedupTableOf<Comm>::CommPtrConst ExtCommDedupTableOf<Comm>::internFresh(
     Content const& content) const {
-    U32 const placement = Vok::placementHashOf(content.hash());
-    if (auto hit = dedupTable_->template lookup<Comm>(
-            placement, [&content](Comm const* comm) { return comm->getContent() == content; }))
-        return hit;
     CommPtrConst fresh = parseFresh(*parseExtCommRule_, content);
     // Another thread may have interned an equal community since the lookup;
     // dedup then hands back that one and `fresh` dies here.

@@ -30,6 +30,7 @@
 #include "VoFmt/StackBackedBuffer.h"
 #include "Vok/DedupHashTable.h"
 #include "Vok/DumpContext.h"
+#include "Vok/PlacementHash.h"
 
 namespace Routing::Bgp {
 
@@ -54,6 +55,10 @@ class ExtCommContent {
     constexpr bool isTransitive() const { return (typeOctet() & 0x40) == 0; }
     // The interning hash: equal contents hash equally.
     constexpr U32 hash() const { return Kiv::hashU64(value_); }
+    // Where interning tables place it: the content as one seeded word
+    // (Vok/PlacementHash.h); hash() is public, so values sharing it can be
+    // crafted, but not values sharing this.
+    U32 placementHash() const { return Vok::placementHashOf(value_); }
 
     void stashWordsTo(U32* words) const {
         words[0] = static_cast<U32>(value_ >> 32);
@@ -381,7 +386,13 @@ class ExtCommDedupTableOf : public Kiv::PtrInterface {
     // The one interned community for `content`: a lookup by the content's
     // hash; on a miss the parse rule builds it (once per distinct content)
     // and it is inserted, unless an equal one got in first.
-    CommPtrConst intern(Content const& content) const;
+    CommPtrConst intern(Content const& content) const {
+        if (auto hit = dedupTable_->template lookup<Comm>(
+                content.placementHash(),
+                [&content](Comm const* comm) { return comm->getContent() == content; }))
+            return hit;
+        return internFresh(content);
+    }
 
   protected:
     explicit ExtCommDedupTableOf(ParseRulePtrConst const& parseExtCommRule);
@@ -391,6 +402,9 @@ class ExtCommDedupTableOf : public Kiv::PtrInterface {
     static void dumpLine(Vok::DumpContext const& dumpCtx, U32 indent, char const* text);
 
   private:
+    // The miss: the parse rule builds the community and it is inserted.
+    CommPtrConst internFresh(Content const& content) const;
+
     Vok::DedupHashTableUnorderedSet::Ptr dedupTable_;
     ParseRulePtrConst parseExtCommRule_;
 };
@@ -435,6 +449,13 @@ class ExtCommDedupTable final : public ExtCommDedupTableOf<ExtComm> {
 
 ExtCommDedupTable::Ptr extCommDedupTableFactory(
     ExtCommDedupTable::ParseRulePtrConst const& parseExtCommRule);
+
+// Inline, as intern's hit path is: interning a value already there is the
+// common case on every received route.
+inline ExtComm::PtrConst ExtComm::dedupContent(ExtCommDedupTable const* table,
+                                               ExtCommContent const& content) {
+    return table->intern(content);
+}
 
 // The classification stored in a stash record; Kiv::ParseError when the word
 // names none.

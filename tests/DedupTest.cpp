@@ -5,7 +5,9 @@
 #include <mutex>
 #include <random>
 #include <thread>
+#include <vector>
 
+#include "Kiv/Errors.h"
 #include "Kiv/Hash.h"
 #include "KivStash/DedupHandle.h"
 #include "TestUtil.h"
@@ -18,11 +20,17 @@ struct Box : KivStash::DedupHandle {
     using PtrConst = Kiv::Ptr<Box const>;
     explicit Box(U64 v, U32 hashOverride = 0) : value(v), forcedHash(hashOverride) {}
     U32 hash() const override { return forcedHash ? forcedHash : Kiv::hashU64(value); }
+    U32 placementHashCompute() const override {
+        ++placementComputes;
+        return DedupHandle::placementHashCompute();
+    }
     bool compare(Vok::DedupHandle const* other) const override {
         return static_cast<Box const*>(other)->value == value;
     }
+    void countIs(U32 count) const { referencesForTestIs(count); }
     U64 value;
     U32 forcedHash;
+    static inline int placementComputes = 0;
 };
 
 Box::PtrConst intern(Vok::DedupHashTable const* table, U64 value, U32 forcedHash = 0) {
@@ -109,6 +117,54 @@ TEST_P(DedupTableTest, ProbeChainsSurviveGrowthAndDeletion) {
     EXPECT_EQ(0u, table->size());
 }
 
+// A handle's placement hash is computed once, when it is interned: neither
+// growing the table nor releasing and removing handles computes it again.
+TEST_P(DedupTableTest, PlacementHashIsComputedOncePerHandle) {
+    Box::placementComputes = 0;
+    std::vector<Box::PtrConst> held;
+    for (U64 v = 0; v < 1000; ++v)
+        held.push_back(intern(table.ptr(), v));
+    held.resize(500);
+    EXPECT_EQ(500u, table->size());
+    held.clear();
+    EXPECT_EQ(1000, Box::placementComputes);
+}
+
+// At the limit a count sticks: the handle stays interned whoever lets go,
+// and the state bits above the count are never touched.
+TEST_P(DedupTableTest, CountsSaturateAtTheLimit) {
+    constexpr U32 limit = Vok::DedupHandle::referencesLimit;
+    static_assert(limit == (1u << 28) - 4096);
+    struct Step {
+        U32 start;
+        U32 afterInc, afterDec;
+        bool saturated;
+    };
+    for (Step step : {Step{limit - 2, limit - 1, limit - 2, false},
+                      Step{limit - 1, limit, limit, true}, Step{limit, limit, limit, true}}) {
+        auto held = intern(table.ptr(), 9);
+        held->countIs(step.start);
+        {
+            Box::PtrConst another = held;
+            EXPECT_EQ(step.afterInc, held->references()) << step.start;
+        }
+        EXPECT_EQ(step.afterDec, held->references()) << step.start;
+        EXPECT_EQ(step.saturated, held->referencesSaturated()) << step.start;
+        EXPECT_TRUE(held->isDeduped());
+        Box const* raw = held.ptr();
+        if (!step.saturated)
+            held->countIs(2);  // the table and `held`
+        held = nullptr;
+        EXPECT_EQ(step.saturated ? 1u : 0u, table->size()) << step.start;
+        if (step.saturated) {
+            EXPECT_EQ(raw, intern(table.ptr(), 9).ptr());
+            raw->countIs(2);  // let it go, so the test leaks nothing
+            Box::PtrConst::adopt(raw);
+        }
+    }
+    EXPECT_EQ(0u, table->size());
+}
+
 INSTANTIATE_TEST_SUITE_P(Variants, DedupTableTest, ::testing::Values(false, true),
                          [](auto const& info) { return info.param ? "ThreadSafe" : "Plain"; });
 
@@ -160,6 +216,38 @@ TEST(DedupHandleDeathTest, InterningTwiceIsFatal) {
     Kiv::Ptr<Box> display(new Box(4));
     display->dedupStateNotToBeDedupedIs();
     EXPECT_ASSERT_DEATH(table->dedup(display.ptr()), text);
+    // A reference to an interned handle whose count fell to zero (one being
+    // destroyed) would resurrect it.
+    EXPECT_ASSERT_DEATH(
+        {
+            held->countIs(0);
+            Box::PtrConst again(held.ptr());
+        },
+        "referencesIncReturnRef");
+}
+
+// Tables are named by 16-bit ids: the 65,536th live table is refused, a
+// freed id serves the next table, and a handle that outlived its table
+// never names the table that took the id over.
+TEST(DedupTableIds, LimitReuseAndSurvivors) {
+    auto first = Vok::DedupHashTableUnorderedSet::create(false);
+    auto survivor = intern(first.ptr(), 5);
+    first = nullptr;
+    std::vector<Vok::DedupHashTable::Ptr> tables;
+    try {
+        while (tables.size() <= Vok::DedupHashTable::maxLiveTables)
+            tables.push_back(Vok::DedupHashTableUnorderedSet::create(false));
+        ADD_FAILURE() << "no limit";
+    } catch (Kiv::RangeError const&) {
+    }
+    EXPECT_LE(tables.size(), Vok::DedupHashTable::maxLiveTables);
+    EXPECT_EQ(nullptr, survivor->dedupTable());
+    auto& middle = tables[tables.size() / 2];
+    middle = nullptr;
+    middle = Vok::DedupHashTableUnorderedSet::create(true);
+    auto moved = intern(middle.ptr(), 6);
+    EXPECT_EQ(middle.ptr(), moved->dedupTable());
+    EXPECT_EQ(nullptr, survivor->dedupTable());
 }
 
 }  // namespace

@@ -3,11 +3,14 @@
 // route-target list that interning keeps, with the route targets' texts.
 #include <atomic>
 #include <random>
+#include <set>
 #include <thread>
 
 #include "ExtCommFormCheck.h"
+#include "HashColliders.h"
 #include "ParseTestPlugins.h"
 #include "Routing/Bgp/RouteTarget.h"
+#include "VoBgp/ExtCommIp6DedupTable.h"
 #include "VoBgp/NotifyingRouteTargetList.h"
 #include "VoBgp/VoBgpGlobals.h"
 
@@ -118,6 +121,37 @@ TEST_F(ExtCommDedupTableTest, CollidingHashesStayTwoCommunities) {
     EXPECT_TRUE(listed(second));
     EXPECT_EQ(b, intern(second));
     EXPECT_EQ(1u, size());
+}
+
+// Values crafted to share one hash(), as a peer flooding the table would
+// send them, 8-octet and 20-octet: each stays its own community, is found
+// again by content, and the table places them apart all the same.
+TEST_F(ExtCommDedupTableTest, CraftedCollisionsStayDistinctAndSpread) {
+    auto ip6Table = extCommIp6DedupTableFactory(root_);
+    std::vector<ExtCommIp6Content> const ip6 = HashColliders::extCommIp6Colliders(16, 16);
+    std::vector<U64> const values = HashColliders::hashU64Colliders(64, 0x12345678u);
+    std::vector<ExtComm::PtrConst> held;
+    std::vector<ExtCommIp6::PtrConst> heldIp6;
+    std::set<U32> placements, placementsIp6;
+    for (U64 v : values) {
+        ASSERT_EQ(0x12345678u, ExtCommContent(v).hash());
+        held.push_back(intern(v));
+        placements.insert(held.back()->placementHash());
+    }
+    for (auto const& content : ip6) {
+        ASSERT_EQ(ip6.front().hash(), content.hash());
+        heldIp6.push_back(ExtCommIp6::dedupContent(ip6Table.ptr(), content));
+        placementsIp6.insert(heldIp6.back()->placementHash());
+    }
+    EXPECT_EQ(values.size(), size());
+    EXPECT_EQ(ip6.size(), ip6Table->dedupTable()->size());
+    // Equal placements among 64 seeded hashes: about one run in a million.
+    EXPECT_GE(placements.size(), values.size() - 1);
+    EXPECT_GE(placementsIp6.size(), ip6.size() - 1);
+    for (std::size_t i = 0; i < values.size(); ++i)
+        EXPECT_EQ(held[i], intern(values[i]));
+    for (std::size_t i = 0; i < ip6.size(); ++i)
+        EXPECT_EQ(heldIp6[i], ExtCommIp6::dedupContent(ip6Table.ptr(), ip6[i]));
 }
 
 // The list gains a route target with its first holder and loses it with

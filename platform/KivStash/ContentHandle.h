@@ -1,7 +1,11 @@
 // KivStash::ContentHandle<Content>: an interned handle that is one value of
 // type Content, and nothing else that counts for identity: two handles with
 // equal contents are the same interned object, whatever else they carry
-// (a classification, a subclass). Content provides operator== and hash().
+// (a classification, a subclass). Content provides operator==, hash() (the
+// value's defined hash) and placementHash() (where tables put it: a
+// word-wise hash of the content through Vok::PlacementHash, so that values
+// crafted to share hash() still spread; intern and lookups compute it from a
+// plain content without building a handle).
 //
 // Supplies the interning hooks once for every such type (the 8-octet and the
 // 20-octet extended communities alike), and the mechanics of their stash
@@ -33,6 +37,7 @@ class ContentHandle : public DedupHandle {
     Content const& getContent() const { return content_; }
 
     U32 hash() const override { return content_.hash(); }
+    U32 placementHashCompute() const override { return content_.placementHash(); }
     bool compare(Vok::DedupHandle const* other) const override {
         return static_cast<ContentHandle const*>(other)->content_ == content_;
     }

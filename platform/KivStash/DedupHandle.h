@@ -16,15 +16,23 @@ namespace KivStash {
 
 class DedupHandle : public Vok::DedupHandle {
   public:
-    ~DedupHandle() override { live_.fetch_sub(1, std::memory_order_relaxed); }
+    ~DedupHandle() override { liveAdd(~std::size_t(0)); }
 
     // Stash handles currently alive in this process.
     static std::size_t liveHandles() { return live_.load(std::memory_order_relaxed); }
 
   protected:
-    DedupHandle() { live_.fetch_add(1, std::memory_order_relaxed); }
+    DedupHandle() { liveAdd(1); }
 
   private:
+    // Plain while the process has one thread (see Vok/DedupHandle.h).
+    static void liveAdd(std::size_t delta) {
+        if (Vok::processSingleThreaded())
+            live_.store(live_.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
+        else
+            live_.fetch_add(delta, std::memory_order_relaxed);
+    }
+
     static inline std::atomic<std::size_t> live_{0};
 };
 

@@ -2,12 +2,18 @@
 //
 // Routes share community values and lists massively, so each distinct value
 // exists once, in a DedupHashTable, and is shared by reference count. A
-// handle carries, in 16 bytes after its vtable pointer:
+// handle carries, in 16 bytes after its vtable pointer (so that an 8-octet
+// value interned in it takes 32 bytes):
 //   - one atomic word: the reference count (low 28 bits) and the dedup state
 //     (top 4 bits), so that count and state change together;
 //   - one user-data word the concrete class may use (a classification, cached
 //     attribute bits);
-//   - the table it is interned in (null while never deduped or once removed).
+//   - its placement hash (Vok/PlacementHash.h), computed once when it is
+//     interned, so that neither growing the table nor removing the handle
+//     has to compute it again;
+//   - the id of the table it is interned in (0 while never deduped or once
+//     removed): a 16-bit id instead of a pointer keeps the header at 16
+//     bytes; ids name at most 65,535 live tables.
 //
 // The table holds one reference of its own. Lookups take their reference
 // under the table's (shard) lock, and the release that would leave only the
@@ -16,6 +22,19 @@
 // revives the handle first (and the release then leaves it in the table) or
 // finds it gone; it never returns a freed or removed handle. Other releases
 // take no lock.
+//
+// Counts saturate: a handle that reaches referencesLimit holders (a count no
+// real table of routes approaches, but one a bug or an attacker feeding
+// copies could) stays at the limit for good and lives until the process
+// ends, instead of wrapping into the state bits or aborting the process.
+// Taking a reference on an interned handle whose count already fell to zero
+// (one being destroyed) aborts in "referencesIncReturnRef".
+//
+// Counts are atomic read-modify-writes while the process may have more than
+// one thread; while the C library says it has only one, they are plain loads
+// and stores (as libstdc++ does for shared_ptr): no other thread can touch
+// the count, and creating a thread is a synchronisation point after which
+// the atomic path takes over.
 //
 // States: never deduped (private, still mutable), deduped (interned,
 // immutable), not to be deduped (built for display and never to be interned).
@@ -31,6 +50,11 @@
 #include "Kiv/Ptr.h"
 #include "Kiv/Types.h"
 #include "Vok/PlacementHash.h"
+
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#define VOK_HAVE_LIBC_SINGLE_THREADED 1
+#endif
 
 namespace Vok {
 
@@ -51,6 +75,16 @@ constexpr DedupHandleState dedupHandleStateNotToBeDeduped() {
 
 class DedupHashTable;
 
+// True while the process has certainly one thread only (glibc 2.32 and
+// later say so); false whenever that is not known.
+inline bool processSingleThreaded() noexcept {
+#ifdef VOK_HAVE_LIBC_SINGLE_THREADED
+    return __libc_single_threaded != 0;
+#else
+    return false;
+#endif
+}
+
 class DedupHandle {
   public:
     using PtrConst = Kiv::Ptr<DedupHandle const>;
@@ -69,35 +103,49 @@ class DedupHandle {
     // derives it from hash(): seeded, but values with equal hash() collide.
     virtual U32 placementHashCompute() const { return placementHashOf(hash()); }
 
+    // The placement hash a table computed when it interned this handle;
+    // meaningless before.
+    U32 placementHash() const noexcept { return placementHash_; }
+
     void referencesInc() const noexcept {
         if (!countingEnabled_.load(std::memory_order_relaxed))
             return;
-        U32 old = countAndState_.fetch_add(1, std::memory_order_relaxed);
-        KIV_ASSERT((old & countMask) != countMask, "referencesIncReturnRef");
+        U32 old;
+        if (processSingleThreaded()) {
+            old = countAndState_.load(std::memory_order_relaxed);
+            countAndState_.store(old + 1, std::memory_order_relaxed);
+        } else {
+            old = countAndState_.fetch_add(1, std::memory_order_relaxed);
+        }
+        // Zero (a dying interned handle, or a private one's first holder)
+        // and the limit are the only counts that need a second look.
+        if ((old & countMask) - 1 >= referencesLimit - 1) [[unlikely]]
+            referencesIncChecked(old);
     }
     void referencesDec() const noexcept {
         if (!countingEnabled_.load(std::memory_order_relaxed))
             return;
         U32 current = countAndState_.load(std::memory_order_relaxed);
-        for (;;) {
-            U32 count = current & countMask;
-            // The release that would leave only the table's reference runs
-            // under the table's lock, where lookups cannot revive the handle.
-            if (count == tableReferences + 1 && table_ != nullptr) {
-                releaseLastOutsideReference();
+        // Neither the release that leaves only the table's reference nor a
+        // saturated count: a plain decrement.
+        if ((current & countMask) - (tableReferences + 2) <
+            referencesLimit - (tableReferences + 2)) {
+            if (processSingleThreaded()) {
+                countAndState_.store(current - 1, std::memory_order_relaxed);
                 return;
             }
             if (countAndState_.compare_exchange_weak(
-                    current, current - 1, std::memory_order_acq_rel, std::memory_order_relaxed)) {
-                if (count == 1)
-                    delete this;
+                    current, current - 1, std::memory_order_acq_rel, std::memory_order_relaxed))
                 return;
-            }
         }
+        referencesDecFrom(current);
     }
     U32 references() const noexcept {
         return countAndState_.load(std::memory_order_relaxed) & countMask;
     }
+    // True once the count reached referencesLimit: the handle then stays
+    // (interned, if it was) until the process ends.
+    bool referencesSaturated() const noexcept { return references() >= referencesLimit; }
 
     DedupHandleState dedupState() const noexcept {
         return static_cast<DedupHandleState>(countAndState_.load(std::memory_order_acquire) >>
@@ -115,7 +163,7 @@ class DedupHandle {
     void dedupStateNotToBeDedupedIs() const;
 
     // The table this handle is interned in; null when not (or no longer) in one.
-    DedupHashTable const* dedupTable() const noexcept { return table_; }
+    DedupHashTable const* dedupTable() const noexcept;
 
     U32 userData() const noexcept { return userData_; }
 
@@ -128,22 +176,36 @@ class DedupHandle {
     // References a table holds on each of its entries.
     static constexpr U32 tableReferences = 1;
 
+  private:
+    static constexpr unsigned stateShift = 28;
+    static constexpr U32 countMask = (U32(1) << stateShift) - 1;
+
+  public:
+    // The count at which a handle saturates. The headroom below the state
+    // bits absorbs threads that increment past the limit at the same moment.
+    static constexpr U32 referencesLimit = countMask + 1 - 4096;
+
   protected:
     DedupHandle() = default;
     // Only while private: interned handles are immutable.
     void userDataIs(U32 value) noexcept { userData_ = value; }
+    // For tests of the limit: sets the count, keeping the state.
+    void referencesForTestIs(U32 count) const noexcept {
+        countAndState_.store((countAndState_.load() & ~countMask) | (count & countMask));
+    }
 
   private:
     friend class DedupHashTable;
-    static constexpr unsigned stateShift = 28;
-    static constexpr U32 countMask = (U32(1) << stateShift) - 1;
 
+    void referencesIncChecked(U32 old) const noexcept;
+    void referencesDecFrom(U32 current) const noexcept;
     void releaseLastOutsideReference() const noexcept;
     void stateIs(DedupHandleState state) const noexcept;
 
     mutable std::atomic<U32> countAndState_{0};
     U32 userData_ = 0;
-    mutable DedupHashTable const* table_ = nullptr;
+    mutable U32 placementHash_ = 0;
+    mutable U16 tableId_ = 0;
 
     static std::atomic<bool> countingEnabled_;
 };

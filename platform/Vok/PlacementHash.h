@@ -56,7 +56,9 @@ inline U64 multiplyFold(U64 a, U64 b) noexcept {
 }  // namespace internal
 
 inline internal::PlacementSeed const& placementSeed() noexcept {
-    static internal::PlacementSeed const& seed = internal::placementSeedDraw();
+    // A copy, so that a hash reads the seed's words without first loading
+    // where they are.
+    static internal::PlacementSeed const seed = internal::placementSeedDraw();
     return seed;
 }
 
