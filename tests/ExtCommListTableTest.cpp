@@ -30,6 +30,8 @@ TEST(RtExtCommListLifeTime, OneInsertAndOneDeletePerDistinctRouteTargetList) {
         a->classificationList(extCommClassificationRouteTarget));
     RtExtCommListLifeTimeNotifier const* const notifier = rts->lifeTimeNotifier();
     ASSERT_NE(nullptr, notifier);
+    // A watcher, on another thread say, may hold the notifier past its list.
+    RtExtCommListLifeTimeNotifier::PtrConst const held(notifier);
     EXPECT_EQ(rts, notifier->rtExtCommListRawPtr());
     EXPECT_EQ(notifier, rts->getLifeTimeNotifier().ptr());
     EXPECT_EQ(env.comm(rtValue), notifier->comm(rtValue));
@@ -44,6 +46,8 @@ TEST(RtExtCommListLifeTime, OneInsertAndOneDeletePerDistinctRouteTargetList) {
     EXPECT_EQ(CollectionChange::erase, watcher.events[1].change);
     EXPECT_EQ(notifier, watcher.events[1].key);
     EXPECT_EQ(0u, collection->rtExtCommLists());
+    EXPECT_EQ(nullptr, held->comm(rtValue)) << "the list is gone";
+    EXPECT_EQ(std::string("NULL"), held->toStrep());
 
     // A list built for display never reaches the table and gets no notifier.
     auto display = env.privateList({rt2Value});
@@ -59,8 +63,9 @@ TEST(RtExtCommListLifeTime, ShutdownTellsWatchersThatEveryListGoes) {
     Env env;
     auto const collection = env.lists->notifyingRtExtCommListCollection();
     Recorder watcher(collection.ptr());
-    auto const a = env.list({rtValue});
-    auto const b = env.list({rt2Value});
+    auto a = env.list({rtValue});
+    auto b = env.list({rt2Value});
+    auto const held = collection->rtExtCommListMembers().at(0);
     env.lists = nullptr;
     ASSERT_EQ(4u, watcher.events.size());
     EXPECT_EQ(CollectionChange::erase, watcher.events[2].change);
@@ -69,6 +74,10 @@ TEST(RtExtCommListLifeTime, ShutdownTellsWatchersThatEveryListGoes) {
     EXPECT_EQ(nullptr, static_cast<RtExtCommClassificationList const*>(
                            a->classificationList(extCommClassificationRouteTarget))
                            ->lifeTimeNotifier());
+    // No removal will be announced for these lists: their notifiers forgot them.
+    a = nullptr;
+    b = nullptr;
+    EXPECT_EQ(std::string("NULL"), held->toStrep());
 }
 
 TEST(RtExtCommListLifeTime, CollectionAndTableDumps) {

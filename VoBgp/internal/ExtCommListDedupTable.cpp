@@ -21,6 +21,14 @@ void dumpLine(Vok::DumpContext const& dumpCtx, U32 indentCount, U32 depth, char 
 
 }  // namespace
 
+ExtComm::PtrConst RtExtCommListLifeTimeNotifier::comm(U64 community) const {
+    return withDedupHandle([&](Vok::DedupHandle const* handle) -> ExtComm::PtrConst {
+        if (handle == nullptr)
+            return nullptr;
+        return static_cast<RtExtCommClassificationList const*>(handle)->comm(community);
+    });
+}
+
 Kiv::String RtExtCommListLifeTimeNotifier::toStrep() const {
     std::ostringstream os;
     os << this;
@@ -28,9 +36,15 @@ Kiv::String RtExtCommListLifeTimeNotifier::toStrep() const {
 }
 
 std::ostream& operator<<(std::ostream& os, RtExtCommListLifeTimeNotifier const* notifier) {
-    if (notifier == nullptr || notifier->rtExtCommListRawPtr() == nullptr)
+    if (notifier == nullptr)
         return os << "NULL";
-    return os << static_cast<ExtCommClassificationList const*>(notifier->rtExtCommListRawPtr());
+    // Printed under the notifier's lock: the list cannot go meanwhile.
+    return notifier->withDedupHandle([&](Vok::DedupHandle const* handle) -> std::ostream& {
+        if (handle == nullptr)
+            return os << "NULL";
+        return os << static_cast<ExtCommClassificationList const*>(
+                   static_cast<RtExtCommClassificationList const*>(handle));
+    });
 }
 
 NotifyingRtExtCommListCollection::Ptr
@@ -124,14 +138,25 @@ void RtExtCommListLifeTimeNotifiee::handleRemove(Vok::DedupHandle const* handle)
     RtExtCommListLifeTimeNotifier::Ptr lifeTimeNotifier = rtExtCommList->getLifeTimeNotifier();
     if (lifeTimeNotifier == nullptr)
         return;
+    // The observers see the list go while it is still whole; then holders of
+    // the notifier elsewhere must stop reaching it before it is freed.
     collection_->rtExtCommListDel(lifeTimeNotifier.ptr());
     rtExtCommList->lifeTimeNotifierIs(nullptr);
+    lifeTimeNotifier->dedupHandleDel();
 }
 
 void RtExtCommListLifeTimeNotifiee::handleNotificationStop(Vok::DedupHashTable const*) {
-    for (auto const& lifeTimeNotifier : collection_->rtExtCommListMembers()) {
-        collection_->rtExtCommListDel(lifeTimeNotifier.ptr());
-        lifeTimeNotifier->rtExtCommListRawPtr()->lifeTimeNotifierIs(nullptr);
+    // No handleRemove will follow for these lists: forget them now.
+    for (auto const& member : collection_->rtExtCommListMembers()) {
+        collection_->rtExtCommListDel(member.ptr());
+        auto const* rtExtCommList = member->rtExtCommListRawPtr();
+        if (rtExtCommList == nullptr)
+            continue;
+        RtExtCommListLifeTimeNotifier::Ptr const lifeTimeNotifier =
+            rtExtCommList->getLifeTimeNotifier();
+        rtExtCommList->lifeTimeNotifierIs(nullptr);
+        if (lifeTimeNotifier != nullptr)
+            lifeTimeNotifier->dedupHandleDel();
     }
 }
 

@@ -16,6 +16,10 @@
 // Kiv/OrderedMap.h). They run synchronously, under the table's lock for that
 // list: they must not intern into the route-target table themselves.
 //
+// A notifier may outlive its list (a reader on another thread holds the
+// members it took): once the list has left the table (or the table has
+// stopped notifying) the notifier answers null and prints "NULL".
+//
 // Dumps (each line indented by the count given, plain at 0):
 //   ExtCommListDedupTable
 //     extComm                    then the list table
@@ -43,12 +47,16 @@ class RtExtCommListLifeTimeNotifier final : public Vok::DedupHandleLifeTimeNotif
     explicit RtExtCommListLifeTimeNotifier(Vok::DedupHandle::PtrConst const& handle)
         : DedupHandleLifeTimeNotifier(handle) {}
 
+    // The watched list, null once it has left its table; see
+    // Vok::DedupHandleLifeTimeNotifier for when it is safe to follow.
     RtExtCommClassificationList const* rtExtCommListRawPtr() const {
         return static_cast<RtExtCommClassificationList const*>(dedupHandle());
     }
-    // The watched list's member with that value, or null.
-    ExtComm::PtrConst comm(U64 community) const { return rtExtCommListRawPtr()->comm(community); }
-    // The watched list's printed form, "NULL" without one.
+    // The watched list's member with that value; null when it has none or
+    // the list has gone. Safe on any thread.
+    ExtComm::PtrConst comm(U64 community) const;
+    // The watched list's printed form, "NULL" once it has gone. Safe on any
+    // thread.
     Kiv::String toStrep() const;
 };
 

@@ -1,0 +1,187 @@
+// Every interning table at once under several threads: workers intern and
+// release overlapping communities and lists of every kind while a reader walks
+// the route-target list collection and dumps every table. Built for
+// ThreadSanitizer: it runs VOBGP_STRESS_DEFAULT_SECONDS (2 s under tsan, 0.3 s
+// in the other builds; tests/CMakeLists.txt) or VOBGP_STRESS_SECONDS from the
+// environment.
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "KivStash/DedupHandle.h"
+#include "VoBgp/ExtCommIp6ListDedupTable.h"
+#include "VoBgp/Parse/ExtComm.h"
+#include "VoBgp/VoBgpCommunityList.h"
+#include "VoBgp/VoBgpGlobals.h"
+
+namespace {
+
+using namespace Routing::Bgp;
+
+// Six values of each kind; a route's lists hold those a 6-bit mask selects.
+constexpr unsigned poolSize = 6;
+// Route targets 65000:1..3 (RFC 4360), color 100 (RFC 9012), route origin
+// 65000:100 (RFC 4360), link bandwidth (draft-ietf-idr-link-bandwidth).
+constexpr U64 extPool[poolSize] = {0x0002FDE800000001, 0x0002FDE800000002, 0x0002FDE800000003,
+                                   0x030B000000000064, 0x0003FDE800000064, 0x4004FDE84E9502F9};
+constexpr unsigned routeTargetBits = 7;  // the first three
+// 65000:1..3, then NO_EXPORT and NO_ADVERTISE (RFC 1997), GRACEFUL_SHUTDOWN
+// (RFC 8326).
+constexpr U32 stdPool[poolSize] = {0xFDE80001, 0xFDE80002, 0xFDE80003,
+                                   0xFFFFFF01, 0xFFFFFF02, 0xFFFF0000};
+// IPv6 route targets 2001:db8:: with local administrator <i> (RFC 5701,
+// RFC 3849 address), the odd ones non-transitive.
+ExtCommIp6Content ip6Content(unsigned i) {
+    return {U8(i % 2 ? 0x40 : 0x00), 0x02, Vonet::Ip6Addr({0x20, 0x01, 0x0d, 0xb8}), U16(i)};
+}
+
+// Counts the insertions and removals a notifier announces; `isInsert` reads
+// the announcement.
+struct Balance : Kiv::Notifiee {
+    Balance(Kiv::PtrInterface const* notifier, std::function<bool(void const*)> isInsert)
+        : isInsert(std::move(isInsert)) {
+        notifierIs(notifier);
+        hasNotificationActiveIs(true);
+    }
+    void onAttribute(Kiv::AttributeId, void const* key) override {
+        ++(isInsert(key) ? inserts : removals);
+    }
+    std::function<bool(void const*)> isInsert;
+    std::atomic<int> inserts{0}, removals{0};
+};
+
+// One route's communities, every kind from the same mask.
+struct Held {
+    unsigned mask = 1u << poolSize;  // none yet
+    CommList::PtrConst std;
+    LargeCommList::PtrConst large;
+    ExtCommList::PtrConst ext;
+    ExtCommIp6List::PtrConst ip6;
+    bool operator==(Held const&) const = default;
+};
+
+// Created thread-safe when VoBgpGlobals::multiThreaded() is on.
+struct Tables {
+    BgpParseExtCommContainerSm::Ptr parser = bgpParseExtCommContainerSmFactory();
+    ExtCommDedupTable::Ptr ext = extCommDedupTableFactory(parser->extCommParser());
+    ExtCommIp6DedupTable::Ptr ip6 = extCommIp6DedupTableFactory(parser->extCommParser());
+    CommListDedupTable::Ptr stdLists = commListDedupTableFactory();
+    LargeCommListDedupTable::Ptr largeLists = largeCommListDedupTableFactory();
+    ExtCommListDedupTable::Ptr extLists = extCommListDedupTableFactory();
+    ExtCommIp6ListDedupTable::Ptr ip6Lists = extCommIp6ListDedupTableFactory();
+
+    Held intern(unsigned mask) const {
+        auto std = commListFactory();
+        auto large = largeCommListFactory();
+        auto extList = extCommListFactory();
+        auto ip6List = extCommIp6ListFactory();
+        for (unsigned i = 0; i < poolSize; ++i) {
+            if (!(mask >> i & 1))
+                continue;
+            std->commIs(stdPool[i]);
+            large->commIs(Acl::CommunityValue(65536, 1, i));  // RFC 8092
+            extList->commIs(ExtComm::dedupContent(ext.ptr(), ExtCommContent(extPool[i])));
+            ip6List->commIs(ExtCommIp6::dedupContent(ip6.ptr(), ip6Content(i)));
+        }
+        return {mask, std->dedup(stdLists.ptr()), large->dedup(largeLists.ptr()),
+                extList->dedup(extLists.ptr()), ip6List->dedup(ip6Lists.ptr())};
+    }
+    void dump(std::string& out) const {
+        out.clear();
+        auto const ctx = Vok::DumpContext::toString(out);
+        ext->dumpState(ctx, 2);
+        ip6->dumpState(ctx, 2);
+        stdLists->dumpState(ctx, 2);
+        largeLists->dumpState(ctx, 2);
+        extLists->dumpState(ctx, 2);
+        ip6Lists->dumpState(ctx, 2);
+        extLists->notifyingRtExtCommListCollection()->dumpState(ctx, 2);
+    }
+};
+
+TEST(ConcurrencyStress, EveryKindInternedAndReleasedWhileReadersWalkAndDump) {
+    std::size_t const liveBefore = KivStash::DedupHandle::liveHandles();
+    VoBgpGlobals::multiThreadedIs(true);
+    Tables const tables;
+    VoBgpGlobals::multiThreadedIs(false);
+    auto const& collection = tables.extLists->notifyingRtExtCommListCollection();
+    auto const& routeTargets = tables.ext->producerRtList();
+    using RtListEvent = Kiv::CollectionEvent<RtExtCommListLifeTimeNotifier const*>;
+    Balance rtLists(collection.ptr(), [](void const* key) {
+        return static_cast<RtListEvent const*>(key)->change == Kiv::CollectionChange::insert;
+    });
+    // Inside the callback the list answers for the change announced.
+    Balance rts(routeTargets.ptr(), [&](void const* key) {
+        return routeTargets->rtHas(*static_cast<RouteTarget const*>(key));
+    });
+
+    char const* seconds = std::getenv("VOBGP_STRESS_SECONDS");
+    auto const deadline = std::chrono::steady_clock::now() +
+                          std::chrono::duration<double>(seconds ? std::strtod(seconds, nullptr)
+                                                                : VOBGP_STRESS_DEFAULT_SECONDS);
+    auto running = [&] { return std::chrono::steady_clock::now() < deadline; };
+    std::atomic<int> faults{0}, walked{0};
+    auto worker = [&](unsigned seed) {
+        std::mt19937 random(seed);
+        std::vector<Held> held(8);
+        while (running()) {
+            Held got = tables.intern(random() % (1u << poolSize));
+            Held& slot = held[random() % held.size()];
+            // A route holding the same communities shares every list.
+            bool ok = slot.mask != got.mask || slot == got;
+            // While held, its route targets are listed and so is its list of them.
+            for (unsigned i = 0; i < poolSize; ++i)
+                ok = ok && (!(got.mask & routeTargetBits & 1u << i) ||
+                            routeTargets->rtHas(RouteTarget(extPool[i])));
+            auto const* rtList = static_cast<RtExtCommClassificationList const*>(
+                got.ext->classificationList(extCommClassificationRouteTarget));
+            ok = ok && (rtList == nullptr) == !(got.mask & routeTargetBits) &&
+                 (!rtList || collection->rtExtCommListHas(rtList->lifeTimeNotifier()));
+            faults += !ok;
+            slot = std::move(got);
+        }
+    };
+    auto reader = [&] {
+        std::string out;
+        while (running()) {
+            // Members stay readable after their lists leave the table.
+            for (auto const& member : collection->rtExtCommListMembers()) {
+                std::string const text = member->toStrep().c_str();
+                ExtComm::PtrConst const rt = member->comm(extPool[0]);
+                faults += text != "NULL" && text.find("extCommClassificationRouteTarget") != 0;
+                faults += rt && rt->community() != extPool[0];
+                ++walked;
+            }
+            tables.dump(out);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (unsigned seed = 1; seed <= 3; ++seed)
+        threads.emplace_back(worker, seed);
+    threads.emplace_back(reader);
+    for (auto& thread : threads)
+        thread.join();
+
+    EXPECT_EQ(0, faults.load());
+    EXPECT_GT(walked.load(), 0);
+    // Every table of values and lists (each thread-safe), the route-target
+    // list and the collection: all empty.
+    std::string out;
+    tables.dump(out);
+    EXPECT_THAT(out, ::testing::Not(::testing::ContainsRegex("entries [1-9]|#[1-9]")));
+    EXPECT_THAT(out, ::testing::Not(::testing::ContainsRegex("entries 0\n")));
+    for (Balance const* balance : {&rtLists, &rts}) {
+        EXPECT_GT(balance->inserts.load(), 0);
+        EXPECT_EQ(balance->inserts.load(), balance->removals.load());
+    }
+    EXPECT_EQ(liveBefore, KivStash::DedupHandle::liveHandles());
+}
+
+}  // namespace
