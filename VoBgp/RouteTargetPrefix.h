@@ -82,7 +82,9 @@ class RouteTargetPrefix {
     U8 length_ = 0;
 };
 
-static_assert(sizeof(RouteTargetPrefix) == 16, "a prefix is a route target and its length");
+// 16 octets on x86-64, 12 on 32-bit x86, where a U64 aligns to 4.
+static_assert(sizeof(RouteTargetPrefix) == sizeof(RouteTarget) + alignof(RouteTarget),
+              "a prefix is a route target and its length");
 
 inline Kiv::String valueToStrep(RouteTargetPrefix const& p) {
     return p.valueToStrep();

@@ -8,3 +8,9 @@ scripts/ensure-deps.sh
 cmake --workflow --preset debug
 cmake --workflow --preset clang
 cmake --workflow --preset tsan
+
+# Packaging and 32-bit x86: the clang build installed into a scratch prefix
+# and examples/ built against it (find_package, pkg-config), then the library,
+# its tests and the examples built with gcc -m32 and run.
+scripts/check-install.sh build/clang
+cmake --workflow --preset m32
