@@ -8,3 +8,7 @@ scripts/ensure-deps.sh
 cmake --workflow --preset debug
 cmake --workflow --preset clang
 cmake --workflow --preset tsan
+
+# --- Fuzzing: every fuzz target for 15 seconds (fuzz/run.sh) ----------------
+fuzz/run.sh 15
+# --- end fuzzing ---------------------------------------------------------------
