@@ -8,7 +8,7 @@
 // Input: a selector octet, the image length (2 octets), the image, then the
 // octets written over the image after attaching. Selector bit 0 sets the
 // checksum the image needs, so that mutations get past it.
-#include <cstring>
+#include <string>
 #include <vector>
 
 #include "FuzzUtil.h"
@@ -53,9 +53,8 @@ void readEveryRecord(KivStash::StoreManager* reader, Tables const& tables) {
 VOBGP_FUZZ_TARGET(input) {
     static Tables const tables;
     U8 const selector = input.octet();
-    std::vector<U8> image(input.number(2));
-    for (U8& octet : image)
-        octet = input.octet();
+    std::string const octets = input.octets(input.number(2));
+    std::vector<U8> image(octets.begin(), octets.end());
     if ((selector & 1) && image.size() >= KivStash::imageHeaderSize) {
         U32 const claimed = KivStash::loadLe32(&image[12]);
         if (claimed >= KivStash::imageHeaderSize && claimed <= image.size()) {

@@ -1,5 +1,6 @@
-// The framework text parsers: every value type's whole-text parser, the
-// enumerations' member names and the free number and pointer readers, fed
+// The framework text parsers: every value type's whole-text parser (the
+// Value(...) forms among them exercise Kiv::ValueParser), the enumerations'
+// member names and the free number and pointer readers, fed
 // arbitrary text. Properties: only the framework's errors come out; a value
 // that parses prints (valueToStrep) to a text that parses back to a value
 // printing the same, except for the one form documented not to read back.
@@ -58,17 +59,6 @@ void ip6Address(std::string const& text) {
         Fuzz::check(Vonet::Ip6Addr::parse(addr.toStrep().view(), &again) && again == addr,
                     "an IPv6 address does not read back", text);
 }
-void valueForm(std::string const& text) {
-    freeReader(text, [](auto& it, auto end) {
-        Kiv::ValueParser parser(it, end, "Ns::T");
-        parser.attr("a");
-        (void)parser.readBool();
-        parser.attr("b");
-        (void)parser.readSigned();
-        parser.close();
-    });
-}
-
 using Parser = void (*)(std::string const&);
 template <class... T>
 constexpr Parser wholeTexts[sizeof...(T)] = {wholeText<T>...};
@@ -88,7 +78,6 @@ constexpr Parser others[] = {
     [](std::string const& text) { freeReader(text, Kiv::parseUnsigned); },
     [](std::string const& text) { freeReader(text, Kiv::parseSigned); },
     [](std::string const& text) { freeReader(text, Kiv::parsePointer); },
-    valueForm,
 };
 
 }  // namespace
