@@ -14,3 +14,7 @@ cmake --workflow --preset tsan
 # its tests and the examples built with gcc -m32 and run.
 scripts/check-install.sh build/clang
 cmake --workflow --preset m32
+
+# --- Fuzzing: every fuzz target for 15 seconds (fuzz/run.sh) ----------------
+fuzz/run.sh 15
+# --- end fuzzing ---------------------------------------------------------------

@@ -24,6 +24,19 @@ TEST(PosixRegex, ExtendedSyntaxAndCompileErrors) {
                     ::testing::HasSubstr("'(65000'"), ::testing::HasSubstr(regerrorText))));
 }
 
+// Patterns libc would take unbounded time or memory to compile are refused;
+// ones just within the limits compile (and match their own text).
+TEST(PosixRegex, PatternsTooCostlyToCompileAreRefused) {
+    std::string const deep = std::string(101, '(') + "a" + std::string(101, ')');
+    for (std::string refused :
+         std::initializer_list<std::string>{"a**", "a{2}{3}", "(a)+*", "a++", "(.{1,200}){1,11}",
+                                            "((a{1,100}){1,100}){1,100}", deep})
+        EXPECT_THROW(PosixRegex const regex(refused), Kiv::ParseError) << refused;
+    for (std::string accepted : std::initializer_list<std::string>{
+             "(a*)*", "a{1,255}", "(.{1,200}){1,10}", "[*+]+", "\\**", deep.substr(1, 201)})
+        EXPECT_EQ(0, PosixRegex(accepted).execute(accepted)) << accepted;
+}
+
 bool matches(char const* pattern, auto const& list) {
     PosixRegex const regex(pattern);
     return list->matchCommunitiesRegex(&regex);

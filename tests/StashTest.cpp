@@ -1,6 +1,7 @@
 // Stash images: community lists written as position-independent records
 // and read back, in place or rebuilt, by this or another process; and every
 // way a damaged or forged image is refused.
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -320,6 +321,61 @@ TEST_F(StashTest, ImageFileMappedReadOnly) {
     std::ifstream in(path, std::ios::binary);
     EXPECT_EQ(image, Image(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()));
     ::unlink(path);
+}
+
+// The attach-time checks do not cover octets that change afterwards (a file
+// rewritten in place): every record read is checked again.
+TEST_F(StashTest, RecordChangedAfterAttachingIsRefusedWhenRead) {
+    U32 const last = loadLe32(image, loadLe32(image, 20) + 24);  // record 6
+    for (auto [count, words] : Rows<U32, U32>{{31, 3}, {0xFFFFFFFF, 3}, {1, 0x40000000}, {1, 0}}) {
+        Image changing = image;
+        StoreManager reader(changing.data(), changing.size());
+        storeLe32(changing, last + 4, words);
+        storeLe32(changing, last + 8, count);
+        void const* at = reader.record(6);
+        // Too many words: RangeError; elements of no words: ParseError.
+        EXPECT_THROW(LargeCommList::destash(at, &reader), Kiv::Exception) << count;
+        EXPECT_THROW(CommListStashView<CommunityValue>(at, &reader), Kiv::Exception) << count;
+    }
+}
+
+// A reader in another process keeps reading the image it mapped while the
+// file is republished and the new file truncated: writers never change an
+// image in place, so no page of the reader's mapping goes away (SIGBUS).
+TEST_F(StashTest, ReaderInAnotherProcessSurvivesRewritesAndTruncation) {
+    std::string const path = "/tmp/vobgpStashRewrite" + std::to_string(::getpid());
+    KivStash::writeImageFile(path, image);
+    int ready[2], go[2];
+    ASSERT_EQ(0, ::pipe(ready));
+    ASSERT_EQ(0, ::pipe(go));
+    pid_t const child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        KivStash::MappedImage mapped(path);
+        StoreManager reader(mapped.data(), mapped.size());
+        char c = 0;
+        bool ok = ::write(ready[1], &c, 1) == 1 && ::read(go[0], &c, 1) == 1;
+        for (U32 i = 0; ok && i < 7; ++i)
+            ok = i < 4
+                     ? CommList::destash(reader.record(i), &reader)->dedup(standardTable.ptr()) ==
+                           standard[i]
+                     : LargeCommList::destash(reader.record(i), &reader)->dedup(largeTable.ptr()) ==
+                           large[i - 4];
+        ::_exit(ok ? 0 : 1);
+    }
+    char c = 0;
+    ASSERT_EQ(1, ::read(ready[0], &c, 1));
+    // Rewritten with another image, then cut to nothing: a reader mapping
+    // the changed inode would read that image's records or fault.
+    KivStash::writeImageFile(path, StoreManager().image());
+    ASSERT_EQ(0, ::truncate(path.c_str(), 0));
+    ASSERT_EQ(1, ::write(go[1], &c, 1));
+    int status = 0;
+    ASSERT_EQ(child, ::waitpid(child, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
+    for (int fd : {ready[0], ready[1], go[0], go[1]})
+        ::close(fd);
+    ::unlink(path.c_str());
 }
 
 TEST(StashImage, SingleCommunitiesRoundTripWithTheirClassification) {

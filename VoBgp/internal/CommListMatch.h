@@ -13,6 +13,11 @@
 // All passes of one match write into one buffer, sized once for the longest
 // text the list can give: a match allocates at most once.
 //
+// Precondition of every match: `regex` is non-null and was compiled by
+// RouteMap::PosixRegex, which refuses patterns that libc would take
+// unbounded time or memory to compile (PosixRegex.h). Any list, of any
+// length and content, may then be matched against any pattern it accepted.
+//
 // Printed forms:
 //   ExtCommList                [ <derived form> <derived form> ]   (null: NULL)
 //   ExtCommClassificationList  <classification> : <derived forms>  (null: nothing)

@@ -118,26 +118,36 @@ void StoreManager::check(std::size_t size) {
     if (directory < imageHeaderSize || directory % 4 != 0 ||
         U64(directory) + U64(recordCount) * 4 != imageSize)
         outside("the record directory", directory);
+    directory_ = directory;
     offsets_.reserve(recordCount);
     U64 previousEnd = imageHeaderSize;
     for (U32 i = 0; i < recordCount; ++i) {
         U32 const offset = loadLe32(h + directory + U64(i) * 4);
-        std::string const what = "record " + std::to_string(i);
         if (offset < previousEnd || offset % 4 != 0 || U64(offset) + recordHeaderSize > directory)
-            outside(what, offset);
-        StashRecord record(h + offset);
-        if (record.wordsPerElement() == 0 && record.count() != 0)
-            throw Kiv::ParseError("stash image corrupt: " + what + " has elements of no words");
-        // Counted in words first: count x words-per-element x 4 may not fit 64 bits.
-        U64 const words = U64(record.count()) * record.wordsPerElement();
-        U64 const room = (directory - offset - recordHeaderSize) / 4;
-        if (words > room)
-            throw Kiv::RangeError("stash image truncated: " + what + " claims " +
-                                  std::to_string(words) + " words, only " + std::to_string(room) +
-                                  " fit before the directory");
+            outside("record " + std::to_string(i), offset);
         offsets_.push_back(offset);
-        previousEnd = offset + recordHeaderSize + words * 4;
+        StashRecord const record = checkedRecord(i);
+        previousEnd =
+            offset + recordHeaderSize + U64(record.count()) * record.wordsPerElement() * 4;
     }
+}
+
+StashRecord StoreManager::checkedRecord(U32 index) const {
+    // The header is read once into the record; only those copies are
+    // checked and used, so octets changing underneath cannot slip past.
+    U32 const offset = offsets_[index];
+    StashRecord const record(base_ + offset);
+    std::string const what = "record " + std::to_string(index);
+    if (record.wordsPerElement() == 0 && record.count() != 0)
+        throw Kiv::ParseError("stash image corrupt: " + what + " has elements of no words");
+    // Counted in words first: count x words-per-element x 4 may not fit 64 bits.
+    U64 const words = U64(record.count()) * record.wordsPerElement();
+    U64 const room = (directory_ - offset - recordHeaderSize) / 4;
+    if (words > room)
+        throw Kiv::RangeError("stash image truncated: " + what + " claims " +
+                              std::to_string(words) + " words, only " + std::to_string(room) +
+                              " fit before the directory");
+    return record;
 }
 
 StoreManager::NewRecord StoreManager::recordIs(U32 kind, U32 wordsPerElement, U32 count) {
@@ -190,10 +200,15 @@ StashRecord StoreManager::recordAt(void const* record) const {
     // Addresses compared as numbers: `record` may point anywhere.
     auto const at = reinterpret_cast<std::uintptr_t>(record);
     auto const base = reinterpret_cast<std::uintptr_t>(base_);
-    if (at < base || at - base > std::numeric_limits<U32>::max() ||
-        !std::binary_search(offsets_.begin(), offsets_.end(), static_cast<U32>(at - base)))
+    if (at < base || at - base > std::numeric_limits<U32>::max())
         throw Kiv::RangeError("not a record of this stash image");
-    return StashRecord(base_ + (at - base));
+    auto const found =
+        std::lower_bound(offsets_.begin(), offsets_.end(), static_cast<U32>(at - base));
+    if (found == offsets_.end() || *found != at - base)
+        throw Kiv::RangeError("not a record of this stash image");
+    // Checked again on every read: the octets may have changed since
+    // attaching (a file rewritten in place, not published by rename).
+    return checkedRecord(static_cast<U32>(found - offsets_.begin()));
 }
 
 void StoreManager::adoptedHandleIs(Vok::DedupHandle const* handle) {
@@ -202,23 +217,38 @@ void StoreManager::adoptedHandleIs(Vok::DedupHandle const* handle) {
 }
 
 void writeImageFile(std::string const& path, std::vector<U8> const& image) {
-    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    // A new file beside the old one, renamed over it when complete: a reader
+    // that mapped the old file keeps its inode, whole and unchanged, and a
+    // reader that opens the path sees the old image or the new one, never a
+    // part.
+    std::string temporary = path + ".XXXXXX";
+    int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
     if (fd < 0)
-        throw std::system_error(errno, std::generic_category(), "open " + path);
+        throw std::system_error(errno, std::generic_category(), "create " + temporary);
+    auto fail = [&](char const* what) {
+        int const error = errno;
+        if (fd >= 0)
+            ::close(fd);
+        ::unlink(temporary.c_str());
+        throw std::system_error(error, std::generic_category(), what + (" " + temporary));
+    };
+    if (::fchmod(fd, 0644) != 0)
+        fail("chmod");
     std::size_t done = 0;
     while (done < image.size()) {
         ssize_t n = ::write(fd, image.data() + done, image.size() - done);
         if (n < 0 && errno == EINTR)
             continue;
-        if (n < 0) {
-            int error = errno;
-            ::close(fd);
-            throw std::system_error(error, std::generic_category(), "write " + path);
-        }
+        if (n < 0)
+            fail("write");
         done += static_cast<std::size_t>(n);
     }
-    if (::close(fd) != 0)
-        throw std::system_error(errno, std::generic_category(), "close " + path);
+    int const closed = ::close(fd);
+    fd = -1;
+    if (closed != 0)
+        fail("close");
+    if (::rename(temporary.c_str(), path.c_str()) != 0)
+        fail("rename to");
 }
 
 MappedImage::MappedImage(std::string const& path) {

@@ -143,7 +143,10 @@ class StoreManager {
     // what an interned type's destash takes.
     void const* record(U32 index) const;
     // The record starting at `record`; RangeError unless it is one of this
-    // image's records.
+    // image's records. Its header is checked again on every call (RangeError
+    // when its words no longer fit before the directory, ParseError for
+    // elements of no words), so octets changed since attaching cannot make a
+    // reader leave the image.
     StashRecord recordAt(void const* record) const;
 
     // Keeps `handle` (built from this image while counting is off) until the
@@ -153,11 +156,16 @@ class StoreManager {
 
   private:
     void check(std::size_t size);
+    // Record `index`, its header read once and checked against the end of
+    // the records (the directory).
+    StashRecord checkedRecord(U32 index) const;
 
     // Attached: the image. Writing: null.
     U8 const* base_ = nullptr;
     // Writing: the records, as they will stand from offset imageHeaderSize on.
     std::vector<U8> body_;
+    // Attached: where the directory starts, the end of the records.
+    U32 directory_ = 0;
     // Record offsets (a private copy of the directory when attached).
     std::vector<U32> offsets_;
     std::vector<Vok::DedupHandle const*> adopted_;
@@ -166,12 +174,17 @@ class StoreManager {
 // FNV-1a 64 of an image with its checksum field read as zero.
 U64 imageChecksum(U8 const* image, std::size_t size);
 
-// Writes `image` to the file at `path` (created or truncated);
-// std::system_error on failure.
+// Publishes `image` at `path`: writes a new file beside it and renames it
+// over `path`, so that readers which mapped the previous file keep reading
+// it, unchanged (see docs/STASH.md). std::system_error on failure, with
+// `path` left as it was.
 void writeImageFile(std::string const& path, std::vector<U8> const& image);
 
 // An image file mapped read-only (PROT_READ, shared): a page written through
-// it would fault, so a reader provably leaves the image alone.
+// it would fault, so a reader provably leaves the image alone. The file must
+// only ever be replaced (writeImageFile), never changed or truncated in
+// place: the mapping shows whatever the inode holds, and pages cut off by a
+// truncation fault (SIGBUS) when touched.
 class MappedImage {
   public:
     // std::system_error when the file cannot be opened or mapped.

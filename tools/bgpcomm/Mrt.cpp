@@ -1,5 +1,6 @@
 #include "bgpcomm/Mrt.h"
 
+#include <algorithm>
 #include <string>
 
 namespace Bgpcomm {
@@ -10,6 +11,7 @@ constexpr std::size_t mrtHeaderSize = 12;
 // No real record comes near this; a larger length means a broken header,
 // after which the stream cannot be followed.
 constexpr U32 maxRecordLength = 64u << 20;
+constexpr std::size_t bodyChunk = 64u << 10;
 
 // TABLE_DUMP_V2 subtypes (RFC 6396 section 4.3, RFC 8050 section 4).
 constexpr U16 td2PeerIndexTable = 1;
@@ -93,8 +95,18 @@ void MrtReader::run() {
                              " is implausible; rest of file skipped");
             return;
         }
-        body_.resize(length);
-        got = source_.read(body_.data(), length);
+        // Grown as the octets arrive: a damaged length claiming up to the
+        // limit costs memory for the octets the stream really has, not for
+        // the length.
+        body_.clear();
+        for (got = 0; got < length;) {
+            std::size_t const chunk = std::min<std::size_t>(length - got, bodyChunk);
+            body_.resize(got + chunk);
+            std::size_t const n = source_.read(body_.data() + got, chunk);
+            got += n;
+            if (n < chunk)
+                break;
+        }
         offset_ += got;
         if (got < length) {
             if (!source_.error().empty())
