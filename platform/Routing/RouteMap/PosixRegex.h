@@ -11,8 +11,9 @@
 // text and the pattern. So does one that libc would take unbounded time or
 // memory to compile: a repetition applied directly to a repetition ("a**",
 // "a{2}{3}"), more than 2000 elements once bounded and '+' repetitions are
-// expanded ("(a{1,50}){1,50}"), or groups nested more than 100 deep. A compiled expression is immutable: execute may run
-// on any number of threads at once (regexec does not modify the regex_t).
+// expanded ("(a{1,50}){1,50}"), or groups nested more than 100 deep. A compiled expression is
+// immutable: execute may run on any number of threads at once (regexec does not modify the
+// regex_t).
 #pragma once
 
 #include <regex.h>
