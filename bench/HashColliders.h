@@ -148,7 +148,7 @@ inline std::vector<Routing::Bgp::ExtCommIp6Content> extCommIp6Colliders(std::siz
         [](std::size_t attempt, std::array<U8, 20>& o) {
             o[1] = 0x02;
             for (std::size_t i = 0; i < 8; ++i)
-                o[2 + i] = static_cast<U8>(attempt >> (8 * i));
+                o[2 + i] = static_cast<U8>(U64(attempt) >> (8 * i));
         },
         tableBits);
     std::vector<Routing::Bgp::ExtCommIp6Content> contents;
@@ -170,7 +170,7 @@ inline std::vector<std::array<U32, 4>> commListColliders(std::size_t count,
         count, oaatTarget, 10, 12, 0x80,
         [](std::size_t attempt, std::array<U8, 16>& o) {
             for (std::size_t i = 0; i < 6; ++i)
-                o[i + i / 3] = static_cast<U8>(attempt >> (8 * i));
+                o[i + i / 3] = static_cast<U8>(U64(attempt) >> (8 * i));
             o[7] = 0x01;
             o[11] = 0x02;
         },
@@ -196,7 +196,7 @@ inline std::vector<std::array<Acl::CommunityValue, 2>> largeCommListColliders(
         [](std::size_t attempt, std::array<U8, 24>& o) {
             o[0] = 1;
             for (std::size_t i = 0; i < 8; ++i)
-                o[4 + i] = static_cast<U8>(attempt >> (8 * i));
+                o[4 + i] = static_cast<U8>(U64(attempt) >> (8 * i));
             o[12] = 2;
         },
         tableBits);
