@@ -26,7 +26,12 @@ vg=(valgrind --tool=memcheck -q --error-exitcode=99 --child-silent-after-fork=ye
     --leak-check=full --show-leak-kinds=definite,indirect,possible
     --errors-for-leak-kinds=definite,indirect,possible --track-origins=yes)
 
-"${vg[@]}" "$build/tests/vobgp_tests" --gtest_brief=1 "$@"
+# The stash test's forked reader leaves by _exit holding its parent's tables,
+# as a reader process would; valgrind follows the fork and would count them
+# as lost, so that one test runs without the leak check.
+forked=StashTest.ReaderInAnotherProcessSurvivesRewritesAndTruncation
+"${vg[@]}" "$build/tests/vobgp_tests" --gtest_brief=1 --gtest_filter="-$forked" "$@"
+"${vg[@]}" --leak-check=no "$build/tests/vobgp_tests" --gtest_brief=1 --gtest_filter="$forked"
 "${vg[@]}" "$build/examples/intern_and_print" >/dev/null
 bgpcomm=$build/tools/bgpcomm/bgpcomm
 "${vg[@]}" "$bgpcomm" synth --routes 2000 --seed 3 -o "$work/synth.mrt"
