@@ -356,6 +356,10 @@ class LargeCommList final : public CommListBase<LargeCommList, Acl::CommunityVal
     LargeCommList() = default;
 };
 
+// On 64-bit hosts a list is the handle (24 octets) and its one-word vector,
+// with the values of a list interned from received values right behind it.
+static_assert(sizeof(void*) != 8 || (sizeof(CommList) == 32 && sizeof(LargeCommList) == 32));
+
 inline CommList::Ptr commListFactory() {
     return CommList::CommListIs();
 }
