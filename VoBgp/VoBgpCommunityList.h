@@ -443,7 +443,7 @@ Kiv::Ptr<Derived const> CommListBase<Derived, Value>::internSorted(
     KIV_ASSERT(table != nullptr, "table != __null");
     CommListDedupTableBase const* const base = table;
     auto const same = [&](Derived const* candidate) {
-        return values.sameAs(*candidate->commVectorRawPtr(),
+        return values.sameAs(candidate->commVectorRawPtr()->span(),
                              [](Value const& value) -> Value const& { return value; });
     };
     if (auto hit = base->dedupTable()->template lookup<Derived>(values.placement(), same))

@@ -26,6 +26,7 @@
 #include <cstddef>
 #include <iosfwd>
 #include <memory>
+#include <span>
 #include <type_traits>
 #include <utility>
 #include "Kiv/Assert.h"
@@ -79,9 +80,10 @@ void ExtCommVectorAdd(Vector& vector, typename Vector::value_type const& comm) {
 template <class Vector>
 void ExtCommVectorSort(Vector& vector) {
     using CommPtr = typename Vector::value_type;
-    std::sort(vector.begin(), vector.end(), &ExtCommSortFn<CommPtr>);
-    vector.erase(std::unique(vector.begin(), vector.end(), &ExtCommCompareFn<CommPtr>),
-                 vector.end());
+    CommPtr* const first = vector.data();
+    CommPtr* const last = first + vector.size();
+    std::sort(first, last, &ExtCommSortFn<CommPtr>);
+    vector.erase(std::unique(first, last, &ExtCommCompareFn<CommPtr>), last);
 }
 
 // The member with key `community`, or null; binary search, so the vector
@@ -223,7 +225,7 @@ class ExtCommVectorMembers {
         KIV_ASSERT(listTable != nullptr && valueTable != nullptr);
         Vok::DedupHashTable const* const members = valueTable->dedupTable().ptr();
         auto const same = [&](Derived const* candidate) {
-            CommVector const& theirs = candidate->commVector_;
+            std::span<CommPtrConst const> const theirs = candidate->commVector_.span();
             // Equal keys from another value table are other objects.
             return values.sameAs(theirs, [](CommPtrConst const& comm) -> decltype(auto) {
                 return extCommKey(*comm);

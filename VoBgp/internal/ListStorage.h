@@ -221,10 +221,17 @@ class TailVector {
     T* data() noexcept { return const_cast<T*>(std::as_const(*this).data()); }
     T const* data() const noexcept {
         if (inTail())
-            return reinterpret_cast<T const*>(reinterpret_cast<char const*>(this + 1) +
-                                              ((word_ >> gapShift) & (tailGapLimit - 1)));
+            return tailData();
         Header const* const header = heap();
         return header != nullptr ? elementsOf(header) : nullptr;
+    }
+    // Elements and count with one look at the word, for the probes' loops.
+    std::span<T const> span() const noexcept {
+        if (inTail())
+            return {tailData(), static_cast<size_type>(word_ >> sizeShift)};
+        Header const* const header = heap();
+        return header != nullptr ? std::span<T const>(elementsOf(header), header->size)
+                                 : std::span<T const>();
     }
     iterator begin() noexcept { return data(); }
     iterator end() noexcept { return data() + size(); }
@@ -336,6 +343,10 @@ class TailVector {
     static constexpr unsigned sizeShift = 32;
 
     bool inTail() const noexcept { return (word_ & tailTag) != 0; }
+    T const* tailData() const noexcept {
+        return reinterpret_cast<T const*>(reinterpret_cast<char const*>(this + 1) +
+                                          ((word_ >> gapShift) & (tailGapLimit - 1)));
+    }
     Header* heap() const noexcept {
         return reinterpret_cast<Header*>(static_cast<std::uintptr_t>(word_));
     }
