@@ -26,7 +26,7 @@ bool ExtCommIp6ClassificationList::compare(Vok::DedupHandle::RawPtrConst other) 
 }
 
 Kiv::Ptr<ExtCommIp6ClassificationListSnapshot> ExtCommIp6ClassificationList::commSnapshot() const {
-    auto snapshot = extCommIp6ClassificationListSnapshotFactory(classification_);
+    auto snapshot = extCommIp6ClassificationListSnapshotFactory(classification());
     for (ExtCommIp6::PtrConst const& comm : commVector_)
         snapshot->commIs(comm);
     return snapshot;

@@ -5,8 +5,8 @@
 // the others. The 20-octet twin of ExtCommClassificationList, on the same
 // member vector (ExtCommVectorMembers), without its specialities: every
 // classification, route target and link bandwidth included, gets this one
-// plain class, nothing is prunable, and classification and sorted flag are
-// plain fields (the user-data word stays free).
+// plain class, nothing is prunable, and classification and sorted flag
+// share the handle's user-data word.
 //
 // Identity: the members' identities in order (Jenkins one-at-a-time over
 // their addresses, 0 when empty); the classification follows from them.
@@ -29,14 +29,22 @@ class ExtCommIp6ClassificationList final
     using PtrConst = Kiv::Ptr<ExtCommIp6ClassificationList const>;
     using RawPtrConst = ExtCommIp6ClassificationList const*;
 
-    // A new private, empty list of `classification`.
-    static Ptr ExtCommIp6ClassificationListIs(ExtCommClassification classification) {
-        return Ptr(new ExtCommIp6ClassificationList(classification));
+    // A new private, empty list of `classification`; room for `capacity`
+    // members in its own block, more go to the heap.
+    static Ptr ExtCommIp6ClassificationListIs(ExtCommClassification classification,
+                                              std::size_t capacity = 0) {
+        return createWithTail<ExtCommIp6ClassificationList>(capacity, classification);
     }
 
-    ExtCommClassification classification() const { return classification_; }
-    bool commVectorSorted() const { return commVectorSorted_; }
-    void commVectorSortedIs(bool sorted) { commVectorSorted_ = sorted; }
+    // Both in the handle's user-data word: the classification in the low
+    // octet, the sorted flag above it.
+    ExtCommClassification classification() const {
+        return static_cast<ExtCommClassification>(userData() & 0xFF);
+    }
+    bool commVectorSorted() const { return (userData() & sortedBit) != 0; }
+    void commVectorSortedIs(bool sorted) {
+        userDataIs(sorted ? userData() | sortedBit : userData() & ~sortedBit);
+    }
 
     // commIs, comm(content), comms, commVectorRawPtr: ExtCommVectorMembers.
 
@@ -49,16 +57,20 @@ class ExtCommIp6ClassificationList final
     Kiv::String toStrep() const;
 
   private:
-    explicit ExtCommIp6ClassificationList(ExtCommClassification classification)
-        : classification_(classification) {}
+    friend class ExtCommVectorMembers<ExtCommIp6ClassificationList, ExtCommIp6>;
+    static constexpr U32 sortedBit = 0x100;
 
-    ExtCommClassification const classification_;
-    bool commVectorSorted_ = false;
+    explicit ExtCommIp6ClassificationList(ExtCommClassification classification) {
+        userDataIs(classification);
+    }
 };
 
+// On 64-bit hosts: the handle (24 octets) and the one-word member vector.
+static_assert(sizeof(void*) != 8 || sizeof(ExtCommIp6ClassificationList) == 32);
+
 inline ExtCommIp6ClassificationList::Ptr extCommIp6ClassificationListFactory(
-    ExtCommClassification classification) {
-    return ExtCommIp6ClassificationList::ExtCommIp6ClassificationListIs(classification);
+    ExtCommClassification classification, std::size_t capacity = 0) {
+    return ExtCommIp6ClassificationList::ExtCommIp6ClassificationListIs(classification, capacity);
 }
 
 // Nothing for a null list.

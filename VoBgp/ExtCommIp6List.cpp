@@ -1,5 +1,6 @@
 #include "VoBgp/ExtCommIp6List.h"
 
+#include <array>
 #include <ostream>
 #include <sstream>
 
@@ -8,7 +9,8 @@
 namespace Routing::Bgp {
 
 ExtCommIp6ClassificationList* ExtCommIp6ListFindOrCreateClassificationList(
-    ExtCommIp6ClassificationListVector& vector, ExtCommClassification classification) {
+    ExtCommIp6ClassificationListVector& vector, ExtCommClassification classification,
+    std::size_t capacity) {
     std::size_t const slot = classification;
     if (slot < vector.size() && vector[slot] != nullptr) {
         // The slot holds the list being built, still private to its list.
@@ -17,7 +19,8 @@ ExtCommIp6ClassificationList* ExtCommIp6ListFindOrCreateClassificationList(
         VOK_ASSERT_NEVER_DEDUPED(_classificationList);
         return _classificationList;
     }
-    ExtCommIp6ClassificationList::Ptr created = extCommIp6ClassificationListFactory(classification);
+    ExtCommIp6ClassificationList::Ptr created =
+        extCommIp6ClassificationListFactory(classification, capacity);
     // dedup hands the members over in ascending order.
     created->commVectorSortedIs(true);
     ExtCommIp6ListClassificationListIs(vector, created);
@@ -48,7 +51,7 @@ ExtCommIp6ClassificationList const* ExtCommIp6List::classificationList(
 }
 
 Kiv::String ExtCommIp6List::serialize(bool sendNonTransExtComms) const {
-    U32 const count = sendNonTransExtComms ? totalCommunities() : totalTransitiveCommunities_;
+    U32 const count = sendNonTransExtComms ? totalCommunities() : totalTransitiveCommunities();
     if (count == 0)
         return Kiv::String("");
     // RFC 5701 section 2: type, subtype, global administrator, local
@@ -84,12 +87,19 @@ ExtCommIp6List::PtrConst ExtCommIp6List::dedup(ExtCommIp6ListDedupTable const* t
                "Vok::dedupHandleStateNeverDeduped()");
     ExtCommVectorSort(commVector_);
     commVectorSortedIs(true);
-    totalTransitiveCommunities_ = 0;
+    // Members per classification first, so that each list is one block.
+    std::array<U32, 256> counts{};
+    for (ExtCommIp6::PtrConst const& comm : commVector_)
+        ++counts[comm->classification()];
+    U32 transitive = 0;
     for (ExtCommIp6::PtrConst const& comm : commVector_) {
-        ExtCommIp6ListFindOrCreateClassificationList(classificationLists_, comm->classification())
+        ExtCommClassification const classification = comm->classification();
+        ExtCommIp6ListFindOrCreateClassificationList(classificationLists_, classification,
+                                                     counts[classification])
             ->commIs(comm);
-        totalTransitiveCommunities_ += comm->isTransitive() ? 1 : 0;
+        transitive += comm->isTransitive() ? 1 : 0;
     }
+    totalTransitiveCommunitiesIs(transitive);
     for (std::size_t slot = 0; slot < classificationLists_.size(); ++slot) {
         if (classificationLists_[slot] == nullptr)
             continue;

@@ -32,15 +32,17 @@ namespace Routing::Bgp {
 
 class ExtCommIp6ListSnapshot;
 
-using ExtCommIp6ClassificationListVector =
-    std::vector<ExtCommIp6ClassificationList::PtrConst,
-                KivStash::StashAllocator<ExtCommIp6ClassificationList::PtrConst>>;
+// A std::vector-like sequence (TailVector): a list interned from received
+// values keeps it in its own block, ahead of its members.
+using ExtCommIp6ClassificationListVector = TailVector<ExtCommIp6ClassificationList::PtrConst>;
 
-// The list in slot `classification`, created (plain, private) when the slot
-// is empty or beyond the vector. Only for a list being built: the slot's
-// list must not be interned yet.
+// The list in slot `classification`, created (plain, private, with room
+// for `capacity` members in its block) when the slot is empty or beyond the
+// vector. Only for a list being built: the slot's list must not be interned
+// yet.
 ExtCommIp6ClassificationList* ExtCommIp6ListFindOrCreateClassificationList(
-    ExtCommIp6ClassificationListVector& vector, ExtCommClassification classification);
+    ExtCommIp6ClassificationListVector& vector, ExtCommClassification classification,
+    std::size_t capacity = 0);
 // Stores `list` into the slot of its own classification, growing the vector
 // with null slots as far as needed.
 void ExtCommIp6ListClassificationListIs(ExtCommIp6ClassificationListVector& vector,
@@ -66,11 +68,13 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
         appendMembersOf(otherClassificationList.ptr());
     }
 
-    bool commVectorSorted() const { return commVectorSorted_; }
-    void commVectorSortedIs(bool sorted) { commVectorSorted_ = sorted; }
+    bool commVectorSorted() const { return (userData() & sortedBit) != 0; }
+    void commVectorSortedIs(bool sorted) {
+        userDataIs(sorted ? userData() | sortedBit : userData() & ~sortedBit);
+    }
     U32 totalCommunities() const;
     // Counted by dedup: communities whose type octet has bit 0x40 clear.
-    U32 totalTransitiveCommunities() const { return totalTransitiveCommunities_; }
+    U32 totalTransitiveCommunities() const { return transitiveFromUserData(userData()); }
     ExtCommIp6ClassificationListVector const& classificationLists() const {
         return classificationLists_;
     }
@@ -123,13 +127,23 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
     friend class ExtCommVectorMembers<ExtCommIp6List, ExtCommIp6>;
     // Received values sorted on the stack; longer lists use the heap.
     static constexpr std::size_t receivedOnStack = 16;
+    // The classification lists sit in slots indexed by classification.
+    static constexpr bool slotPerClassification = true;
+    // In the handle's user-data word, below the transitive count.
+    static constexpr U32 sortedBit = 1;
 
     ExtCommIp6List() = default;
+    void totalTransitiveCommunitiesIs(U32 count) {
+        userDataIs(userDataWithTransitive(userData(), count));
+    }
 
     ExtCommIp6ClassificationListVector classificationLists_;
-    U32 totalTransitiveCommunities_ = 0;
-    bool commVectorSorted_ = false;
 };
+
+// On 64-bit hosts: the handle (24 octets), the member vector and the slot
+// vector (a word each); the sorted flag and the transitive count live in the
+// handle's user-data word.
+static_assert(sizeof(void*) != 8 || sizeof(ExtCommIp6List) == 40);
 
 inline ExtCommIp6List::Ptr extCommIp6ListFactory() {
     return ExtCommIp6List::ExtCommIp6ListIs();

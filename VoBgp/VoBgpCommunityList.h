@@ -356,6 +356,10 @@ class LargeCommList final : public CommListBase<LargeCommList, Acl::CommunityVal
     LargeCommList() = default;
 };
 
+// On 64-bit hosts a list is the handle (24 octets) and its one-word vector,
+// with the values of a list interned from received values right behind it.
+static_assert(sizeof(void*) != 8 || (sizeof(CommList) == 32 && sizeof(LargeCommList) == 32));
+
 inline CommList::Ptr commListFactory() {
     return CommList::CommListIs();
 }
@@ -439,7 +443,7 @@ Kiv::Ptr<Derived const> CommListBase<Derived, Value>::internSorted(
     KIV_ASSERT(table != nullptr, "table != __null");
     CommListDedupTableBase const* const base = table;
     auto const same = [&](Derived const* candidate) {
-        return values.sameAs(*candidate->commVectorRawPtr(),
+        return values.sameAs(candidate->commVectorRawPtr()->span(),
                              [](Value const& value) -> Value const& { return value; });
     };
     if (auto hit = base->dedupTable()->template lookup<Derived>(values.placement(), same))

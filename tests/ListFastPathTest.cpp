@@ -168,6 +168,35 @@ TYPED_TEST(ListFastPathTest, FindsAndBuildsWhatTheClassicPathDoes) {
     EXPECT_EQ(liveBefore, KivStash::DedupHandle::liveHandles());
 }
 
+// A list's vector: its tail (here behind another member) holds exactly its
+// room, one more element moves all to the heap; moving a tail copies it.
+TEST(TailVectorTest, TailHoldsItsRoomThenTheHeapTakesOver) {
+    struct Block {
+        TailVector<U32> vector;
+        U32 between = 0;
+        U32 tail[3] = {};
+    };
+    for (std::size_t room : {std::size_t(0), std::size_t(3)}) {
+        Block block;
+        block.vector.tailIs(block.tail, room);
+        for (U32 i = 1; i <= 4; ++i) {
+            block.vector.push_back(i * 10);
+            EXPECT_EQ(i <= room, block.vector.data() == block.tail) << room << " " << i;
+        }
+        EXPECT_EQ((TailVector<U32>{10, 20, 30, 40}), block.vector);
+        Block moved;
+        moved.vector.tailIs(moved.tail, room);
+        moved.vector.push_back(5);
+        moved.vector.resize(3);  // value-initialized: 5, 0, 0
+        TailVector<U32> heap(std::move(moved.vector));
+        EXPECT_EQ((TailVector<U32>{5, 0, 0}), heap) << room;
+        EXPECT_TRUE(moved.vector.empty());
+        heap.erase(heap.begin(), heap.begin() + 1);
+        heap.shrink_to_fit();
+        EXPECT_EQ(2u, heap.capacity());
+    }
+}
+
 // The cached flags of a standard list built by the fast path.
 TEST(ListFastPathFlagsTest, StandardListBuiltOnAMissCachesItsFlags) {
     auto table = commListDedupTableFactory();

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <ostream>
 #include <sstream>
 
@@ -136,27 +137,18 @@ ExtCommClassificationList::CommVector LinkBandwidthExtCommClassificationList::pr
 void ExtCommClassificationLists::insert(Element const& classificationList) {
     KIV_ASSERT(classificationList != nullptr);
     ExtCommClassification const classification = classificationList->classification();
-    auto* const array = new Element[arraySize_ + 1];
     U32 existing = 0;
-    for (; existing < arraySize_; ++existing) {
+    for (; existing < size(); ++existing) {
         ExtCommClassification const existingElementClassification =
-            array_[existing]->classification();
+            lists_[existing]->classification();
         KIV_ASSERT(existingElementClassification != classification);
         if (existingElementClassification > classification)
             break;
-        array[existing] = std::move(array_[existing]);
     }
-    array[existing] = classificationList;
-    // Behind the new list every existing one moves up by exactly one place:
-    // the new list went in once.
-    for (U32 out = existing + 1; existing < arraySize_; ++existing, ++out) {
-        U32 const insertOffsetExistingElements = out - existing - 1;
-        KIV_ASSERT(insertOffsetExistingElements == 0);
-        array[out] = std::move(array_[existing]);
-    }
-    delete[] array_;
-    array_ = array;
-    ++arraySize_;
+    // One more place, exactly: a tail has its room already.
+    lists_.reserve(lists_.size() + 1);
+    lists_.push_back(classificationList);
+    std::rotate(lists_.begin() + existing, lists_.end() - 1, lists_.end());
 }
 
 void ExtCommClassificationLists::replace(Iterator const& iter, Element&& classificationList) {
@@ -164,7 +156,7 @@ void ExtCommClassificationLists::replace(Iterator const& iter, Element&& classif
     KIV_ASSERT(iter != cend());
     KIV_ASSERT((*iter)->classification() == classificationList->classification(),
                "( *iter )->classification() == classificationList->classification()");
-    array_[iter - array_] = std::move(classificationList);
+    lists_[static_cast<std::size_t>(iter - begin())] = std::move(classificationList);
 }
 
 ExtCommClassificationList const* ExtCommClassificationLists::lookup(
@@ -176,14 +168,11 @@ ExtCommClassificationList const* ExtCommClassificationLists::lookup(
 }
 
 void ExtCommClassificationLists::assignSorted(Element const* lists, U32 count) {
-    auto* const array = new Element[count];
-    for (U32 i = 0; i < count; ++i) {
-        KIV_ASSERT(i == 0 || lists[i - 1]->classification() < lists[i]->classification());
-        array[i] = lists[i];
-    }
-    delete[] array_;
-    array_ = array;
-    arraySize_ = static_cast<U8>(count);
+    for (U32 i = 1; i < count; ++i)
+        KIV_ASSERT(lists[i - 1]->classification() < lists[i]->classification());
+    lists_.clear();
+    lists_.shrink_to_fit();
+    lists_.assign(lists, lists + count);
 }
 
 bool operator==(ExtCommClassificationLists const& lhs, ExtCommClassificationLists const& rhs) {

@@ -13,9 +13,10 @@
 // word: classification in the low octet, CommVectorAttrs in the octet above.
 //
 // ExtCommClassificationLists is the container inside an ExtCommList: an
-// exactly sized array with a one-octet count, unique by classification and
-// ascending by it (there are eleven classifications, inserts happen while a
-// list is built, lookups scan a handful of elements).
+// exactly sized array, unique by classification and ascending by it (there
+// are eleven classifications, inserts happen while a list is built, lookups
+// scan a handful of elements). A list interned from received values keeps
+// the array in its own block, ahead of its members; others on the heap.
 #pragma once
 
 #include "Kiv/DenseBoolSet.h"
@@ -143,6 +144,12 @@ class LinkBandwidthExtCommClassificationList final : public ExtCommClassificatio
     ExtComm::PtrConst best_;
 };
 
+// On 64-bit hosts: the handle (24 octets) and the one-word member vector,
+// plus the subclasses' one pointer; the members follow in the same block.
+static_assert(sizeof(void*) != 8 || (sizeof(ExtCommClassificationList) == 32 &&
+                                     sizeof(RtExtCommClassificationList) == 40 &&
+                                     sizeof(LinkBandwidthExtCommClassificationList) == 40));
+
 inline ExtCommClassificationList::Ptr extCommClassificationListFactory(
     ExtCommClassification classification) {
     return ExtCommClassificationList::ExtCommClassificationListIs(classification);
@@ -162,17 +169,17 @@ VOBGP_DENSE_SET_TEXT_DECLARATIONS(ExtCommClassificationList::CommVectorAttrs)
 class ExtCommClassificationLists {
   public:
     using Element = ExtCommClassificationList::PtrConst;
+    using value_type = Element;
     using Iterator = Element const*;
 
     ExtCommClassificationLists() = default;
-    ~ExtCommClassificationLists() { delete[] array_; }
     ExtCommClassificationLists(ExtCommClassificationLists const&) = delete;
     ExtCommClassificationLists& operator=(ExtCommClassificationLists const&) = delete;
 
-    U32 size() const { return arraySize_; }
-    bool empty() const { return arraySize_ == 0; }
-    Iterator begin() const { return array_; }
-    Iterator end() const { return array_ + arraySize_; }
+    U32 size() const { return static_cast<U32>(lists_.size()); }
+    bool empty() const { return lists_.empty(); }
+    Iterator begin() const { return lists_.begin(); }
+    Iterator end() const { return lists_.end(); }
     Iterator cbegin() const { return begin(); }
     Iterator cend() const { return end(); }
 
@@ -186,14 +193,17 @@ class ExtCommClassificationLists {
     // Replaces the content by `count` lists already ascending by
     // classification, in one allocation.
     void assignSorted(Element const* lists, U32 count);
+    // Room for `capacity` lists in the owning list's own block, which the
+    // list frees (TailVector::tailIs); only for an empty container.
+    void tailIs(Element* tail, U32 capacity) { lists_.tailIs(tail, capacity); }
 
     // The same interned lists at every position.
     friend bool operator==(ExtCommClassificationLists const& lhs,
                            ExtCommClassificationLists const& rhs);
 
   private:
-    Element* array_ = nullptr;
-    U8 arraySize_ = 0;
+    // Exactly sized when on the heap: no spare capacity is ever reserved.
+    TailVector<Element> lists_;
 };
 
 }  // namespace Routing::Bgp

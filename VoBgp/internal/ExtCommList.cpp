@@ -67,7 +67,7 @@ bool ExtCommList::serializable(ExtComm::PtrConst const& comm, Serialization seri
 U32 ExtCommList::serializableCommunities(Serialization serialization) const {
     if (serialization.all())
         return totalCommunities();
-    U32 count = serialization.transitive() ? totalTransitiveCommunities_ : 0;
+    U32 count = serialization.transitive() ? totalTransitiveCommunities() : 0;
     if (serialization.linkBandwidth() && hasLinkBandwidth())
         ++count;
     if (serialization.originAsValidity() && hasOriginValidationState())
@@ -95,7 +95,7 @@ Kiv::String ExtCommList::serialize(Serialization serialization) const {
 void ExtCommList::createClassificationListVector(bool dedupMode) {
     ExtCommVectorSort(commVector_);
     commVectorSortedIs(true);
-    totalTransitiveCommunities_ = 0;
+    totalTransitiveCommunitiesIs(0);
     if (commVector_.empty()) {
         hasLinkBandwidthIs(false);
         hasLinkBandwidthWithUnspecifiedAsNumberIs(false);
@@ -135,7 +135,7 @@ void ExtCommList::createClassificationListVector(bool dedupMode) {
         _classificationList->checkPrunable(comm);
         notes.note(*comm, dedupMode);
     }
-    totalTransitiveCommunities_ = notes.transitive;
+    totalTransitiveCommunitiesIs(notes.transitive);
     hasPolicyMatchStrepUICommunitiesIs(notes.policyMatchStrepUI);
     hasLinkBandwidthWithUnspecifiedAsNumberIs(notes.linkBandwidthWithUnspecifiedAsNumber);
     hasLinkBandwidthIs(linkBandwidth);
@@ -245,7 +245,7 @@ ExtCommList::PtrConst ExtCommList::dedupFromInterned(ExtCommListDedupTable const
         std::any_of(found.begin(), found.begin() + present,
                     [](auto const& list) { return list->hasPrunableValues(); }));
     commVectorAttrsIs(attrs);
-    totalTransitiveCommunities_ = notes.transitive;
+    totalTransitiveCommunitiesIs(notes.transitive);
     return insertInto(base->dedupTable().ptr());
 }
 

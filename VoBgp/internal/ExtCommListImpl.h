@@ -17,7 +17,8 @@
 // already, dedup finds them by lookups without building anything.
 //
 // Cached bits (CommVectorAttrs) live in the low octet of the handle's
-// user-data word; they answer what best-path and export code ask often.
+// user-data word; they answer what best-path and export code ask often. The
+// count of transitive communities lives above them (transitiveFromUserData).
 #pragma once
 
 #include <span>
@@ -83,7 +84,7 @@ class ExtCommList final : public KivStash::DedupHandle,
     }
 
     U32 totalCommunities() const;
-    U32 totalTransitiveCommunities() const { return totalTransitiveCommunities_; }
+    U32 totalTransitiveCommunities() const { return transitiveFromUserData(userData()); }
     ExtCommClassificationLists const& classificationLists() const { return classificationLists_; }
     // The list of that classification, or null.
     ExtCommClassificationList const* classificationList(
@@ -173,15 +174,25 @@ class ExtCommList final : public KivStash::DedupHandle,
     friend class ExtCommVectorMembers<ExtCommList, ExtComm>;
     // Received values sorted on the stack; longer lists use the heap.
     static constexpr std::size_t receivedOnStack = 32;
+    // One classification list per classification present, densely.
+    static constexpr bool slotPerClassification = false;
 
     ExtCommList() = default;
     // dedup without building anything when every classification list is
     // interned already; null when one is not.
     PtrConst dedupFromInterned(ExtCommListDedupTable const* table);
 
+    void totalTransitiveCommunitiesIs(U32 count) {
+        userDataIs(userDataWithTransitive(userData(), count));
+    }
+
     ExtCommClassificationLists classificationLists_;
-    U32 totalTransitiveCommunities_ = 0;
 };
+
+// On 64-bit hosts: the handle (24 octets), the member vector and the
+// classification lists (a word each); a list interned from received values
+// has both arrays in its own block, the classification lists first.
+static_assert(sizeof(void*) != 8 || sizeof(ExtCommList) == 40);
 
 inline ExtCommList::Ptr extCommListFactory() {
     return ExtCommList::ExtCommListIs();

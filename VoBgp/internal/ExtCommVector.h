@@ -22,7 +22,11 @@
 #pragma once
 
 #include <algorithm>
+#include <bitset>
+#include <cstddef>
 #include <iosfwd>
+#include <memory>
+#include <span>
 #include <type_traits>
 #include <utility>
 #include "Kiv/Assert.h"
@@ -76,9 +80,10 @@ void ExtCommVectorAdd(Vector& vector, typename Vector::value_type const& comm) {
 template <class Vector>
 void ExtCommVectorSort(Vector& vector) {
     using CommPtr = typename Vector::value_type;
-    std::sort(vector.begin(), vector.end(), &ExtCommSortFn<CommPtr>);
-    vector.erase(std::unique(vector.begin(), vector.end(), &ExtCommCompareFn<CommPtr>),
-                 vector.end());
+    CommPtr* const first = vector.data();
+    CommPtr* const last = first + vector.size();
+    std::sort(first, last, &ExtCommSortFn<CommPtr>);
+    vector.erase(std::unique(first, last, &ExtCommCompareFn<CommPtr>), last);
 }
 
 // The member with key `community`, or null; binary search, so the vector
@@ -98,6 +103,40 @@ typename Vector::value_type ExtCommVectorLookup(bool commVectorSorted, Vector co
     KIV_ASSERT(community < extCommKey(*extComm), "extComm->community() > community");
     return nullptr;
 }
+
+// The count of transitive communities that ExtCommList and ExtCommIp6List
+// keep in bits 8 and up of their handle's user-data word (the low octet holds
+// their flags): 24 bits, where an attribute holds at most 8191 communities.
+inline U32 transitiveFromUserData(U32 userData) {
+    return userData >> 8;
+}
+inline U32 userDataWithTransitive(U32 userData, U32 transitive) {
+    KIV_ASSERT(transitive < (U32(1) << 24));
+    return (userData & 0xFF) | transitive << 8;
+}
+
+// Interned members gathered before their list's block is sized, on the
+// stack up to stackCapacity of them.
+template <class Ptr, std::size_t stackCapacity>
+class PendingMembers {
+  public:
+    explicit PendingMembers(std::size_t capacity) {
+        if (capacity > stackCapacity) {
+            heap_ = std::make_unique<Ptr[]>(capacity);
+            data_ = heap_.get();
+        }
+    }
+    void push_back(Ptr&& member) { data_[size_++] = std::move(member); }
+    Ptr* begin() { return data_; }
+    Ptr* end() { return data_ + size_; }
+    std::size_t size() const { return size_; }
+
+  private:
+    Ptr stack_[stackCapacity];
+    std::unique_ptr<Ptr[]> heap_;
+    Ptr* data_ = stack_;
+    std::size_t size_ = 0;
+};
 
 // The member vector of a list of interned communities (ExtCommList,
 // ExtCommClassificationList and their IPv6 twins) and what each of them does
@@ -174,6 +213,11 @@ class ExtCommVectorMembers {
     // `values` (sorted, unique) and were interned in `valueTable`: found by
     // a lookup that builds nothing, else built from `valueTable`'s
     // communities and interned by dedup.
+    //
+    // A list built here is one block: the object, then room for its
+    // classification lists (Derived::classificationLists_, as many as its
+    // members will need), then its members. The members are interned first,
+    // since their classifications size the block.
     template <class ListTable, class ValueTable, class Values>
     static Kiv::Ptr<Derived const> internSorted(ListTable const* listTable,
                                                 ValueTable const* valueTable,
@@ -181,7 +225,7 @@ class ExtCommVectorMembers {
         KIV_ASSERT(listTable != nullptr && valueTable != nullptr);
         Vok::DedupHashTable const* const members = valueTable->dedupTable().ptr();
         auto const same = [&](Derived const* candidate) {
-            CommVector const& theirs = candidate->commVector_;
+            std::span<CommPtrConst const> const theirs = candidate->commVector_.span();
             // Equal keys from another value table are other objects.
             return values.sameAs(theirs, [](CommPtrConst const& comm) -> decltype(auto) {
                 return extCommKey(*comm);
@@ -190,10 +234,37 @@ class ExtCommVectorMembers {
         CommListDedupTableBase const* const base = listTable;
         if (auto hit = base->dedupTable()->template lookup<Derived>(values.placement(), same))
             return hit;
-        Kiv::Ptr<Derived> list = createWithTail<Derived>(values.size());
+        PendingMembers<CommPtrConst, Derived::receivedOnStack> pending(values.size());
         for (Key const& key : values)
-            list->commIs(valueTable->intern(typename ValueTable::Content(key)));
+            pending.push_back(valueTable->intern(typename ValueTable::Content(key)));
+
+        using ListPtr = typename decltype(Derived::classificationLists_)::value_type;
+        static_assert(sizeof(ListPtr) == sizeof(CommPtrConst) &&
+                      alignof(ListPtr) == alignof(CommPtrConst));
+        std::size_t const slots = classificationSlots(pending);
+        auto* const raw = ::new (tailBlock<Derived, CommPtrConst>(slots + pending.size())) Derived;
+        Kiv::Ptr<Derived> list(raw);
+        ListPtr* const tail = tailOf<ListPtr>(raw);
+        raw->classificationLists_.tailIs(tail, static_cast<U32>(slots));
+        raw->commVector_.tailIs(reinterpret_cast<CommPtrConst*>(tail + slots), pending.size());
+        for (CommPtrConst& member : pending)
+            raw->commVector_.push_back(std::move(member));
         return list->dedup(listTable);
+    }
+
+    // The classification lists that `members` make: one per classification
+    // present, or (Derived::slotPerClassification) a slot for every
+    // classification up to the highest present.
+    template <class Members>
+    static std::size_t classificationSlots(Members& members) {
+        std::bitset<256> present;
+        std::size_t highest = 0;
+        for (CommPtrConst const& member : members) {
+            std::size_t const classification = member->classification();
+            present.set(classification);
+            highest = std::max(highest, classification + 1);
+        }
+        return Derived::slotPerClassification ? highest : present.count();
     }
 
     CommVector commVector_;

@@ -23,6 +23,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <iterator>
 #include <memory>
@@ -156,10 +157,25 @@ class ReceivedValues {
 // list object's own allocation (tailIs, for lists built at their final size:
 // one allocation per list, and a probe that compares members touches only the
 // list's block). Growing past a tail moves to the heap; the tail is never
-// freed by the vector, it goes with the object. 16 bytes (a std::vector is
-// 24).
+// freed by the vector, it goes with the object.
+//
+// One 64-bit word, since every interned list carries one (a std::vector is
+// 24 octets):
+//   heap mode, bit 0 clear: the address of a heap block {U32 size; U32
+//     capacity; T elements[capacity]}, or 0 when the vector has no storage
+//     (empty, capacity 0);
+//   tail mode, bit 0 set: size in bits 63..32, capacity in bits 31..11, and
+//     in bits 10..1 the distance in octets from the end of the vector to its
+//     storage (a list's vector is not always its last member, and a block
+//     may hold other arrays before this one's).
+// A tail the word cannot describe (beyond tailCapacityLimit elements or
+// tailGapLimit octets away) is left unused and the vector takes the heap.
+// The storage is found from the vector's own address: a vector in tail mode
+// must not be copied as bytes (its copy and move copy the elements).
 template <class T>
 class TailVector {
+    static_assert(alignof(T) <= 8, "heap blocks put the elements 8 octets in");
+
   public:
     using value_type = T;
     using size_type = std::size_t;
@@ -167,6 +183,9 @@ class TailVector {
     using const_iterator = T const*;
     using reference = T&;
     using const_reference = T const&;
+
+    static constexpr std::size_t tailCapacityLimit = std::size_t(1) << 21;
+    static constexpr std::size_t tailGapLimit = std::size_t(1) << 10;
 
     TailVector() noexcept = default;
     template <class It>
@@ -184,16 +203,14 @@ class TailVector {
     TailVector& operator=(TailVector&& other) {
         if (this == &other)
             return *this;
-        if (!other.onHeap()) {
+        if (other.inTail()) {
             assign(std::make_move_iterator(other.begin()), std::make_move_iterator(other.end()));
             other.clear();
             return *this;
         }
         clear();
         release();
-        data_ = std::exchange(other.data_, nullptr);
-        size_ = std::exchange(other.size_, 0);
-        capacity_ = std::exchange(other.capacity_, 0);
+        word_ = std::exchange(other.word_, 0);
         return *this;
     }
     ~TailVector() {
@@ -201,23 +218,46 @@ class TailVector {
         release();
     }
 
-    T* data() noexcept { return data_; }
-    T const* data() const noexcept { return data_; }
-    iterator begin() noexcept { return data_; }
-    iterator end() noexcept { return data_ + size_; }
-    const_iterator begin() const noexcept { return data_; }
-    const_iterator end() const noexcept { return data_ + size_; }
+    T* data() noexcept { return const_cast<T*>(std::as_const(*this).data()); }
+    T const* data() const noexcept {
+        if (inTail())
+            return tailData();
+        Header const* const header = heap();
+        return header != nullptr ? elementsOf(header) : nullptr;
+    }
+    // Elements and count with one look at the word, for the probes' loops.
+    std::span<T const> span() const noexcept {
+        if (inTail())
+            return {tailData(), static_cast<size_type>(word_ >> sizeShift)};
+        Header const* const header = heap();
+        return header != nullptr ? std::span<T const>(elementsOf(header), header->size)
+                                 : std::span<T const>();
+    }
+    iterator begin() noexcept { return data(); }
+    iterator end() noexcept { return data() + size(); }
+    const_iterator begin() const noexcept { return data(); }
+    const_iterator end() const noexcept { return data() + size(); }
     const_iterator cbegin() const noexcept { return begin(); }
     const_iterator cend() const noexcept { return end(); }
-    size_type size() const noexcept { return size_; }
-    bool empty() const noexcept { return size_ == 0; }
-    size_type capacity() const noexcept { return capacity_ & ~tailBit; }
-    T& operator[](size_type i) noexcept { return data_[i]; }
-    T const& operator[](size_type i) const noexcept { return data_[i]; }
-    T& front() noexcept { return data_[0]; }
-    T const& front() const noexcept { return data_[0]; }
-    T& back() noexcept { return data_[size_ - 1]; }
-    T const& back() const noexcept { return data_[size_ - 1]; }
+    size_type size() const noexcept {
+        if (inTail())
+            return static_cast<size_type>(word_ >> sizeShift);
+        Header const* const header = heap();
+        return header != nullptr ? header->size : 0;
+    }
+    bool empty() const noexcept { return size() == 0; }
+    size_type capacity() const noexcept {
+        if (inTail())
+            return static_cast<size_type>((word_ >> capacityShift) & (tailCapacityLimit - 1));
+        Header const* const header = heap();
+        return header != nullptr ? header->capacity : 0;
+    }
+    T& operator[](size_type i) noexcept { return data()[i]; }
+    T const& operator[](size_type i) const noexcept { return data()[i]; }
+    T& front() noexcept { return data()[0]; }
+    T const& front() const noexcept { return data()[0]; }
+    T& back() noexcept { return data()[size() - 1]; }
+    T const& back() const noexcept { return data()[size() - 1]; }
 
     void reserve(size_type n) {
         if (n > capacity())
@@ -227,42 +267,64 @@ class TailVector {
     void push_back(T&& value) { emplace_back(std::move(value)); }
     template <class... Args>
     T& emplace_back(Args&&... args) {
-        if (size_ == capacity())
-            regrow(std::max<size_type>(4, 2 * capacity()));
-        T* slot = ::new (static_cast<void*>(data_ + size_)) T(std::forward<Args>(args)...);
-        ++size_;
+        size_type const size = this->size();
+        if (size == capacity())
+            regrow(std::max<size_type>(4, 2 * size));
+        T* slot = ::new (static_cast<void*>(data() + size)) T(std::forward<Args>(args)...);
+        sizeIs(size + 1);
         return *slot;
     }
+    // Grows to exactly `n` when more room is needed (the slot vectors that
+    // use it grow rarely and stay small); new elements are value-initialized.
+    void resize(size_type n) {
+        size_type const size = this->size();
+        if (n <= size) {
+            std::destroy(data() + n, data() + size);
+        } else {
+            reserve(n);
+            std::uninitialized_value_construct(data() + size, data() + n);
+        }
+        sizeIs(n);
+    }
     iterator erase(const_iterator first, const_iterator last) {
-        T* const at = data_ + (first - data_);
-        T* const newEnd = std::move(data_ + (last - data_), end(), at);
+        T* const base = data();
+        T* const at = base + (first - base);
+        T* const newEnd = std::move(base + (last - base), end(), at);
         std::destroy(newEnd, end());
-        size_ = static_cast<U32>(newEnd - data_);
+        sizeIs(static_cast<size_type>(newEnd - base));
         return at;
     }
     template <class It>
     void assign(It first, It last) {
         clear();
         reserve(static_cast<size_type>(std::distance(first, last)));
-        for (; first != last; ++first)
-            ::new (static_cast<void*>(data_ + size_++)) T(*first);
+        T* const out = data();
+        size_type count = 0;
+        for (; first != last; ++first, ++count)
+            ::new (static_cast<void*>(out + count)) T(*first);
+        sizeIs(count);
     }
     void clear() noexcept {
         std::destroy(begin(), end());
-        size_ = 0;
+        sizeIs(0);
     }
     // Exactly as much heap as there are members (a tail stays as it is).
     void shrink_to_fit() {
-        if (onHeap() && capacity() > size_)
-            regrow(size_);
+        if (!inTail() && capacity() > size())
+            regrow(size());
     }
 
     // Makes the empty vector use `tail`, room for `capacity` elements that
-    // the owner allocated and frees.
+    // the owner allocated behind this vector and frees.
     void tailIs(T* tail, size_type capacity) noexcept {
-        KIV_ASSERT(size_ == 0 && data_ == nullptr && capacity < tailBit);
-        data_ = tail;
-        capacity_ = static_cast<U32>(capacity) | tailBit;
+        KIV_ASSERT(word_ == 0);
+        std::ptrdiff_t const gap =
+            reinterpret_cast<char*>(tail) - reinterpret_cast<char*>(this + 1);
+        KIV_ASSERT(gap >= 0 && gap % alignof(T) == 0);
+        if (capacity == 0 || capacity >= tailCapacityLimit ||
+            static_cast<std::size_t>(gap) >= tailGapLimit)
+            return;
+        word_ = U64(capacity) << capacityShift | U64(gap) << gapShift | tailTag;
     }
 
     friend bool operator==(TailVector const& a, TailVector const& b) {
@@ -270,30 +332,63 @@ class TailVector {
     }
 
   private:
-    static constexpr U32 tailBit = U32(1) << 31;
-    bool onHeap() const noexcept { return (capacity_ & tailBit) == 0; }
+    struct Header {
+        U32 size;
+        U32 capacity;
+    };
+    static constexpr std::size_t headerOctets = 8;
+    static constexpr U64 tailTag = 1;
+    static constexpr unsigned gapShift = 1;
+    static constexpr unsigned capacityShift = 11;
+    static constexpr unsigned sizeShift = 32;
+
+    bool inTail() const noexcept { return (word_ & tailTag) != 0; }
+    T const* tailData() const noexcept {
+        return reinterpret_cast<T const*>(reinterpret_cast<char const*>(this + 1) +
+                                          ((word_ >> gapShift) & (tailGapLimit - 1)));
+    }
+    Header* heap() const noexcept {
+        return reinterpret_cast<Header*>(static_cast<std::uintptr_t>(word_));
+    }
+    static T* elementsOf(Header const* header) noexcept {
+        return reinterpret_cast<T*>(reinterpret_cast<char*>(const_cast<Header*>(header)) +
+                                    headerOctets);
+    }
+    // The heap block in 8-octet words.
+    static std::size_t blockWords(size_type capacity) noexcept {
+        return (headerOctets + capacity * sizeof(T) + 7) / 8;
+    }
+    void sizeIs(size_type size) noexcept {
+        if (inTail())
+            word_ = (word_ & ~(~U64(0) << sizeShift)) | U64(size) << sizeShift;
+        else if (Header* const header = heap())
+            header->size = static_cast<U32>(size);
+    }
     void release() noexcept {
-        if (onHeap() && data_ != nullptr)
-            KivStash::StashAllocator<T>().deallocate(data_, capacity());
-        data_ = nullptr;
-        capacity_ = 0;
+        if (!inTail() && word_ != 0)
+            KivStash::StashAllocator<U64>().deallocate(reinterpret_cast<U64*>(heap()),
+                                                       blockWords(heap()->capacity));
+        word_ = 0;
     }
     void regrow(size_type n) {
-        KIV_ASSERT(n >= size_ && n < tailBit);
-        T* const fresh = n != 0 ? KivStash::StashAllocator<T>().allocate(n) : nullptr;
-        std::uninitialized_move(begin(), end(), fresh);
+        size_type const size = this->size();
+        KIV_ASSERT(n >= size && n < (size_type(1) << 31));
+        Header* fresh = nullptr;
+        if (n != 0) {
+            fresh =
+                reinterpret_cast<Header*>(KivStash::StashAllocator<U64>().allocate(blockWords(n)));
+            fresh->size = static_cast<U32>(size);
+            fresh->capacity = static_cast<U32>(n);
+            std::uninitialized_move(begin(), end(), elementsOf(fresh));
+        }
         std::destroy(begin(), end());
-        U32 const size = size_;
         release();
-        data_ = fresh;
-        size_ = size;
-        capacity_ = static_cast<U32>(n);
+        word_ = reinterpret_cast<std::uintptr_t>(fresh);
     }
 
-    T* data_ = nullptr;
-    U32 size_ = 0;
-    U32 capacity_ = 0;  // tailBit: the storage is the owner's
+    U64 word_ = 0;
 };
+static_assert(sizeof(TailVector<U32>) == 8);
 
 // The block of a list whose member vector lives in its tail: the object,
 // then room for `capacity` elements. The list class declares a plain
