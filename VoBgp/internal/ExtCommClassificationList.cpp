@@ -146,9 +146,17 @@ void ExtCommClassificationLists::insert(Element const& classificationList) {
             break;
     }
     // One more place, exactly: a tail has its room already.
-    lists_.reserve(lists_.size() + 1);
+    U32 const count = size();
+    lists_.reserve(count + 1);
     lists_.push_back(classificationList);
-    std::rotate(lists_.begin() + existing, lists_.end() - 1, lists_.end());
+    // Behind the new list every existing one moves up by exactly one place:
+    // the new list goes in once.
+    for (U32 from = count; from-- > existing;) {
+        U32 const out = from + 1;
+        U32 const insertOffsetExistingElements = out - from - 1;
+        KIV_ASSERT(insertOffsetExistingElements == 0);
+        std::swap(lists_[out], lists_[from]);
+    }
 }
 
 void ExtCommClassificationLists::replace(Iterator const& iter, Element&& classificationList) {
