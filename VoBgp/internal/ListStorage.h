@@ -379,9 +379,12 @@ class TailVector {
                 reinterpret_cast<Header*>(KivStash::StashAllocator<U64>().allocate(blockWords(n)));
             fresh->size = static_cast<U32>(size);
             fresh->capacity = static_cast<U32>(n);
-            std::uninitialized_move(begin(), end(), elementsOf(fresh));
         }
-        std::destroy(begin(), end());
+        if (size != 0) {
+            T* const from = data();
+            std::uninitialized_move(from, from + size, elementsOf(fresh));
+            std::destroy(from, from + size);
+        }
         release();
         word_ = reinterpret_cast<std::uintptr_t>(fresh);
     }
