@@ -12,9 +12,12 @@
 // says how an element is spelled as 32-bit words (the order in which it is
 // hashed, written to the wire and to a stash image) and printed.
 //
-// Storage: a list interned from received values (intern, internReceived)
-// is one allocation, the values right behind the object (TailVector); a list
-// built value by value keeps its values in a heap block of their own.
+// Storage: a list is the handle alone, with its members in the block
+// behind it. A list interned from received values (intern, internReceived)
+// is one allocation, the values right behind the object, their count + 1 in
+// bits 16..31 of the user-data word. A list built value by value has 0
+// there, and behind the object a TailVector of heap storage that it grows.
+// Either way commVectorRawPtr() shows the members in order.
 //
 // Cached state lives in the handle's user-data word, not in fields of its
 // own: whether the vector is sorted and, for CommList, whether it holds
@@ -147,11 +150,15 @@ class CommListBase : public KivStash::DedupHandle {
 
     // True once dedup (or destash) has sorted the vector and dropped duplicates.
     bool commVectorSorted() const { return (userData() & commVectorSortedBit) != 0; }
-    U32 comms() const { return static_cast<U32>(commVector_.size()); }
-    bool empty() const { return commVector_.empty(); }
-    CommVector const* commVectorRawPtr() const { return &commVector_; }
+    U32 comms() const { return static_cast<U32>(members().size()); }
+    bool empty() const { return members().empty(); }
+    // The members in vector order, wherever they are kept.
+    std::span<Value const> commVectorRawPtr() const { return members(); }
     // Only for a private list: an interned one is shared and never changes.
-    CommVector* commVectorRawPtrNonConst() { return &commVector_; }
+    CommVector* commVectorRawPtrNonConst() {
+        KIV_ASSERT(!inTail());
+        return heapVector();
+    }
 
     // Sorts and deduplicates the list if that is not done yet, then returns
     // the interned list equal to it: this one, or the one already in `table`
@@ -190,10 +197,11 @@ class CommListBase : public KivStash::DedupHandle {
     Kiv::String toStrep() const;
     template <class Buffer>
     void formatComms(Buffer& buffer) const {
-        for (std::size_t i = 0; i < commVector_.size(); ++i) {
+        std::span<Value const> const values = members();
+        for (std::size_t i = 0; i < values.size(); ++i) {
             if (i != 0)
                 buffer.append(' ');
-            Traits::format(buffer, commVector_[i]);
+            Traits::format(buffer, values[i]);
         }
     }
 
@@ -201,29 +209,41 @@ class CommListBase : public KivStash::DedupHandle {
     static constexpr U32 commVectorSortedBit = 1;
 
     CommListBase() = default;
-    static Kiv::Ptr<Derived> create() { return Kiv::Ptr<Derived>(new Derived); }
+    ~CommListBase() {
+        if (!inTail())
+            heapVector()->~CommVector();
+    }
+    // A list with a heap vector behind it.
+    static Kiv::Ptr<Derived> create() {
+        auto* const raw =
+            ::new (Derived::operator new(vectorOffset() + sizeof(CommVector))) Derived;
+        ::new (static_cast<void*>(raw->block() + vectorOffset())) CommVector;
+        return Kiv::Ptr<Derived>(raw);
+    }
 
     // The unchecked halves of the entry points each list kind spells itself.
-    void appendComm(Value const& value) { commVector_.push_back(value); }
+    void appendComm(Value const& value) { heapVector()->push_back(value); }
     bool holdsComm(Value const& value) const {
-        auto it = std::lower_bound(commVector_.begin(), commVector_.end(), value);
-        return it != commVector_.end() && *it == value;
+        std::span<Value const> const values = members();
+        auto it = std::lower_bound(values.begin(), values.end(), value);
+        return it != values.end() && *it == value;
     }
     U32 hashComms() const {
         Vok::HashMix mix;
-        for (Value const& value : commVector_)
+        for (Value const& value : members())
             for (U32 i = 0; i < Traits::words; ++i)
                 mix.mixU32(Traits::word(value, i));
         return mix.result();
     }
     U32 placementComms() const {
-        return ListPlacement::of<Value>(commVector_,
+        return ListPlacement::of<Value>(members(),
                                         [](Value const& value) -> Value const& { return value; });
     }
     bool equalComms(Vok::DedupHandle const* other) const {
-        auto const& theirs = static_cast<CommListBase const*>(other)->commVector_;
-        return theirs.size() == commVector_.size() &&
-               Traits::equal(commVector_.data(), theirs.data(), commVector_.size());
+        std::span<Value const> const mine = members();
+        std::span<Value const> const theirs = static_cast<CommListBase const*>(other)->members();
+        return theirs.size() == mine.size() &&
+               Traits::equal(mine.data(), theirs.data(), mine.size());
     }
     // Runs between sorting and inserting; CommList caches its flags here.
     void cacheFlags() {}
@@ -231,25 +251,51 @@ class CommListBase : public KivStash::DedupHandle {
   private:
     // Values a lookup sorts on the stack; longer lists use the heap.
     static constexpr std::size_t receivedOnStack = 64;
+    // User-data bits 16..31: a tail list's count + 1, 0 for a heap vector.
+    // A received attribute holds at most 16,383 values; a longer list built
+    // at its final size takes the heap vector.
+    static constexpr unsigned tailCountShift = 16;
+    static constexpr std::size_t tailCountLimit = (std::size_t(1) << 16) - 1;
+
+    bool inTail() const { return (userData() >> tailCountShift) != 0; }
+    // The list's block starts at this base (the list kinds add no members).
+    // No cast to Derived, which the destructor has already left.
+    char* block() const { return const_cast<char*>(reinterpret_cast<char const*>(this)); }
+    static constexpr std::size_t vectorOffset() {
+        return (sizeof(Derived) + alignof(CommVector) - 1) / alignof(CommVector) *
+               alignof(CommVector);
+    }
+    // Only for a list not in tail mode: in a tail list the values are there.
+    CommVector* heapVector() const {
+        return std::launder(reinterpret_cast<CommVector*>(block() + vectorOffset()));
+    }
+    std::span<Value const> members() const {
+        U32 const tail = userData() >> tailCountShift;
+        if (tail != 0)
+            return {reinterpret_cast<Value const*>(block() + sizeof(Derived)), tail - 1};
+        return heapVector()->span();
+    }
 
     template <class List, class V>
     friend Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeManager);
 
+    // Only lists built value by value are unsorted; they have a heap vector.
     void sortAndUnique() {
-        std::sort(commVector_.begin(), commVector_.end());
-        commVector_.erase(std::unique(commVector_.begin(), commVector_.end()), commVector_.end());
+        CommVector& vector = *heapVector();
+        std::sort(vector.begin(), vector.end());
+        vector.erase(std::unique(vector.begin(), vector.end()), vector.end());
         userDataIs(userData() | commVectorSortedBit);
     }
     // The pre-insert action: an interned list keeps no spare capacity.
     static void dropSpareCapacity(Vok::DedupHandle* candidate) {
-        static_cast<CommListBase*>(static_cast<Derived*>(candidate))->commVector_.shrink_to_fit();
+        auto const* const list = static_cast<CommListBase*>(static_cast<Derived*>(candidate));
+        if (!list->inTail())
+            list->heapVector()->shrink_to_fit();
     }
 
     template <std::size_t N>
     static Kiv::Ptr<Derived const> internSorted(typename Traits::Table const* table,
                                                 ReceivedValues<Value, N> const& values);
-
-    CommVector commVector_;
 };
 
 // The entry points that check a list's state, spelled in each list class so
@@ -356,9 +402,11 @@ class LargeCommList final : public CommListBase<LargeCommList, Acl::CommunityVal
     LargeCommList() = default;
 };
 
-// On 64-bit hosts a list is the handle (24 octets) and its one-word vector,
-// with the values of a list interned from received values right behind it.
-static_assert(sizeof(void*) != 8 || (sizeof(CommList) == 32 && sizeof(LargeCommList) == 32));
+// A list is its handle alone (24 octets on 64-bit hosts): the values or the
+// heap vector follow it in the same block.
+static_assert(sizeof(CommList) == sizeof(KivStash::DedupHandle) &&
+              sizeof(LargeCommList) == sizeof(KivStash::DedupHandle));
+static_assert(sizeof(void*) != 8 || (sizeof(CommList) == 24 && sizeof(LargeCommList) == 24));
 
 inline CommList::Ptr commListFactory() {
     return CommList::CommListIs();
@@ -443,25 +491,32 @@ Kiv::Ptr<Derived const> CommListBase<Derived, Value>::internSorted(
     KIV_ASSERT(table != nullptr, "table != __null");
     CommListDedupTableBase const* const base = table;
     auto const same = [&](Derived const* candidate) {
-        return values.sameAs(candidate->commVectorRawPtr()->span(),
+        return values.sameAs(candidate->members(),
                              [](Value const& value) -> Value const& { return value; });
     };
     if (auto hit = base->dedupTable()->template lookup<Derived>(values.placement(), same))
         return hit;
-    // One block: the list and its values behind it.
+    if (values.size() >= tailCountLimit) {
+        Kiv::Ptr<Derived> list = create();
+        CommListBase& fresh = *list;
+        fresh.heapVector()->assign(values.begin(), values.end());
+        fresh.userDataIs(fresh.userData() | commVectorSortedBit);
+        return list->dedup(table);
+    }
+    // One block: the list and its values behind it. The count goes in before
+    // anything could destroy the list, which must not look for a vector.
     auto* const raw = ::new (tailBlock<Derived, Value>(values.size())) Derived;
-    Kiv::Ptr<Derived> list(raw);
     CommListBase& fresh = *raw;
-    fresh.commVector_.tailIs(tailOf<Value>(raw), values.size());
-    fresh.commVector_.assign(values.begin(), values.end());
-    fresh.userDataIs(fresh.userData() | commVectorSortedBit);
+    fresh.userDataIs(U32(values.size() + 1) << tailCountShift | commVectorSortedBit);
+    std::uninitialized_copy(values.begin(), values.end(), tailOf<Value>(raw));
+    Kiv::Ptr<Derived> list(raw);
     return list->dedup(table);
 }
 
 template <class Derived, class Value>
 Kiv::String CommListBase<Derived, Value>::serialize() const {
     SerializePathAttribute out(Traits::attrType, optionalTransitive, comms() * Traits::words * 4);
-    for (Value const& value : commVector_)
+    for (Value const& value : members())
         for (U32 i = 0; i < Traits::words; ++i)
             out.addU32hton(Traits::word(value, i));
     return out.serializedString();
@@ -470,7 +525,7 @@ Kiv::String CommListBase<Derived, Value>::serialize() const {
 template <class Derived, class Value>
 U32 CommListBase<Derived, Value>::stash(KivStash::StoreManager* storeManager) const {
     KIV_ASSERT(commVectorSorted());
-    return stashCommListRecord<Value>(storeManager, commVector_,
+    return stashCommListRecord<Value>(storeManager, members(),
                                       [](Value const& value) -> Value const& { return value; });
 }
 

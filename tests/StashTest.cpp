@@ -49,8 +49,8 @@ Vector sortedUnique(Vector v) {
 
 template <class List>
 auto contents(List const* list) {
-    return std::vector<typename std::decay_t<decltype(*list->commVectorRawPtr())>::value_type>(
-        list->commVectorRawPtr()->begin(), list->commVectorRawPtr()->end());
+    return std::vector<typename List::CommVector::value_type>(list->commVectorRawPtr().begin(),
+                                                              list->commVectorRawPtr().end());
 }
 
 template <class Value>
@@ -112,7 +112,7 @@ TEST_F(StashTest, RoundTripRebuildsEqualSortedLists) {
     for (U32 i = 0; i < standard.size(); ++i) {
         auto copy = CommList::destash(reader.record(i), &reader);
         EXPECT_FALSE(copy->isDeduped());
-        EXPECT_EQ(copy->comms(), copy->commVectorRawPtr()->capacity());
+        EXPECT_EQ(copy->comms(), copy->commVectorRawPtrNonConst()->capacity());
         EXPECT_EQ(standard[i].ptr(), copy->dedup(standardTable.ptr()).ptr()) << i;
         CommListStashView<U32> view(reader.record(i), &reader);
         EXPECT_EQ(contents(standard[i].ptr()), viewContents(view));

@@ -58,7 +58,7 @@ bool ExtCommList::matchCommunitiesRegex(RouteMap::PosixRegex const* regex) const
 
 bool CommList::matchCommunitiesRegex(RouteMap::PosixRegex const* regex) const {
     return matchCommPasses(
-        *commVectorRawPtr(), CommListMatchText::longestStandard, regex,
+        commVectorRawPtr(), CommListMatchText::longestStandard, regex,
         [](VoFmt::TextBuffer& out, U32 comm) {
             CommunityFormatter<false>::formatNotWellKnown(out, comm);
         },
@@ -66,7 +66,7 @@ bool CommList::matchCommunitiesRegex(RouteMap::PosixRegex const* regex) const {
 }
 
 bool LargeCommList::matchCommunitiesRegex(RouteMap::PosixRegex const* regex) const {
-    return matchCommPasses(*commVectorRawPtr(), CommListMatchText::longestLarge, regex,
+    return matchCommPasses(commVectorRawPtr(), CommListMatchText::longestLarge, regex,
                            [](VoFmt::TextBuffer& out, Acl::CommunityValue const& comm) {
                                LargeCommunityFormatter::format(out, comm, false);
                            });

@@ -4,14 +4,14 @@ namespace Routing::Bgp {
 
 Kiv::Ptr<CommListSnapshot> CommList::commSnapshot() const {
     CommListSnapshot::Ptr snapshot = commListSnapshotFactory();
-    for (U32 comm : *commVectorRawPtr())
+    for (U32 comm : commVectorRawPtr())
         snapshot->commIs(comm, true);
     return snapshot;
 }
 
 Kiv::Ptr<RouteMap::CommListSnapshot> LargeCommList::commSnapshot() const {
     RouteMap::CommListSnapshot::Ptr snapshot = RouteMap::commListSnapshotFactory();
-    for (Acl::CommunityValue const& comm : *commVectorRawPtr())
+    for (Acl::CommunityValue const& comm : commVectorRawPtr())
         snapshot->commIs(comm, true);
     return snapshot;
 }

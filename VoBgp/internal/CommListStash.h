@@ -105,7 +105,7 @@ Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeM
     // list instead, and frees it when it goes.
     if (!Vok::DedupHandle::countingEnabled())
         storeManager->adoptedHandleIs(list.ptr());
-    auto& vector = list->commVector_;
+    auto& vector = *list->heapVector();
     vector.reserve(view.comms());
     for (U32 i = 0; i < view.comms(); ++i)
         vector.push_back(view.commAt(i));

@@ -147,7 +147,7 @@ class Decoder {
         switch (kind) {
             case CommKind::standard: {
                 comms.standard = ingest_.standard(span);
-                U32 value = comms.standard->commVectorRawPtr()->front();
+                U32 value = comms.standard->commVectorRawPtr().front();
                 line("value", std::to_string(value));
                 line("numeric", CommList::getStringValue(value).view());
                 texts(comms, kind, "show");
@@ -158,7 +158,7 @@ class Decoder {
             }
             case CommKind::large: {
                 comms.large = ingest_.large(span);
-                Acl::CommunityValue const& value = comms.large->commVectorRawPtr()->front();
+                Acl::CommunityValue const& value = comms.large->commVectorRawPtr().front();
                 line("plain", LargeCommList::displayString(value, false).view());
                 line("asdot", LargeCommList::displayString(value, true).view());
                 char raw[48];

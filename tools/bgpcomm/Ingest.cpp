@@ -113,7 +113,7 @@ void Ingest::forEachText(RouteComms const& comms, CommKind kind, bool asdot,
     switch (kind) {
         case CommKind::standard:
             if (comms.standard)
-                for (U32 comm : *comms.standard->commVectorRawPtr()) {
+                for (U32 comm : comms.standard->commVectorRawPtr()) {
                     buffer.clear();
                     CommunityFormatter<true>::format(buffer, comm);
                     each(buffer.view());
@@ -121,7 +121,7 @@ void Ingest::forEachText(RouteComms const& comms, CommKind kind, bool asdot,
             return;
         case CommKind::large:
             if (comms.large)
-                for (Acl::CommunityValue const& value : *comms.large->commVectorRawPtr()) {
+                for (Acl::CommunityValue const& value : comms.large->commVectorRawPtr()) {
                     buffer.clear();
                     LargeCommunityFormatter::format(buffer, value, asdot);
                     each(buffer.view());

@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include <chrono>
+#include <span>
 #include <type_traits>
 #include <unordered_set>
 #include <utility>
@@ -30,6 +31,17 @@ T const* distinctKey(Kiv::Ptr<T> const& comm) {
     return comm.ptr();
 }
 
+// A list's members: the standard and large kinds give a view, the extended
+// ones their vector.
+template <class Members>
+Members const& membersOf(Members const* vector) {
+    return *vector;
+}
+template <class Value>
+std::span<Value const> membersOf(std::span<Value const> view) {
+    return view;
+}
+
 // Distinct interned lists of one kind (by identity) and the distinct values
 // they hold.
 template <class ListPtr>
@@ -43,7 +55,7 @@ void distinctInterned(std::vector<RouteComms> const& held, ListPtr RouteComms::*
     for (RouteComms const& comms : held) {
         ListPtr const& list = comms.*member;
         if (list && lists.insert(list.ptr()).second)
-            for (auto const& value : *list->commVectorRawPtr())
+            for (auto const& value : membersOf(list->commVectorRawPtr()))
                 values.insert(distinctKey(value));
     }
     out->lists = lists.size();
