@@ -161,6 +161,20 @@ TYPED_TEST(CommListKindTest, InternedListKeepsNoSpareCapacity) {
     EXPECT_EQ(500u, loser->commVectorRawPtrNonConst()->capacity());
 }
 
+// Interned from received values (members behind the object) or built by
+// commIs (a heap vector), a list reads, prints and serializes alike.
+TYPED_TEST(CommListKindTest, ReceivedAndBuiltListsReadAlike) {
+    std::vector<TypeParam> const received{val<TypeParam>(9), val<TypeParam>(3),
+                                          val<TypeParam>(0xFFFFFF01), val<TypeParam>(3)};
+    auto const tail = CommListTraits<TypeParam>::List::intern(this->table.ptr(), received);
+    auto const built = privateList<TypeParam>({3, 9, 0xFFFFFF01});
+    EXPECT_EQ(this->contents(built), this->contents(tail));
+    EXPECT_EQ(built->toStrep(), tail->toStrep());
+    EXPECT_EQ(built->serialize(), tail->serialize());
+    EXPECT_TRUE(tail->comm(val<TypeParam>(0xFFFFFF01)) && !tail->comm(val<TypeParam>(4)));
+    EXPECT_EQ(tail.ptr(), built->dedup(this->table.ptr()).ptr());
+}
+
 // Value lengths 0, one element, the longest short form and the shortest
 // extended ones.
 TYPED_TEST(CommListKindTest, SerializesWithTheHeaderItsLengthNeeds) {
