@@ -14,14 +14,38 @@
 // null. withDedupHandle lends the handle under the notifier's lock, which
 // dedupHandleDel waits for, so a handle lent out is never freed under the
 // borrower.
+//
+// There is one notifier per interned handle of interest (tens of thousands
+// in a full table), so the lock is not in the notifier: notifiers share a
+// small process-wide array of mutexes, picked by address. Sharing is safe
+// because these locks are leaves: nothing else is locked while one is held
+// (dedupHandle and dedupHandleDel only load or store the pointer, and a
+// visit must neither intern, nor drop a last reference, nor reach another
+// notifier's handle), so two notifiers on one mutex only ever wait for each
+// other, never deadlock.
 #pragma once
 
+#include <cstdint>
 #include <mutex>
 
 #include "Kiv/Ptr.h"
 #include "Vok/DedupHandle.h"
 
 namespace Vok {
+
+namespace DedupHandleLifeTimeNotifierDetail {
+
+inline constexpr unsigned mutexBits = 6;
+inline std::mutex mutexes[1u << mutexBits];
+
+// Notifiers come from the allocator at a regular stride; multiplying by an
+// odd constant and keeping the top bits spreads them over the mutexes.
+inline std::mutex& mutexFor(void const* notifier) noexcept {
+    U64 const mixed = U64(reinterpret_cast<std::uintptr_t>(notifier)) * 0x9e3779b97f4a7c15ull;
+    return mutexes[mixed >> (64 - mutexBits)];
+}
+
+}  // namespace DedupHandleLifeTimeNotifierDetail
 
 class DedupHandleLifeTimeNotifier : public Kiv::PtrInterface {
   public:
@@ -35,25 +59,25 @@ class DedupHandleLifeTimeNotifier : public Kiv::PtrInterface {
     // only where the handle cannot leave meanwhile (inside the table's
     // notifiee and the observers it calls); elsewhere use withDedupHandle.
     DedupHandle const* dedupHandle() const {
-        std::lock_guard<std::mutex> lock(mutex_);
+        std::lock_guard<std::mutex> lock(DedupHandleLifeTimeNotifierDetail::mutexFor(this));
         return handle_;
     }
     // Returns visit(handle), the handle (or null) kept in place meanwhile.
-    // `visit` must not intern nor drop a last reference: the handle's
-    // removal may hold table locks while it waits here.
+    // `visit` must not intern nor drop a last reference (the handle's
+    // removal may hold table locks while it waits here), nor reach another
+    // notifier's handle (the two may share a lock).
     template <class Visit>
     decltype(auto) withDedupHandle(Visit&& visit) const {
-        std::lock_guard<std::mutex> lock(mutex_);
+        std::lock_guard<std::mutex> lock(DedupHandleLifeTimeNotifierDetail::mutexFor(this));
         return visit(handle_);
     }
     // The handle is leaving its table: forget it, once no one borrows it.
     void dedupHandleDel() {
-        std::lock_guard<std::mutex> lock(mutex_);
+        std::lock_guard<std::mutex> lock(DedupHandleLifeTimeNotifierDetail::mutexFor(this));
         handle_ = nullptr;
     }
 
   private:
-    mutable std::mutex mutex_;
     DedupHandle const* handle_;
 };
 
