@@ -126,8 +126,8 @@ void RtExtCommListLifeTimeNotifiee::handleInsert(Vok::DedupHandle const* handle)
     auto const* rtExtCommList = static_cast<RtExtCommClassificationList const*>(handle);
     KIV_ASSERT(nullptr == rtExtCommList->lifeTimeNotifier(),
                "__null == rtExtCommList->lifeTimeNotifier()");
-    auto notifier =
-        Kiv::makeActive<RtExtCommListLifeTimeNotifier>(Vok::DedupHandle::PtrConst(handle));
+    RtExtCommListLifeTimeNotifier::Ptr const notifier(
+        new RtExtCommListLifeTimeNotifier(Vok::DedupHandle::PtrConst(handle)));
     rtExtCommList->lifeTimeNotifierIs(notifier);
     collection_->rtExtCommListIs(notifier);
 }

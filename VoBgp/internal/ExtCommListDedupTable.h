@@ -60,9 +60,9 @@ class RtExtCommListLifeTimeNotifier final : public Vok::DedupHandleLifeTimeNotif
     Kiv::String toStrep() const;
 };
 
-// One per interned route-target list: the count and the watched list, no
-// lock of its own (see Vok::DedupHandleLifeTimeNotifier).
-static_assert(sizeof(RtExtCommListLifeTimeNotifier) == sizeof(Kiv::PtrInterface) + sizeof(void*));
+// One per interned route-target list: the vtable pointer, the count and the
+// watched list, no lock of its own (see Vok::DedupHandleLifeTimeNotifier).
+static_assert(sizeof(RtExtCommListLifeTimeNotifier) == 3 * sizeof(void*));
 
 std::ostream& operator<<(std::ostream& os, RtExtCommListLifeTimeNotifier const* notifier);
 
