@@ -78,7 +78,7 @@ class PointerSet {
         std::size_t const at = p ? find(p) : npos;
         if (at == npos)
             return nullptr;
-        Ptr<T> const member = Ptr<T>::adopt(slots_[at]);
+        Ptr<T> member = Ptr<T>::adopt(slots_[at]);
         eraseAt(at);
         --size_;
         if (size_ * 8 < capacity() && capacity() > minCapacity)

@@ -29,27 +29,12 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
 #include <mutex>
 
 #include "Kiv/Ptr.h"
 #include "Vok/DedupHandle.h"
 
 namespace Vok {
-
-namespace DedupHandleLifeTimeNotifierDetail {
-
-inline constexpr unsigned mutexBits = 6;
-inline std::mutex mutexes[1u << mutexBits];
-
-// Notifiers come from the allocator at a regular stride; multiplying by an
-// odd constant and keeping the top bits spreads them over the mutexes.
-inline std::mutex& mutexFor(void const* notifier) noexcept {
-    U64 const mixed = U64(reinterpret_cast<std::uintptr_t>(notifier)) * 0x9e3779b97f4a7c15ull;
-    return mutexes[mixed >> (64 - mutexBits)];
-}
-
-}  // namespace DedupHandleLifeTimeNotifierDetail
 
 class DedupHandleLifeTimeNotifier {
   public:
@@ -74,7 +59,7 @@ class DedupHandleLifeTimeNotifier {
     // only where the handle cannot leave meanwhile (inside the table's
     // notifiee and the observers it calls); elsewhere use withDedupHandle.
     DedupHandle const* dedupHandle() const {
-        std::lock_guard<std::mutex> lock(DedupHandleLifeTimeNotifierDetail::mutexFor(this));
+        std::lock_guard<std::mutex> lock(mutex());
         return handle_;
     }
     // Returns visit(handle), the handle (or null) kept in place meanwhile.
@@ -83,16 +68,19 @@ class DedupHandleLifeTimeNotifier {
     // notifier's handle (the two may share a lock).
     template <class Visit>
     decltype(auto) withDedupHandle(Visit&& visit) const {
-        std::lock_guard<std::mutex> lock(DedupHandleLifeTimeNotifierDetail::mutexFor(this));
+        std::lock_guard<std::mutex> lock(mutex());
         return visit(handle_);
     }
     // The handle is leaving its table: forget it, once no one borrows it.
     void dedupHandleDel() {
-        std::lock_guard<std::mutex> lock(DedupHandleLifeTimeNotifierDetail::mutexFor(this));
+        std::lock_guard<std::mutex> lock(mutex());
         handle_ = nullptr;
     }
 
   private:
+    // This notifier's share of the process-wide locks.
+    std::mutex& mutex() const noexcept;
+
     mutable std::atomic<U32> references_{0};
     DedupHandle const* handle_;
 };
