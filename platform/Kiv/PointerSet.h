@@ -81,8 +81,13 @@ class PointerSet {
         Ptr<T> member = Ptr<T>::adopt(slots_[at]);
         eraseAt(at);
         --size_;
-        if (size_ * 8 < capacity() && capacity() > minCapacity)
-            rehash(capacity() / 2);
+        if (size_ * 8 < capacity_ && capacity_ > minCapacity) {
+            try {
+                rehash(capacity_ / 2);
+            } catch (std::bad_alloc const&) {
+                // Without memory to shrink into, the set keeps its array.
+            }
+        }
         return member;
     }
 
@@ -142,15 +147,10 @@ class PointerSet {
         slots_[hole] = nullptr;
     }
 
-    // Moves every member to a fresh array; without memory, growing throws
-    // and shrinking stays as it is.
+    // Moves every member to a fresh array; a failed allocation throws before
+    // anything has changed.
     void rehash(std::size_t newCapacity) {
-        std::unique_ptr<T*[]> fresh(new (std::nothrow) T*[newCapacity]());
-        if (!fresh) {
-            if (newCapacity > capacity_)
-                throw std::bad_alloc();
-            return;
-        }
+        std::unique_ptr<T*[]> fresh = std::make_unique<T*[]>(newCapacity);
         std::unique_ptr<T*[]> const old = std::exchange(slots_, std::move(fresh));
         std::size_t const oldCapacity = std::exchange(capacity_, newCapacity);
         bits_ = 0;
