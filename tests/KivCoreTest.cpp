@@ -1,11 +1,13 @@
 // The framework pieces the library leans on where nothing else shows them:
 // counted references under threads, enumeration texts and their errors,
 // where an assertion says it failed;
-// and the optional 63-bit integer and the dense attribute word.
+// the optional 63-bit integer and the dense attribute word; the pointer set's
+// probe chains.
 #include <thread>
 
 #include "Kiv/Assert.h"
 #include "Kiv/Enum.h"
+#include "Kiv/PointerSet.h"
 #include "Kiv/Ptr.h"
 #include "TestUtil.h"
 #include "VoBgp/VoBgpMiscTypes.h"
@@ -64,6 +66,49 @@ TEST(AssertDeathTest, MessageHoldsTextFunctionAndLine) {
     auto explicitText = [] { KIV_ASSERT(false, "commVectorSorted()"); };
     EXPECT_ASSERT_DEATH(explicitText(), "commVectorSorted()");
     EXPECT_DEATH(fails(), "KivCoreTest.cpp:[0-9]+: ");
+}
+
+// Members that say which slot of the array they want, so that chains and
+// the wrap from the last slot to the first are laid out by hand.
+struct Placed {
+    std::size_t home;
+    mutable int references = 0;
+    void referencesInc() const { ++references; }
+    void referencesDec() const { --references; }
+};
+using HomeSlot = decltype([](Placed const* p, unsigned bits) {
+    return p->home & ((std::size_t(1) << bits) - 1);
+});
+
+TEST(PointerSet, ErasingShiftsChainsBackAcrossTheWrapAndTheArrayFollowsTheSize) {
+    struct Case {
+        std::vector<std::size_t> homes;  // in an 8-slot array, inserted in order
+        std::vector<int> takes;          // then taken in this order
+        std::size_t grownCapacity;
+    };
+    for (Case const& c : std::vector<Case>{{{6, 6, 7, 6, 0}, {1, 0, 4, 2}, 8},
+                                           {{6, 7, 7, 1}, {0, 1, 3}, 8},
+                                           {{0, 1, 2, 3, 4, 5, 6}, {6, 0, 1, 2, 3, 4}, 16}}) {
+        std::vector<Placed> items;
+        for (std::size_t home : c.homes)
+            items.push_back({home});
+        Kiv::PointerSet<Placed const, HomeSlot> set;
+        for (Placed const& item : items)
+            EXPECT_TRUE(set.insert(&item));
+        EXPECT_FALSE(set.insert(&items[0]));
+        EXPECT_EQ(c.grownCapacity, set.capacity());
+        for (int taken : c.takes) {
+            EXPECT_EQ(&items[taken], set.take(&items[taken]).ptr());
+            EXPECT_EQ(nullptr, set.take(&items[taken]));
+            for (std::size_t i = 0; i < items.size(); ++i)
+                EXPECT_EQ(items[i].references, int(set.contains(&items[i]))) << i;
+        }
+        EXPECT_EQ(c.homes.size() - c.takes.size(), set.size());
+        EXPECT_EQ(8u, set.capacity()) << "shrinks below 1/8 full";
+        set.clear();
+        for (Placed const& item : items)
+            EXPECT_EQ(0, item.references);
+    }
 }
 
 }  // namespace KivCoreTest

@@ -55,7 +55,7 @@ NotifyingRtExtCommListCollection::NotifyingRtExtCommListCollectionIs() {
 void NotifyingRtExtCommListCollection::rtExtCommListIs(Member const& lifeTimeNotifier) {
     KIV_ASSERT(lifeTimeNotifier != nullptr, "__null != lifeTimeNotifier");
     Lock lock(mutex_);
-    if (rtExtCommList_.insert(lifeTimeNotifier).second) {
+    if (rtExtCommList_.insert(lifeTimeNotifier.ptr())) {
         RtExtCommListLifeTimeNotifier const* const key = lifeTimeNotifier.ptr();
         notifyChange(rtExtCommListAttributeId, Kiv::CollectionChange::insert, key);
     }
@@ -64,12 +64,10 @@ void NotifyingRtExtCommListCollection::rtExtCommListIs(Member const& lifeTimeNot
 bool NotifyingRtExtCommListCollection::rtExtCommListDel(
     RtExtCommListLifeTimeNotifier const* notifier) {
     Lock lock(mutex_);
-    auto it = rtExtCommList_.find(Member(notifier));
-    if (it == rtExtCommList_.end())
-        return false;
     // Released only after the observers have seen it go.
-    Member const member = *it;
-    rtExtCommList_.erase(it);
+    Member const member = rtExtCommList_.take(notifier);
+    if (member == nullptr)
+        return false;
     RtExtCommListLifeTimeNotifier const* const key = member.ptr();
     notifyChange(rtExtCommListAttributeId, Kiv::CollectionChange::erase, key);
     return true;
@@ -77,14 +75,16 @@ bool NotifyingRtExtCommListCollection::rtExtCommListDel(
 
 void NotifyingRtExtCommListCollection::rtExtCommListDelAll() {
     Lock lock(mutex_);
+    // Members an observer adds meanwhile go too.
     while (!rtExtCommList_.empty())
-        rtExtCommListDel(rtExtCommList_.begin()->ptr());
+        for (Member const& member : rtExtCommListMembers())
+            rtExtCommListDel(member.ptr());
 }
 
 bool NotifyingRtExtCommListCollection::rtExtCommListHas(
     RtExtCommListLifeTimeNotifier const* notifier) const {
     Lock lock(mutex_);
-    return rtExtCommList_.contains(Member(notifier));
+    return rtExtCommList_.contains(notifier);
 }
 
 std::size_t NotifyingRtExtCommListCollection::rtExtCommLists() const {
@@ -95,7 +95,11 @@ std::size_t NotifyingRtExtCommListCollection::rtExtCommLists() const {
 std::vector<NotifyingRtExtCommListCollection::Member>
 NotifyingRtExtCommListCollection::rtExtCommListMembers() const {
     Lock lock(mutex_);
-    return std::vector<Member>(rtExtCommList_.begin(), rtExtCommList_.end());
+    std::vector<Member> members;
+    members.reserve(rtExtCommList_.size());
+    rtExtCommList_.forEach(
+        [&](RtExtCommListLifeTimeNotifier const* notifier) { members.emplace_back(notifier); });
+    return members;
 }
 
 void NotifyingRtExtCommListCollection::dumpState(Vok::DumpContext const& dumpCtx,
@@ -107,14 +111,14 @@ void NotifyingRtExtCommListCollection::dumpState(Vok::DumpContext const& dumpCtx
     else
         dumpCtx.print("%*cNotifyingRtExtCommListCollection rtExtCommLists #%u;\n",
                       static_cast<int>(indentCount), ' ', count);
-    for (Member const& member : rtExtCommList_) {
-        Kiv::String const text = member->toStrep();
+    rtExtCommList_.forEach([&](RtExtCommListLifeTimeNotifier const* notifier) {
+        Kiv::String const text = notifier->toStrep();
         if (indentCount == 0)
             dumpCtx.print("rtExtCommList %s\n", text.c_str());
         else
             dumpCtx.print("%*crtExtCommList %s\n", static_cast<int>(indentCount + 2), ' ',
                           text.c_str());
-    }
+    });
 }
 
 RtExtCommListLifeTimeNotifiee::Ptr RtExtCommListLifeTimeNotifiee::RtExtCommListLifeTimeNotifieeIs(
@@ -126,8 +130,8 @@ void RtExtCommListLifeTimeNotifiee::handleInsert(Vok::DedupHandle const* handle)
     auto const* rtExtCommList = static_cast<RtExtCommClassificationList const*>(handle);
     KIV_ASSERT(nullptr == rtExtCommList->lifeTimeNotifier(),
                "__null == rtExtCommList->lifeTimeNotifier()");
-    auto notifier =
-        Kiv::makeActive<RtExtCommListLifeTimeNotifier>(Vok::DedupHandle::PtrConst(handle));
+    RtExtCommListLifeTimeNotifier::Ptr const notifier(
+        new RtExtCommListLifeTimeNotifier(Vok::DedupHandle::PtrConst(handle)));
     rtExtCommList->lifeTimeNotifierIs(notifier);
     collection_->rtExtCommListIs(notifier);
 }

@@ -29,10 +29,10 @@
 
 #include <cstddef>
 #include <mutex>
-#include <unordered_set>
 #include <vector>
 
 #include "Kiv/OrderedMap.h"
+#include "Kiv/PointerSet.h"
 #include "VoBgp/internal/CommListDedupTableBase.h"
 #include "VoBgp/internal/ExtCommListImpl.h"
 #include "Vok/DedupHandleLifeTimeNotifier.h"
@@ -59,6 +59,10 @@ class RtExtCommListLifeTimeNotifier final : public Vok::DedupHandleLifeTimeNotif
     // thread.
     Kiv::String toStrep() const;
 };
+
+// One per interned route-target list: the vtable pointer, the count and the
+// watched list, no lock of its own (see Vok::DedupHandleLifeTimeNotifier).
+static_assert(sizeof(RtExtCommListLifeTimeNotifier) == 3 * sizeof(void*));
 
 std::ostream& operator<<(std::ostream& os, RtExtCommListLifeTimeNotifier const* notifier);
 
@@ -92,15 +96,13 @@ class NotifyingRtExtCommListCollection final : public Kiv::CollectionNotifier {
     friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
     NotifyingRtExtCommListCollection() = default;
 
-    struct MemberHash {
-        std::size_t operator()(Member const& member) const {
-            return std::hash<void const*>()(member.ptr());
-        }
-    };
     // Interning on several threads adds and removes concurrently; held while
     // observers run, so they hear the changes one at a time and in order.
     mutable std::recursive_mutex mutex_;
-    std::unordered_set<Member, MemberHash> rtExtCommList_;
+    // One pointer per slot: a full table interns tens of thousands of
+    // route-target lists, and a node per member would cost more than the
+    // notifier it holds.
+    Kiv::PointerSet<RtExtCommListLifeTimeNotifier const> rtExtCommList_;
 };
 
 class RtExtCommListLifeTimeNotifiee final : public Vok::DedupHashTableLifeTimeNotifiee {

@@ -1,4 +1,4 @@
-// Vok::DedupHandleLifeTimeNotifier: an observable stand-in for one interned
+// Vok::DedupHandleLifeTimeNotifier: a counted stand-in for one interned
 // handle, watching it exactly as long as the handle is in its table.
 //
 // A table's lifetime notifiee creates one when a handle of interest enters
@@ -14,8 +14,21 @@
 // null. withDedupHandle lends the handle under the notifier's lock, which
 // dedupHandleDel waits for, so a handle lent out is never freed under the
 // borrower.
+//
+// There is one notifier per interned handle of interest (tens of thousands
+// in a full table), so it holds only its count and the handle pointer. It is
+// watched through the collections that hold it, never by itself, so it is no
+// Kiv::PtrInterface (whose list of observers would double its size). Nor is
+// the lock in the notifier: notifiers share a small process-wide array of
+// mutexes, picked by address. Sharing is safe because these locks are
+// leaves: nothing else is locked while one is held (dedupHandle and
+// dedupHandleDel only load or store the pointer, and a visit must neither
+// intern, nor drop a last reference, nor reach another notifier's handle),
+// so two notifiers on one mutex only ever wait for each other, never
+// deadlock.
 #pragma once
 
+#include <atomic>
 #include <mutex>
 
 #include "Kiv/Ptr.h"
@@ -23,37 +36,52 @@
 
 namespace Vok {
 
-class DedupHandleLifeTimeNotifier : public Kiv::PtrInterface {
+class DedupHandleLifeTimeNotifier {
   public:
     using Ptr = Kiv::Ptr<DedupHandleLifeTimeNotifier>;
     using PtrConst = Kiv::Ptr<DedupHandleLifeTimeNotifier const>;
 
     explicit DedupHandleLifeTimeNotifier(DedupHandle::PtrConst const& handle)
         : handle_(handle.ptr()) {}
+    DedupHandleLifeTimeNotifier(DedupHandleLifeTimeNotifier const&) = delete;
+    DedupHandleLifeTimeNotifier& operator=(DedupHandleLifeTimeNotifier const&) = delete;
+    virtual ~DedupHandleLifeTimeNotifier() = default;
+
+    // Counted like Kiv::PtrInterface: freed with its last reference.
+    void referencesInc() const noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
+    void referencesDec() const noexcept {
+        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+    U32 references() const noexcept { return references_.load(std::memory_order_relaxed); }
 
     // The handle watched, null once it has left its table. Safe to follow
     // only where the handle cannot leave meanwhile (inside the table's
     // notifiee and the observers it calls); elsewhere use withDedupHandle.
     DedupHandle const* dedupHandle() const {
-        std::lock_guard<std::mutex> lock(mutex_);
+        std::lock_guard<std::mutex> lock(mutex());
         return handle_;
     }
     // Returns visit(handle), the handle (or null) kept in place meanwhile.
-    // `visit` must not intern nor drop a last reference: the handle's
-    // removal may hold table locks while it waits here.
+    // `visit` must not intern nor drop a last reference (the handle's
+    // removal may hold table locks while it waits here), nor reach another
+    // notifier's handle (the two may share a lock).
     template <class Visit>
     decltype(auto) withDedupHandle(Visit&& visit) const {
-        std::lock_guard<std::mutex> lock(mutex_);
+        std::lock_guard<std::mutex> lock(mutex());
         return visit(handle_);
     }
     // The handle is leaving its table: forget it, once no one borrows it.
     void dedupHandleDel() {
-        std::lock_guard<std::mutex> lock(mutex_);
+        std::lock_guard<std::mutex> lock(mutex());
         handle_ = nullptr;
     }
 
   private:
-    mutable std::mutex mutex_;
+    // This notifier's share of the process-wide locks.
+    std::mutex& mutex() const noexcept;
+
+    mutable std::atomic<U32> references_{0};
     DedupHandle const* handle_;
 };
 
