@@ -23,10 +23,11 @@
 // own: whether the vector is sorted and, for CommList, whether it holds
 // no-export, no-advertise and no-export-subconfed (local-as).
 //
-// The extended community lists (ExtCommList, its classification lists, their
-// tables and lifetime notification), the snapshots and the matching and
-// printed forms of all list kinds are declared in the headers of
-// VoBgp/internal/ that this one includes at its end: include this header.
+// The standard and large lists' tables, the extended community lists
+// (ExtCommList, its classification lists, their tables and lifetime
+// notification), the snapshots and the matching and printed forms of all
+// list kinds are declared in the headers of VoBgp/internal/ that this one
+// includes at its end: include this header.
 #pragma once
 
 #include <algorithm>
@@ -415,60 +416,6 @@ inline LargeCommList::Ptr largeCommListFactory() {
     return LargeCommList::LargeCommListIs();
 }
 
-// The typed side of a list kind's table.
-template <class List>
-class CommListDedupTableOf : public CommListDedupTableBase {
-  public:
-    // Interns `list` (List::dedup, from the table's side).
-    Kiv::Ptr<List const> dedup(List* list) const {
-        KIV_ASSERT(list != nullptr, "list != __null");
-        return list->dedup(static_cast<typename List::Traits::Table const*>(this));
-    }
-
-  protected:
-    char const* tableName() const override { return List::Traits::tableName; }
-    void dumpEntry(Vok::DumpContext const& dumpCtx, U32 indentCount,
-                   Vok::DedupHandle const* handle) const override {
-        dumpListEntry(dumpCtx, indentCount, List::Traits::listName,
-                      Vok::fromDedupHandle<List>(handle));
-    }
-};
-
-class CommListDedupTable final : public CommListDedupTableOf<CommList> {
-  public:
-    using Ptr = Kiv::Ptr<CommListDedupTable>;
-    using PtrConst = Kiv::Ptr<CommListDedupTable const>;
-    using RawPtrConst = CommListDedupTable const*;
-
-    static Ptr CommListDedupTableIs() { return Kiv::makeActive<CommListDedupTable>(); }
-
-  private:
-    template <class T, class... Args>
-    friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
-    CommListDedupTable() = default;
-};
-
-class LargeCommListDedupTable final : public CommListDedupTableOf<LargeCommList> {
-  public:
-    using Ptr = Kiv::Ptr<LargeCommListDedupTable>;
-    using PtrConst = Kiv::Ptr<LargeCommListDedupTable const>;
-    using RawPtrConst = LargeCommListDedupTable const*;
-
-    static Ptr LargeCommListDedupTableIs() { return Kiv::makeActive<LargeCommListDedupTable>(); }
-
-  private:
-    template <class T, class... Args>
-    friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
-    LargeCommListDedupTable() = default;
-};
-
-inline CommListDedupTable::Ptr commListDedupTableFactory() {
-    return CommListDedupTable::CommListDedupTableIs();
-}
-inline LargeCommListDedupTable::Ptr largeCommListDedupTableFactory() {
-    return LargeCommListDedupTable::LargeCommListDedupTableIs();
-}
-
 template <class Derived, class Value>
 Kiv::Ptr<Derived const> CommListBase<Derived, Value>::dedup(typename Traits::Table const* table) {
     KIV_ASSERT(table != nullptr, "table != __null");
@@ -538,8 +485,6 @@ Kiv::String CommListBase<Derived, Value>::toStrep() const {
 
 extern template class CommListBase<CommList, U32>;
 extern template class CommListBase<LargeCommList, Acl::CommunityValue>;
-extern template class CommListDedupTableOf<CommList>;
-extern template class CommListDedupTableOf<LargeCommList>;
 
 std::ostream& operator<<(std::ostream& os, CommList const* list);
 std::ostream& operator<<(std::ostream& os, LargeCommList const* list);
@@ -549,5 +494,6 @@ Kiv::String stringify(LargeCommList const* list);
 
 }  // namespace Routing::Bgp
 
+#include "VoBgp/internal/CommListDedupTables.h"
 #include "VoBgp/internal/CommListMatch.h"
 #include "VoBgp/internal/CommListSnapshot.h"

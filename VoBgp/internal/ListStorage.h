@@ -393,8 +393,8 @@ class TailVector {
 };
 static_assert(sizeof(TailVector<U32>) == 8);
 
-// The block of a list whose member vector lives in its tail: the object,
-// then room for `capacity` elements. The list class declares a plain
+// The block of a list whose members live in its tail: the object, then
+// room for `capacity` elements. The list class declares a plain
 // operator new and delete (VOBGP_LIST_TAIL_DELETE), so that deleting it
 // frees the block.
 template <class List, class T>
