@@ -30,6 +30,7 @@ TEST(RtExtCommListLifeTime, OneInsertAndOneDeletePerDistinctRouteTargetList) {
         a->classificationList(extCommClassificationRouteTarget));
     RtExtCommListLifeTimeNotifier const* const notifier = rts->lifeTimeNotifier();
     ASSERT_NE(nullptr, notifier);
+    EXPECT_TRUE(notifier->hasNotificationActive());
     // A watcher, on another thread say, may hold the notifier past its list.
     RtExtCommListLifeTimeNotifier::PtrConst const held(notifier);
     EXPECT_EQ(rts, notifier->rtExtCommListRawPtr());

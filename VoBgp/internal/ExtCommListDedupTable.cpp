@@ -132,6 +132,7 @@ void RtExtCommListLifeTimeNotifiee::handleInsert(Vok::DedupHandle const* handle)
                "__null == rtExtCommList->lifeTimeNotifier()");
     RtExtCommListLifeTimeNotifier::Ptr const notifier(
         new RtExtCommListLifeTimeNotifier(Vok::DedupHandle::PtrConst(handle)));
+    notifier->hasNotificationActiveIs(true);
     rtExtCommList->lifeTimeNotifierIs(notifier);
     collection_->rtExtCommListIs(notifier);
 }

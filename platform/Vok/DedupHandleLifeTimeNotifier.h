@@ -4,7 +4,9 @@
 // A table's lifetime notifiee creates one when a handle of interest enters
 // the table (handleInsert) and drops it when the handle leaves
 // (handleRemove); other code keeps notifiers in collections and watches
-// those. The notifier points at its handle without counting it: the handle
+// those; the notifiee switches a new notifier's notification on once it is
+// set up (hasNotificationActiveIs), the one state a watcher may ask of it.
+// The notifier points at its handle without counting it: the handle
 // owns the notifier (through the table's notifiee), and a counted reference
 // back would keep the handle in its table for ever.
 //
@@ -55,6 +57,14 @@ class DedupHandleLifeTimeNotifier {
     }
     U32 references() const noexcept { return references_.load(std::memory_order_relaxed); }
 
+    // Off until the notifiee that created the notifier has finished with it.
+    bool hasNotificationActive() const noexcept {
+        return notificationActive_.load(std::memory_order_acquire);
+    }
+    void hasNotificationActiveIs(bool active) noexcept {
+        notificationActive_.store(active, std::memory_order_release);
+    }
+
     // The handle watched, null once it has left its table. Safe to follow
     // only where the handle cannot leave meanwhile (inside the table's
     // notifiee and the observers it calls); elsewhere use withDedupHandle.
@@ -82,6 +92,7 @@ class DedupHandleLifeTimeNotifier {
     std::mutex& mutex() const noexcept;
 
     mutable std::atomic<U32> references_{0};
+    std::atomic<bool> notificationActive_{false};  // in the count's padding
     DedupHandle const* handle_;
 };
 

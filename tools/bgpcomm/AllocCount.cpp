@@ -58,6 +58,24 @@ void operator delete(void* p, std::size_t) noexcept {
 void operator delete[](void* p, std::size_t) noexcept {
     release(p);
 }
+// The non-throwing forms too: the library's defaults would pair a malloc of
+// their own with our release, or the other way round.
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
+    try {
+        return allocate(size);
+    } catch (std::bad_alloc const&) {
+        return nullptr;
+    }
+}
+void* operator new[](std::size_t size, std::nothrow_t const& tag) noexcept {
+    return operator new(size, tag);
+}
+void operator delete(void* p, std::nothrow_t const&) noexcept {
+    release(p);
+}
+void operator delete[](void* p, std::nothrow_t const&) noexcept {
+    release(p);
+}
 
 #else
 
