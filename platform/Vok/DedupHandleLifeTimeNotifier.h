@@ -50,19 +50,22 @@ class DedupHandleLifeTimeNotifier {
     virtual ~DedupHandleLifeTimeNotifier() = default;
 
     // Counted like Kiv::PtrInterface: freed with its last reference.
-    void referencesInc() const noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
+    void referencesInc() const noexcept { word_.fetch_add(1, std::memory_order_relaxed); }
     void referencesDec() const noexcept {
-        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        if ((word_.fetch_sub(1, std::memory_order_acq_rel) & countMask) == 1)
             delete this;
     }
-    U32 references() const noexcept { return references_.load(std::memory_order_relaxed); }
+    U32 references() const noexcept { return word_.load(std::memory_order_relaxed) & countMask; }
 
     // Off until the notifiee that created the notifier has finished with it.
     bool hasNotificationActive() const noexcept {
-        return notificationActive_.load(std::memory_order_acquire);
+        return (word_.load(std::memory_order_acquire) & notificationActiveBit) != 0;
     }
     void hasNotificationActiveIs(bool active) noexcept {
-        notificationActive_.store(active, std::memory_order_release);
+        if (active)
+            word_.fetch_or(notificationActiveBit, std::memory_order_acq_rel);
+        else
+            word_.fetch_and(~notificationActiveBit, std::memory_order_acq_rel);
     }
 
     // The handle watched, null once it has left its table. Safe to follow
@@ -91,8 +94,11 @@ class DedupHandleLifeTimeNotifier {
     // This notifier's share of the process-wide locks.
     std::mutex& mutex() const noexcept;
 
-    mutable std::atomic<U32> references_{0};
-    std::atomic<bool> notificationActive_{false};  // in the count's padding
+    // The count in the low bits, the notification switch in the top one: one
+    // word, so that a notifier stays three words on 32-bit targets too.
+    static constexpr U32 notificationActiveBit = U32(1) << 31;
+    static constexpr U32 countMask = notificationActiveBit - 1;
+    mutable std::atomic<U32> word_{0};
     DedupHandle const* handle_;
 };
 
