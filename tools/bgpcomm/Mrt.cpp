@@ -117,7 +117,11 @@ void MrtReader::run() {
             return;
         }
         ++records_;
-        record(timestamp, type, subtype, Cursor(body_.data(), length, at + mrtHeaderSize));
+        Cursor body(body_.data(), length, at + mrtHeaderSize);
+        if (framed_)
+            framed_(timestamp, type, subtype, body);
+        else
+            record(timestamp, type, subtype, body);
         if (progress_ && records_ % progressEvery_ == 0)
             progress_();
     }
