@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "bgpcomm/CommOptions.h"
 #include "bgpcomm/Mrt.h"
 
 namespace Bgpcomm {
@@ -42,7 +43,16 @@ char const* const mrtHelp =
     "                          list kind for the --match options that follow\n"
     "                          (standard until given)\n"
     "  --match REGEX           the list matches REGEX (POSIX extended, matched\n"
-    "                          as route policy matches it); repeatable: all\n"
+    "                          as route policy matches it); repeatable: all.\n"
+    "                          The text is the whole sorted list, one blank\n"
+    "                          between communities: standard '65000:100 65535:65281'\n"
+    "                          then, if that fails, '65000:100 no-export'; large\n"
+    "                          '65000:1:2'; extended '65000:100' then\n"
+    "                          'RT:65000:100' (never the printed\n"
+    "                          'Route-Target-AS:65000:100'); no list: ''. '_' is\n"
+    "                          not special: anchor with '(^| )65000:100( |$)'\n";
+
+char const* const mrtHelpEnd =
     "\n"
     "Exit status: 0 success, 1 some input was skipped or did not verify,\n"
     "2 usage error.\n";
@@ -116,7 +126,7 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
             return std::string("help");
         if (arg == "--json" || arg == "--asdot" || arg == "--stats" || arg == "--count" ||
             arg == "--verify" || arg == "--include-super" || arg == "--include-sub" ||
-            arg == "--no-progress" || arg == "--default-parser") {
+            arg == "--no-progress" || arg == "--default-parser" || arg == "--no-dictionary") {
             if (hasValue)
                 return "option '" + arg + "' takes no value";
             if (arg == "--json") {
@@ -132,13 +142,15 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
             if (arg == "--no-progress")
                 out->progress = false;
             out->defaultParser |= arg == "--default-parser";
+            out->noDictionary |= arg == "--no-dictionary";
             continue;
         }
         if (arg.rfind("-", 0) == 0 && arg != "-") {
             static char const* const withValue[] = {"--format",   "--prefix",     "--peer-ip",
                                                     "--peer-asn", "--origin-asn", "--type",
                                                     "--kind",     "--match"};
-            if (std::none_of(std::begin(withValue), std::end(withValue), valued))
+            if (std::none_of(std::begin(withValue), std::end(withValue), valued) &&
+                !isCommunityValueOption(arg))
                 return "unknown option '" + arg + "'";
             if (auto problem = takeValue())
                 return problem;
@@ -178,8 +190,13 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
             } else if (arg == "--kind") {
                 if (!parseCommKind(value, &kind))
                     return "unknown kind '" + value + "' (standard, large, extended or ipv6)";
+            } else if (isCommunityValueOption(arg)) {
+                if (auto problem = communityOption(arg, value, out))
+                    return problem;
             } else if (auto problem = out->filter.matchIs(kind, value)) {
                 return "bad regular expression: " + *problem;
+            } else if (auto warning = matchWarning(kind, value)) {
+                out->warnings.push_back(*warning);
             }
             continue;
         }
@@ -200,6 +217,13 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
                                                             ? Ingest::Parser::libraryDefault
                                                             : Ingest::Parser::withOptInPlugins))),
       output_(options_.format, options_.asdot, *ingest_, out) {
+    bool const describes = options_.observer || options_.filter.comm.needsNotes() ||
+                           (printsRoutes() && options_.format != Format::psv);
+    if (describes)
+        dictionary_ = loadDictionaries(options_);
+    notes_ = std::make_unique<Notes>(dictionary_.get());
+    options_.filter.comm.notesIs(notes_.get());
+    output_.notesIs(notes_.get());
     if (printsRoutes())
         output_.begin();
 }
@@ -210,7 +234,7 @@ MrtRun::~MrtRun() {
 }
 
 bool MrtRun::printsRoutes() const {
-    return !options_.count && (!options_.stats || options_.formatGiven);
+    return !options_.observer && !options_.count && (!options_.stats || options_.formatGiven);
 }
 
 void MrtRun::file(std::string const& path) {
@@ -284,10 +308,11 @@ void MrtRun::batch(RouteBatch const& batch) {
         if (!filter.passesPrefix(nlri.prefix))
             continue;
         ++counts_.routesMatched;
-        if (printsRoutes()) {
-            view.nlri = &nlri;
+        view.nlri = &nlri;
+        if (printsRoutes())
             output_.route(view);
-        }
+        if (options_.observer)
+            options_.observer(view);
         if (options_.stats)
             stats_.hold(comms_);
     }
@@ -352,11 +377,15 @@ int mrtCommand(std::vector<std::string> const& args, std::function<U64()> liveHe
     if (auto problem = parseMrtOptions(args, &options)) {
         if (*problem == "help") {
             std::fputs(mrtHelp, stdout);
+            std::fputs(communityOptionsHelp, stdout);
+            std::fputs(mrtHelpEnd, stdout);
             return 0;
         }
         std::fprintf(stderr, "bgpcomm mrt: %s\nTry 'bgpcomm mrt --help'.\n", problem->c_str());
         return 2;
     }
+    for (std::string const& warning : options.warnings)
+        std::fprintf(stderr, "bgpcomm mrt: warning: %s\n", warning.c_str());
     std::vector<std::string> files = options.files;
     MrtRun run(std::move(options), stdout, std::move(liveHeapBytes));
     for (std::string const& path : files)

@@ -181,16 +181,23 @@ void Output::json(RouteView const& route) {
         line_.append("\":");
         jsonRaw(route, kind);
     }
+    if (notes_)
+        notes_->appendJson(line_, *route.comms, ingest_, asdot_);
     line_.append('}');
 }
 
 void Output::texts(RouteComms const& comms, CommKind kind) {
     bool first = true;
+    std::size_t i = 0;
+    if (notes_)
+        notes_->listIs(comms, kind);
     ingest_.forEachText(comms, kind, asdot_, [&](std::string_view text) {
         if (!first)
             line_.append(' ');
         first = false;
         line_.append(text);
+        if (notes_)
+            notes_->appendText(line_, i++, format_ == Format::psv);
     });
 }
 
@@ -241,20 +248,7 @@ void Output::jsonRaw(RouteView const& route, CommKind kind) {
 }
 
 void Output::jsonString(std::string_view text) {
-    line_.append('"');
-    for (char c : text) {
-        auto u = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            line_.append('\\');
-            line_.append(c);
-        } else if (u < 0x20) {
-            line_.append("\\u00");
-            line_.appendHex2(u);
-        } else {
-            line_.append(c);
-        }
-    }
-    line_.append('"');
+    appendJsonString(line_, text);
 }
 
 }  // namespace Bgpcomm

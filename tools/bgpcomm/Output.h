@@ -23,6 +23,7 @@
 #include "VoFmt/StackBackedBuffer.h"
 #include "bgpcomm/Ingest.h"
 #include "bgpcomm/Mrt.h"
+#include "bgpcomm/Notes.h"
 
 namespace Bgpcomm {
 
@@ -41,6 +42,9 @@ class Output {
   public:
     Output(Format format, bool asdot, Ingest& ingest, std::FILE* out)
         : format_(format), asdot_(asdot), ingest_(ingest), out_(out) {}
+
+    // Notes beside communities (bgpcomm/Notes.h); none when null.
+    void notesIs(Notes* notes) { notes_ = notes; }
 
     // The psv header line; nothing for the other formats.
     void begin();
@@ -63,6 +67,7 @@ class Output {
     bool asdot_;
     Ingest& ingest_;
     std::FILE* out_;
+    Notes* notes_ = nullptr;
     VoFmt::StackBackedBuffer<4096, (1u << 20)> line_;
 };
 
