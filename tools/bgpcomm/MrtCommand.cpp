@@ -217,11 +217,7 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
                                                             ? Ingest::Parser::libraryDefault
                                                             : Ingest::Parser::withOptInPlugins))),
       output_(options_.format, options_.asdot, *ingest_, out) {
-    bool const describes = options_.observer || options_.filter.comm.needsNotes() ||
-                           (printsRoutes() && options_.format != Format::psv);
-    if (describes)
-        dictionary_ = loadDictionaries(options_);
-    notes_ = std::make_unique<Notes>(dictionary_.get());
+    notes_ = std::make_unique<Notes>(options_.dictionary.get());
     options_.filter.comm.notesIs(notes_.get());
     output_.notesIs(notes_.get());
     if (printsRoutes())
@@ -384,6 +380,11 @@ int mrtCommand(std::vector<std::string> const& args, std::function<U64()> liveHe
         std::fprintf(stderr, "bgpcomm mrt: %s\nTry 'bgpcomm mrt --help'.\n", problem->c_str());
         return 2;
     }
+    bool const describes = options.filter.comm.needsNotes() ||
+                           (!options.count && options.format != Format::psv &&
+                            (!options.stats || options.formatGiven));
+    if (describes)
+        options.dictionary = loadDictionaries(options);
     for (std::string const& warning : options.warnings)
         std::fprintf(stderr, "bgpcomm mrt: warning: %s\n", warning.c_str());
     std::vector<std::string> files = options.files;

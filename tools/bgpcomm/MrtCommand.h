@@ -43,6 +43,9 @@ struct MrtOptions {
     // Community dictionaries (bgpcomm/CommOptions.h) and --match warnings.
     std::vector<std::string> dictionaries;
     bool noDictionary = false;
+    // Loaded by mrtCommand / topCommand from the two above; none in a run
+    // built without it (names only).
+    std::shared_ptr<Dictionary const> dictionary;
     std::vector<std::string> warnings;
     // When set, every matching route goes here instead of the output
     // (bgpcomm top).
@@ -83,7 +86,6 @@ class MrtRun {
     Diag diag_;
     Stats stats_;
     std::unique_ptr<Ingest> ingest_;
-    std::unique_ptr<Dictionary> dictionary_;
     std::unique_ptr<Notes> notes_;
     Output output_;
     RunCounts counts_;
