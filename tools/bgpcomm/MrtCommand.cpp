@@ -276,7 +276,8 @@ void MrtRun::batch(RouteBatch const& batch) {
         anyPrefix |= filter.passesPrefix(nlri.prefix);
     if (!anyPrefix)
         return;
-    bool const needPath = batch.attrs && (printsRoutes() || !filter.originAsns.empty());
+    bool const needPath =
+        batch.attrs && (printsRoutes() || options_.observer || !filter.originAsns.empty());
     if (needPath)
         asPathEntries(*batch.attrs, &asPath_);
     else
