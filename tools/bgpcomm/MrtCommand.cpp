@@ -18,6 +18,8 @@ char const* const mrtHelp =
     "Output (one line per route on stdout):\n"
     "  --format text|json|psv  text (default): prefix, peer and communities;\n"
     "                          json: JSON Lines; psv: bgpdump -m style columns\n"
+    "                          (text and json add notes: 65535:666 {BLACKHOLE},\n"
+    "                          1299:20100 {Copenhagen (Peer)}; psv names only)\n"
     "  --json                  same as --format json\n"
     "  --asdot                 AS numbers above 65535 as high.low\n"
     "  --count                 print only the number of matching routes\n"
