@@ -14,6 +14,8 @@
 #include "bgpcomm/Decode.h"
 #include "bgpcomm/MrtCommand.h"
 #include "bgpcomm/Synth.h"
+#include "bgpcomm/session/Collect.h"
+#include "bgpcomm/session/Replay.h"
 
 namespace {
 
@@ -25,6 +27,8 @@ char const* const mainHelp =
     "  mrt FILE...         read MRT files: print, filter, count, verify, --stats\n"
     "  decode VALUE...     every text form of a community or community attribute\n"
     "  synth -o FILE       write a synthetic TABLE_DUMP_V2 file\n"
+    "  collect             receive live BGP tables from peers\n"
+    "  replay FILE...      announce MRT routes (or a synth table) to a BGP peer\n"
     "\n"
     "'bgpcomm COMMAND --help' describes each command.\n";
 
@@ -52,6 +56,10 @@ int main(int argc, char** argv) {
         return Bgpcomm::decodeCommand(args);
     if (command == "synth")
         return Bgpcomm::synthCommand(args);
+    if (command == "collect")
+        return Bgpcomm::Session::collectCommand(args, &Bgpcomm::liveHeapBytes);
+    if (command == "replay")
+        return Bgpcomm::Session::replayCommand(args);
     std::fprintf(stderr, "bgpcomm: unknown command '%s'\n%s", command.c_str(), mainHelp);
     return 2;
 }
