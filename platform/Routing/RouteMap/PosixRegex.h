@@ -9,11 +9,17 @@
 //
 // A pattern that does not compile raises Kiv::ParseError carrying regerror's
 // text and the pattern. So does one that libc would take unbounded time or
-// memory to compile: a repetition applied directly to a repetition ("a**",
-// "a{2}{3}"), more than 2000 elements once bounded and '+' repetitions are
-// expanded ("(a{1,50}){1,50}"), or groups nested more than 100 deep. A compiled expression is
-// immutable: execute may run on any number of threads at once (regexec does not modify the
-// regex_t).
+// memory to compile or to match against a long text: a back-reference
+// (\1, libc's extension, polynomial of high degree to match), a
+// repetition applied directly to a repetition ("a**", "a{2}{3}"), a '*',
+// '+' or bound applied to what can match the empty text ("(a*)+"), more
+// than 1000 automaton nodes once libc has copied repeated expressions
+// ("(a{1,50}){1,50}"), groups nested more than 100 deep, and, in a pattern
+// with an unbounded repetition, more than 12 positions that accept many
+// characters ('.', bracket expressions, "\\w"). Matching then takes time
+// linear in the text's length (PosixRegex.cpp says how). A compiled
+// expression is immutable: execute may run on any number of threads at
+// once (regexec does not modify the regex_t).
 #pragma once
 
 #include <regex.h>
