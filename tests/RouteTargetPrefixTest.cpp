@@ -59,24 +59,45 @@ TEST(RouteTargetPrefixDeathTest, LengthBeyondAnOctetAborts) {
                            "void Routing::Bgp::RouteTargetPrefix::bitlenIs(size_t)");
 }
 
+// Data that reads differently under the wrong alternative: bits counted
+// from the least significant end, the longer instead of the shorter length,
+// ties of equal masked values ordered longest first.
 TEST(RouteTargetPrefix, BitsCommonPrefixAndOrder) {
-    RouteTargetPrefix const full(RouteTarget(0x8000000000000001ull), 64);
-    EXPECT_TRUE(full.extractBit(0));
-    EXPECT_FALSE(full.extractBit(1));
-    EXPECT_TRUE(full.extractBit(63));
+    RouteTargetPrefix const bits(RouteTarget(0x4000000000000003ull), 64);
+    for (auto [i, set] :
+         {std::pair{0u, false}, {1u, true}, {2u, false}, {61u, false}, {62u, true}, {63u, true}})
+        EXPECT_EQ(set, bits.extractBit(i)) << i;
 
-    RouteTargetPrefix const a20(RouteTarget(kRt), 20), a30(RouteTarget(kRt), 30);
-    EXPECT_EQ(20, a20.commonPrefixLen(a30));
-    EXPECT_EQ(20, a30.commonPrefixLen(a20));
-    RouteTargetPrefix const b(RouteTarget(kRt ^ (1ull << 60)), 64), c(RouteTarget(kRt), 64);
-    EXPECT_EQ(3, b.commonPrefixLen(c));
+    // 0x0020... masked to 10 bits is 0; to 20 bits it keeps bit 10, so
+    // the prefixes agree on 10 bits, the longer one's extra bits differ.
+    RouteTargetPrefix const z10(RouteTarget(0), 10), x20(RouteTarget(0x0020000000000000ull), 20),
+        z20(RouteTarget(0), 20), y64(RouteTarget(0x0000000000000800ull), 64);
+    struct {
+        RouteTargetPrefix a, b;
+        int common;
+    } const pairs[] = {
+        {z10, x20, 10},  // differ first at bit 10, just past the shorter length
+        {z10, z20, 10},  // equal values: the shorter length, not the longer
+        {x20, z20, 10},
+        {z20, y64, 20},  // differ at bit 52, beyond the shorter length 20
+        {RouteTargetPrefix(RouteTarget(kRt ^ (1ull << 60)), 64),
+         RouteTargetPrefix(RouteTarget(kRt), 64), 3},
+    };
+    for (auto const& row : pairs) {
+        EXPECT_EQ(row.common, row.a.commonPrefixLen(row.b)) << row.a << ' ' << row.b;
+        EXPECT_EQ(row.common, row.b.commonPrefixLen(row.a)) << row.a << ' ' << row.b;
+    }
 
-    RouteTargetPrefix const p8(RouteTarget(kRt), 8), p16(RouteTarget(kRt & ~0xffffull), 16);
-    EXPECT_LT(p8, p16);  // same masked value 0x02...: shorter first
+    // Equal masked values: the shorter orders first.
+    RouteTargetPrefix const p8(RouteTarget(kRt), 8),
+        p16(RouteTarget(kRt & 0xff00ffffffffffffull), 16);
+    ASSERT_EQ(p8.prefixBits(), p16.prefixBits());
+    EXPECT_LT(p8, p16);
+    EXPECT_FALSE(p16 < p8);
     EXPECT_LT(RouteTargetPrefix(RouteTarget(1), 64), RouteTargetPrefix(RouteTarget(2), 63));
     EXPECT_NE(p8, p16);
-    EXPECT_NE(a20.hash(), a30.hash());
-    EXPECT_EQ(a20.hash(), RouteTargetPrefix(RouteTarget(kRt), 20).hash());
+    EXPECT_NE(p8.hash(), p16.hash());
+    EXPECT_EQ(p8.hash(), RouteTargetPrefix(RouteTarget(kRt), 8).hash());
 }
 
 TEST(RouteTargetPrefix, TextForms) {
