@@ -51,7 +51,7 @@ ExtCommIp6ClassificationList const* ExtCommIp6List::classificationList(
 }
 
 Kiv::String ExtCommIp6List::serialize(bool sendNonTransExtComms) const {
-    U32 const count = sendNonTransExtComms ? totalCommunities() : totalTransitiveCommunities();
+    U32 const count = serializedCommunities(sendNonTransExtComms);
     if (count == 0)
         return Kiv::String("");
     // RFC 5701 section 2: type, subtype, global administrator, local

@@ -27,6 +27,7 @@
 #include "KivStash/StoreManager.h"
 #include "VoBgp/ExtCommIp6ClassificationList.h"
 #include "VoBgp/ExtCommIp6DedupTable.h"
+#include "VoBgp/VoBgpSerialize.h"
 
 namespace Routing::Bgp {
 
@@ -84,8 +85,23 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
 
     // The attribute (flags 0xC0, type 25), its communities in list order,
     // the non-transitive ones only when asked; the empty string when none
-    // is to go.
+    // is to go. A list that does not fit one attribute (over 3,276
+    // communities) stops the process: one merged from several peers' values
+    // (aggregation) is checked with fitsOneAttribute first.
     Kiv::String serialize(bool sendNonTransExtComms) const;
+    // Exactly what serialize writes: the communities, and the attribute's
+    // octets (header included, 0 when nothing is to go).
+    U32 serializedCommunities(bool sendNonTransExtComms) const {
+        return sendNonTransExtComms ? totalCommunities() : totalTransitiveCommunities();
+    }
+    std::size_t serializedSize(bool sendNonTransExtComms) const {
+        U32 const count = serializedCommunities(sendNonTransExtComms);
+        return count == 0 ? 0 : pathAttributeSize(std::size_t(count) * 20);
+    }
+    bool fitsOneAttribute(bool sendNonTransExtComms) const {
+        return pathAttributeValueFits(std::size_t(serializedCommunities(sendNonTransExtComms)) *
+                                      20);
+    }
     // Each community's policy form without the type prefix
     // ("<address>:<local admin>") followed by one blank, the last included.
     Kiv::String commsStringForm() const;
@@ -144,6 +160,8 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
 // vector (a word each); the sorted flag and the transitive count live in the
 // handle's user-data word.
 static_assert(sizeof(void*) != 8 || sizeof(ExtCommIp6List) == 40);
+// One attribute carries 3,276 IPv6-address-specific communities at most.
+static_assert(pathAttributeValueFits(3276 * 20) && !pathAttributeValueFits(3277 * 20));
 
 inline ExtCommIp6List::Ptr extCommIp6ListFactory() {
     return ExtCommIp6List::ExtCommIp6ListIs();

@@ -6,6 +6,23 @@
 
 namespace Routing::Bgp {
 
+// The most communities one attribute carries: 16,383 standard (RFC 1997), 5,461
+// large (RFC 8092).
+static_assert(pathAttributeValueFits(16383 * CommListTraits<U32>::wireOctets) &&
+              !pathAttributeValueFits(16384 * CommListTraits<U32>::wireOctets));
+static_assert(pathAttributeValueFits(5461 * CommListTraits<Acl::CommunityValue>::wireOctets) &&
+              !pathAttributeValueFits(5462 * CommListTraits<Acl::CommunityValue>::wireOctets));
+
+template <class Derived, class Value>
+Kiv::String CommListBase<Derived, Value>::serialize() const {
+    SerializePathAttribute out(Traits::attrType, optionalTransitive,
+                               static_cast<U32>(valueOctets()));
+    for (Value const& value : members())
+        for (U32 i = 0; i < Traits::words; ++i)
+            out.addU32hton(Traits::word(value, i));
+    return out.serializedString();
+}
+
 template class CommListBase<CommList, U32>;
 template class CommListBase<LargeCommList, Acl::CommunityValue>;
 template class CommListDedupTableOf<CommList>;

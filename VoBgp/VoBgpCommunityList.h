@@ -181,8 +181,14 @@ class CommListBase : public KivStash::DedupHandle {
     }
 
     // The path attribute: flags 0xC0, the kind's type, the elements in vector
-    // order in network byte order. The serializer picks the length form.
+    // order in network byte order. The serializer picks the length form. A
+    // list that does not fit one attribute (over 16,383 standard or 5,461
+    // large communities) stops the process: one merged from several peers'
+    // values (aggregation) is checked with fitsOneAttribute() first.
     Kiv::String serialize() const;
+    // serialize()'s octets, header included; asking never stops the process.
+    std::size_t serializedSize() const { return pathAttributeSize(valueOctets()); }
+    bool fitsOneAttribute() const { return pathAttributeValueFits(valueOctets()); }
 
     // Writes the list into `storeManager`'s image; returns the record index.
     U32 stash(KivStash::StoreManager* storeManager) const;
@@ -259,6 +265,7 @@ class CommListBase : public KivStash::DedupHandle {
     static constexpr std::size_t tailCountLimit = (std::size_t(1) << 16) - 1;
 
     bool inTail() const { return (userData() >> tailCountShift) != 0; }
+    std::size_t valueOctets() const { return members().size() * Traits::wireOctets; }
     // The list's block starts at this base (the list kinds add no members).
     // No cast to Derived, which the destructor has already left.
     char* block() const { return const_cast<char*>(reinterpret_cast<char const*>(this)); }
@@ -458,15 +465,6 @@ Kiv::Ptr<Derived const> CommListBase<Derived, Value>::internSorted(
     std::uninitialized_copy(values.begin(), values.end(), tailOf<Value>(raw));
     Kiv::Ptr<Derived> list(raw);
     return list->dedup(table);
-}
-
-template <class Derived, class Value>
-Kiv::String CommListBase<Derived, Value>::serialize() const {
-    SerializePathAttribute out(Traits::attrType, optionalTransitive, comms() * Traits::words * 4);
-    for (Value const& value : members())
-        for (U32 i = 0; i < Traits::words; ++i)
-            out.addU32hton(Traits::word(value, i));
-    return out.serializedString();
 }
 
 template <class Derived, class Value>

@@ -6,8 +6,7 @@ namespace Routing::Bgp {
 
 namespace {
 
-// Largest value length a header can announce.
-constexpr U32 kMaxAttrSize = 0xFFFF;
+constexpr U32 kMaxAttrSize = maxPathAttributeValueSize;
 // Largest value length the one-octet length form can announce.
 constexpr U32 kMaxShortAttrSize = 0xFF;
 

@@ -7,7 +7,14 @@
 // known at the end: the value is written behind four reserved octets and the
 // header that fits is put in front of it afterwards. SerializedBgpPrefixSidAttribute
 // writes the TLV header used inside the BGP Prefix-SID attribute.
+//
+// pathAttributeSize and pathAttributeValueFits say beforehand what a value
+// will take and whether one attribute can carry it at all: a length above
+// 65,535 octets stops the process in reInitHdr, so a caller holding a value
+// of unknown size (say, communities gathered from several peers) asks first.
 #pragma once
+
+#include <cstddef>
 
 #include "Kiv/String.h"
 #include "Kiv/Types.h"
@@ -15,6 +22,19 @@
 #include "VoBgp/BgpPathAttributeEnums.h"
 
 namespace Routing::Bgp {
+
+// The longest value a two-octet attribute length announces (RFC 4271 4.3).
+inline constexpr std::size_t maxPathAttributeValueSize = 0xFFFF;
+constexpr bool pathAttributeValueFits(std::size_t valueSize) noexcept {
+    return valueSize <= maxPathAttributeValueSize;
+}
+// The octets of the whole attribute SerializePathAttribute writes for a value
+// of `valueSize` octets when the caller does not ask for extLen: a
+// three-octet header up to 255, a four-octet one above.
+constexpr std::size_t pathAttributeSize(std::size_t valueSize) noexcept {
+    return valueSize + (valueSize > 0xFF ? 4 : 3);
+}
+static_assert(pathAttributeSize(255) == 258 && pathAttributeSize(256) == 260);
 
 class SerializePathAttribute : public Serialize {
   public:

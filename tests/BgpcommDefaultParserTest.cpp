@@ -35,8 +35,8 @@ TEST(BgpcommDefaultParser, DecodeShowsTypedValuesUnlessAskedForTheDefault) {
     for (auto [args, classification, show] :
          std::initializer_list<std::tuple<std::vector<std::string>, char const*, char const*>>{
              {{"0x0004fdeb4cee6b28"},
-              "extCommClassificationLinkBandwidth",
-              "Link-Bandwidth-AS:65003:1 Gbps"},
+              "extCommClassificationUnSpecified",
+              "Link-Bandwidth-Trans-AS:65003:1 Gbps"},
              {{"--default-parser", "0x0004fdeb4cee6b28"},
               "extCommClassificationUnSpecified",
               "0004-AS:65003:1290693416"},

@@ -198,6 +198,7 @@ TYPED_TEST(CommListKindTest, SerializesWithTheHeaderItsLengthNeeds) {
         for (auto const& v : this->contents(interned))
             appendWords(expected, v, true);
         EXPECT_EQ(expected, octetsOf(interned->serialize())) << count << " communities";
+        EXPECT_EQ(expected.size(), interned->serializedSize());
     }
 }
 

@@ -3,6 +3,7 @@
 // the short/extended length boundary, text forms, snapshots, stash images
 // and the contract checks.
 #include <functional>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -149,6 +150,20 @@ TEST(ExtCommIp6List, WireOctetsAroundTheLengthBoundary) {
         ASSERT_EQ(header.size() + count * 20u, octets.size()) << count;
         EXPECT_EQ(header, Octets(octets.begin(), octets.begin() + header.size()));
         EXPECT_EQ(wire(0x00, 1, count - 1), Octets(octets.end() - 20, octets.end()));
+    }
+    // Random mixes: the exact count and size are what serialize writes.
+    std::mt19937 random(20);
+    for (int round = 0; round < 40; ++round) {
+        std::vector<ExtCommIp6::PtrConst> comms;
+        for (auto n = random() % 16; n > 0; --n)
+            comms.push_back(env.comm({U8(random() % 2 * 0x40), 0x02, addr(U8(random() % 8)), 1}));
+        auto const list = env.list(comms);
+        for (bool nonTransitiveToo : {false, true}) {
+            Kiv::String const written = list->serialize(nonTransitiveToo);
+            EXPECT_EQ(ExtCommListTestEnv::valuesIn(written, 20),
+                      list->serializedCommunities(nonTransitiveToo));
+            EXPECT_EQ(written.size(), list->serializedSize(nonTransitiveToo));
+        }
     }
 }
 

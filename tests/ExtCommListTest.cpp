@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 #include "ExtCommListTestEnv.h"
@@ -241,6 +242,55 @@ TEST(ExtCommList, SerializeWritesExactlyTheSelectedCommunities) {
     auto const twoLbw = env.list({lbw(1, bw1), lbw(2, bw2)});
     EXPECT_EQ(extCommAttribute({lbw(1, bw1), lbw(2, bw2)}),
               octetsOf(twoLbw->serialize(ExtCommList::serialization(false, true, false))));
+}
+
+// Random lists, as received and pruned, with and without the opt-in
+// plug-ins (which type the transitive link bandwidth), under all 16
+// selections: the exact count and size are what serialize writes. On a
+// pruned list the classic count agrees, but for the origin validation
+// states beyond the first, which pruning keeps.
+TEST(ExtCommList, SerializedCountsAreWhatSerializeWrites) {
+    // Transitive link bandwidths (0x00 0x04), RFC 8097 states valid, not
+    // found and invalid, EVPN and flowspec values.
+    U64 const pool[] = {
+        rtValue,          rt2Value,           nonTransValue,      lbw(1, bw1),
+        lbw(0, bw2),      lbw(2, bwNaN),      0x0004FDE83F800000, 0x0004000040000000,
+        ovsValue,         ovsValue + 1,       ovsValue + 2,       colorValue,
+        unspecifiedValue, 0x0600010000000005, 0x8006FDE849742400};
+    std::mt19937 random(20);
+    for (bool optIn : {false, true}) {
+        Env const env(optIn);
+        for (int round = 0; round < 200; ++round) {
+            std::vector<U64> values;
+            for (auto n = random() % 8; n > 0; --n)
+                values.push_back(random() % 4 ? pool[random() % std::size(pool)]
+                                              : U64(random()) << 32 | random());
+            auto const list = env.list(values);
+            auto const pruned = list->prune(env.lists.ptr());
+            auto const* ovs =
+                pruned ? pruned->classificationList(extCommClassificationOriginValidationState)
+                       : nullptr;
+            U32 const states = ovs ? ovs->comms() : 0;
+            for (unsigned bits = 0; bits < 16; ++bits) {
+                ExtCommList::Serialization const s(bits);
+                SCOPED_TRACE(testing::Message() << optIn << " " << bits << " " << list->toStrep());
+                for (auto const* l : {list.ptr(), pruned.ptr()}) {
+                    if (l == nullptr)
+                        continue;
+                    Kiv::String const written = l->serialize(s);
+                    EXPECT_EQ(valuesIn(written, 8), l->serializedCommunities(s));
+                    EXPECT_EQ(written.size(), l->serializedSize(s));
+                    EXPECT_TRUE(l->fitsOneAttribute(s));
+                }
+                U32 const beyondFirst =
+                    s.originAsValidity() && !s.all() && states > 1 ? states - 1 : 0;
+                if (pruned) {
+                    EXPECT_EQ(pruned->serializedCommunities(s) - beyondFirst,
+                              pruned->serializableCommunities(s));
+                }
+            }
+        }
+    }
 }
 
 TEST(ExtCommList, LongListsTakeTheExtendedLengthHeader) {

@@ -11,6 +11,7 @@
 #include "Kiv/OrderedMap.h"
 #include "TestUtil.h"
 #include "VoBgp/Parse/ExtComm.h"
+#include "VoBgp/Parse/ExtCommOptInPlugins.h"
 #include "VoBgp/VoBgpCommunityList.h"
 
 namespace ExtCommListTestEnv {
@@ -51,6 +52,12 @@ struct Env {
     ExtCommDedupTable::Ptr values = extCommDedupTableFactory(container->extCommParser());
     ExtCommListDedupTable::Ptr lists = extCommListDedupTableFactory();
 
+    Env() = default;
+    // With the opt-in plug-ins too, joined before the first value is parsed.
+    explicit Env(bool optIn) {
+        if (optIn)
+            bgpParseExtCommOptInPluginsEnq(*container);
+    }
     ExtComm::PtrConst comm(U64 value) const {
         return ExtComm::dedupContent(values.ptr(), ExtCommContent(value));
     }
@@ -81,6 +88,20 @@ inline Octets extCommAttribute(std::vector<U64> const& values) {
     for (U64 value : values)
         appendBe64(out, value);
     return out;
+}
+
+// The number of values of `octets` each in an attribute that serialize
+// wrote, read from its header, which must announce the octets that follow.
+inline std::size_t valuesIn(Kiv::String const& attribute, std::size_t octets) {
+    if (attribute.empty())
+        return 0;
+    Octets const a(attribute.begin(),
+                   attribute.begin() + std::min<std::size_t>(4, attribute.size()));
+    bool const extended = (a[0] & 0x10) != 0;
+    std::size_t const length = extended ? std::size_t(a[2]) << 8 | a[3] : a[2];
+    EXPECT_EQ((extended ? 4 : 3) + length, attribute.size());
+    EXPECT_EQ(0u, length % octets);
+    return length / octets;
 }
 
 inline std::vector<U64> valuesOf(ExtCommList::CommVector const& vector) {

@@ -120,9 +120,11 @@ Typed const typedRows = {
      "<FlowspecTrafficMarking 46"},
     {0x80090000000000ee, flowspec, "Flowspec-Traffic-Marking:46:reserved=0xc0",
      "FS-mark:46:rsv=0xc0", "46:rsv=0xc0", "<FlowspecTrafficMarking 46:rsv=0xc0"},
-    // The transitive link bandwidth, 1.25e8 B/s: the non-transitive texts.
-    {0x0004fdeb4cee6b28, extCommClassificationLinkBandwidth, "Link-Bandwidth-AS:65003:1 Gbps",
-     "lbw 65003:1.25e+08", "65003:1.25e+08", "<LinkBandwidth 65003:1.25e+08"},
+    // The transitive link bandwidth, 1.25e8 B/s: told apart from the
+    // non-transitive one (Link-Bandwidth-AS:, lbw) and kept out of its
+    // classification.
+    {0x0004fdeb4cee6b28, extCommClassificationUnSpecified, "Link-Bandwidth-Trans-AS:65003:1 Gbps",
+     "lbw-trans 65003:1.25e+08", "65003:1.25e+08", "<TransLinkBandwidth 65003:1.25e+08"},
 };
 
 TEST(ExtCommOptInPlugins, EveryKindPrintsItsFieldsInEveryForm) {
@@ -151,7 +153,7 @@ TEST(ExtCommOptInPlugins, FormatFlags) {
     ExtComm::PtrConst rate = parser.intern(0x8006fde849742400);
     EXPECT_EQ(rate->toStrepForUI(true, true, true).str(), "Flowspec-Traffic-Rate:65000:8 Mbps");
     ExtComm::PtrConst lbw = parser.intern(0x0004fdeb4cee6b28);
-    EXPECT_EQ(lbw->toStrepForUI(false, true).str(), "Link-Bandwidth-AS:65003:125000000");
+    EXPECT_EQ(lbw->toStrepForUI(false, true).str(), "Link-Bandwidth-Trans-AS:65003:125000000");
 }
 
 // What the default container builds for a value: the fallback of its type
@@ -256,8 +258,8 @@ TEST(ExtCommOptInPlugins, OverlaysStaySingleOverTheRegisteredRule) {
     EXPECT_EQ(
         static_cast<BgpParseExtCommTransTwoOctetAsRule const*>(registered)->subTypeRule().size(),
         2u);
-    EXPECT_EQ(root->parseExtendedCommunity(ExtCommContent(0x0004fdeb4cee6b28))->classification(),
-              extCommClassificationLinkBandwidth);
+    EXPECT_EQ(classOf(root->parseExtendedCommunity(ExtCommContent(0x0004fdeb4cee6b28)).ptr()),
+              typeid(ExtCommLinkBandwidth));
 }
 
 }  // namespace

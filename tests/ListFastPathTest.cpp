@@ -2,13 +2,61 @@
 // internReceived): they must find the very list the classic path (private
 // list, commIs, dedup) interned, and a list they build must be the one the
 // classic path then finds; unsorted and repeated input, lists longer than
-// the stack buffer, and nothing left behind once the routes let go.
+// the stack buffer, and nothing left behind once the routes let go. What
+// they cost, counted in allocations; and for every kind, how many values
+// one attribute carries.
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <new>
 #include <tuple>
 #include <vector>
 
 #include "ExtCommListTestEnv.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
+
+// Every allocation of this program is counted. ThreadSanitizer's runtime
+// keeps the allocation functions to itself: there the count test is skipped.
+#if defined(__SANITIZE_THREAD__)
+#define VOBGP_TEST_NO_ALLOCATION_COUNT
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define VOBGP_TEST_NO_ALLOCATION_COUNT
+#endif
+#endif
+namespace {
+std::atomic<std::size_t> allocations{0};
+}  // namespace
+#ifndef VOBGP_TEST_NO_ALLOCATION_COUNT
+void* operator new(std::size_t size) {
+    allocations.fetch_add(1, std::memory_order_relaxed);
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
+    allocations.fetch_add(1, std::memory_order_relaxed);
+    return std::malloc(size ? size : 1);
+}
+void* operator new[](std::size_t size, std::nothrow_t const& tag) noexcept {
+    return operator new(size, tag);
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p, std::size_t) noexcept {
+    std::free(p);
+}
+#endif
 
 namespace {
 
@@ -34,6 +82,9 @@ struct StandardKind {
     using Value = U32;
     using List = CommList;
     static constexpr std::size_t beyondStack = 64 + 7;
+    // The most one attribute carries, its octets and those of one value more.
+    static constexpr std::tuple<U32, std::size_t, std::size_t> most{16383, 65536, 65540};
+    static auto all() { return std::tuple<>(); }  // the selection that writes every value
     CommListDedupTable::Ptr table = commListDedupTableFactory();
     static Value value(U32 i) { return 0xFDE80000u + i; }  // 65000:i
     static void wire(Octets& out, Value v) { appendBe32(out, v); }
@@ -48,6 +99,8 @@ struct LargeKind {
     using Value = Acl::CommunityValue;
     using List = LargeCommList;
     static constexpr std::size_t beyondStack = 64 + 3;
+    static constexpr std::tuple<U32, std::size_t, std::size_t> most{5461, 65536, 65548};
+    static auto all() { return std::tuple<>(); }
     LargeCommListDedupTable::Ptr table = largeCommListDedupTableFactory();
     static Value value(U32 i) { return Value(65000, i, 4000000000u - i); }
     static void wire(Octets& out, Value v) {
@@ -65,6 +118,8 @@ struct ExtendedKind {
     using Value = U64;
     using List = ExtCommList;
     static constexpr std::size_t beyondStack = 32 + 5;
+    static constexpr std::tuple<U32, std::size_t, std::size_t> most{8191, 65532, 65540};
+    static auto all() { return std::make_tuple(ExtCommList::serialization(true, false, false)); }
     ExtCommListTestEnv::Env env;
     // Route targets 65000:i and colors i (two classifications), RFC 4360 / 9012.
     static Value value(U32 i) {
@@ -84,6 +139,10 @@ struct Ip6Kind {
     using Value = ExtCommIp6Content;
     using List = ExtCommIp6List;
     static constexpr std::size_t beyondStack = 16 + 2;
+    static constexpr std::tuple<U32, std::size_t, std::size_t> most{3276, 65524, 65544};
+    static auto all() { return std::make_tuple(true); }
+    // A miss builds the classification list before it finds the interned one.
+    static constexpr std::size_t missAllocations = 2;
     BgpParseExtCommContainerSm::Ptr container = bgpParseExtCommContainerSmFactory();
     ExtCommIp6DedupTable::Ptr values = extCommIp6DedupTableFactory(container->extCommParser());
     ExtCommIp6ListDedupTable::Ptr lists = extCommIp6ListDedupTableFactory();
@@ -166,6 +225,65 @@ TYPED_TEST(ListFastPathTest, FindsAndBuildsWhatTheClassicPathDoes) {
         EXPECT_EQ(0u, kind.interned());  // the routes let go: nothing stays
     }
     EXPECT_EQ(liveBefore, KivStash::DedupHandle::liveHandles());
+}
+
+// What the entry points cost, counted: a hit allocates nothing (so it builds
+// nothing: every list is a heap block); a miss whose parts (values,
+// classification lists) are interned already allocates the new list's one
+// block and nothing else (an IPv6 list also a transient classification list).
+TYPED_TEST(ListFastPathTest, AHitAllocatesNothingAMissOneBlock) {
+#ifdef VOBGP_TEST_NO_ALLOCATION_COUNT
+    GTEST_SKIP() << "allocations are not counted under ThreadSanitizer";
+#endif
+    TypeParam kind;
+    std::vector<typename TypeParam::Value> values;
+    Octets octets;
+    for (U32 i : {7u, 1u, 4u, 2u, 1u}) {
+        values.push_back(TypeParam::value(i));
+        TypeParam::wire(octets, TypeParam::value(i));
+    }
+    auto list = fast(kind, values);
+    auto const* const interned = list.ptr();
+    [[maybe_unused]] auto const parts = [](auto const& l) {
+        if constexpr (requires { l->classificationLists(); })
+            return std::vector(l->classificationLists().begin(), l->classificationLists().end());
+        else
+            return 0;
+    }(list);
+    std::size_t const before = allocations;
+    EXPECT_EQ(interned, fast(kind, values).ptr());
+    EXPECT_EQ(interned, fromOctets(kind, octets).ptr());
+    EXPECT_EQ(0u, allocations - before) << "a hit";
+    list = nullptr;  // the route lets go; the parts stay shared
+    std::size_t const miss = allocations;
+    list = fromOctets(kind, octets);
+    std::size_t expected = 1;
+    if constexpr (requires { TypeParam::missAllocations; })
+        expected = TypeParam::missAllocations;
+    EXPECT_EQ(expected, allocations - miss) << "a miss";
+    EXPECT_EQ(4u, list->comms());
+}
+
+// The most values one attribute carries: the sizes say beforehand what
+// serialize writes and whether it can; serialize of one value more stops
+// the process.
+#define VOBGP_WITH_ALL(list, call) \
+    std::apply([&](auto... all) { return (list)->call(all...); }, TypeParam::all())
+TYPED_TEST(ListFastPathTest, SizesSayBeforehandWhetherOneAttributeCarriesAList) {
+    TypeParam kind;
+    auto const [most, fitting, over] = TypeParam::most;
+    std::vector<typename TypeParam::Value> values;
+    for (U32 i = 0; i < most; ++i)
+        values.push_back(TypeParam::value(i));
+    auto const fits = fast(kind, values);
+    values.push_back(TypeParam::value(most));
+    auto const tooLong = fast(kind, values);
+    EXPECT_TRUE(VOBGP_WITH_ALL(fits, fitsOneAttribute));
+    EXPECT_FALSE(VOBGP_WITH_ALL(tooLong, fitsOneAttribute));
+    EXPECT_EQ(fitting, VOBGP_WITH_ALL(fits, serializedSize));
+    EXPECT_EQ(fitting, VOBGP_WITH_ALL(fits, serialize).size());
+    EXPECT_EQ(over, VOBGP_WITH_ALL(tooLong, serializedSize));
+    EXPECT_ASSERT_DEATH(VOBGP_WITH_ALL(tooLong, serialize), "attrSize <= 0xFFFF");
 }
 
 // A list's vector: its tail (here behind another member) holds exactly its

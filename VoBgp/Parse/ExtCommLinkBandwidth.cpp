@@ -5,8 +5,12 @@
 
 namespace Routing::Bgp {
 
+// The transitive one stays out of the link-bandwidth classification: see
+// ExtCommTransLinkBandwidth.h.
 ExtCommLinkBandwidth::ExtCommLinkBandwidth(ExtCommContent const& content)
-    : ExtCommAsNumber(extCommClassificationLinkBandwidth, content, false) {}
+    : ExtCommAsNumber(content.isTransitive() ? extCommClassificationUnSpecified
+                                             : extCommClassificationLinkBandwidth,
+                      content, false) {}
 
 ExtCommLinkBandwidth::Ptr ExtCommLinkBandwidth::ExtCommLinkBandwidthIs(
     ExtCommContent const& content) {
@@ -16,14 +20,14 @@ ExtCommLinkBandwidth::Ptr ExtCommLinkBandwidth::ExtCommLinkBandwidthIs(
 void ExtCommLinkBandwidth::formatPolicy(VoFmt::TextBuffer& out, StrepFormat format) const {
     bool asdot = format.strepFormatAsdot();
     if (format.strepFormatClassification() && format.strepFormatUI()) {
-        out.append("Link-Bandwidth-AS:");
+        out.append(isTransitive() ? "Link-Bandwidth-Trans-AS:" : "Link-Bandwidth-AS:");
         formatAsNumberToBuffer(out, asdot);
         out.append(':');
         linkBandwidth().formatTo(out, format.strepFormatLinkBwWeighted());
         return;
     }
     if (format.strepFormatClassification())
-        out.append("lbw ");
+        out.append(isTransitive() ? "lbw-trans " : "lbw ");
     formatAsNumberToBuffer(out, asdot);
     out.append(':');
     appendDefaultFloat(out, linkBandwidth().bytesPerSecond());
@@ -31,7 +35,7 @@ void ExtCommLinkBandwidth::formatPolicy(VoFmt::TextBuffer& out, StrepFormat form
 
 void ExtCommLinkBandwidth::formatDerivedType(std::ostream& os) const {
     ExtCommDerivedBuffer text;
-    text.append("<LinkBandwidth ");
+    text.append(isTransitive() ? "<TransLinkBandwidth " : "<LinkBandwidth ");
     formatAsNumberToBuffer(text, false);
     text.append(':');
     appendDefaultFloat(text, linkBandwidth().bytesPerSecond());

@@ -16,6 +16,13 @@
 // <float> is the raw value in the default stream form of a double (six
 // significant digits, exponent where shorter): 0, 1e+09, nan, inf.
 // Derived form: <LinkBandwidth 65000:1.25e+09 0x4004fde84e9502f9>.
+//
+// The same layout under the transitive type 0x00 (typed only by the opt-in
+// plug-in of ExtCommTransLinkBandwidth.h) says so in its names, so that
+// neither a reader nor a policy pattern takes one for the other:
+// Link-Bandwidth-Trans-AS:<AS>:<rate>, lbw-trans <AS>:<float>,
+// <TransLinkBandwidth ...>; the plain form is the same. It is not of
+// classification link bandwidth (see ExtCommTransLinkBandwidth.h).
 #pragma once
 
 #include "Routing/Rib/LinkBandwidth.h"
@@ -45,8 +52,11 @@ class ExtCommLinkBandwidth final : public ExtCommAsNumber {
     // The smaller bandwidth is the better one; never true against an equal
     // bandwidth or with a NaN on either side. `other` must not be null.
     bool isBetterThan(ExtComm::PtrConst const& other) const override;
-    // AS 0. (Link bandwidth only has the two-octet-AS layout.)
-    bool isLinkBandwidthWithUnspecifiedAsNumber() const override { return asNumber() == 0; }
+    // AS 0 in the link bandwidth of its classification, the non-transitive
+    // one. (Link bandwidth only has the two-octet-AS layout.)
+    bool isLinkBandwidthWithUnspecifiedAsNumber() const override {
+        return asNumber() == 0 && !isTransitive();
+    }
 
   private:
     explicit ExtCommLinkBandwidth(ExtCommContent const& content);

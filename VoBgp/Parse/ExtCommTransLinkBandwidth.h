@@ -8,11 +8,18 @@
 // float's bit pattern as a local administrator (0004-AS:65003:1290693416).
 //
 // The layout is the non-transitive one, so the value becomes an
-// ExtCommLinkBandwidth (ExtCommLinkBandwidth.h): classification link
-// bandwidth, the same texts (Link-Bandwidth-AS:65003:1 Gbps, lbw
-// 65003:1.25e+08), and the same validity and order, so link-bandwidth
-// selection and pruning treat both alike. Only the hexadecimal content of the
-// derived form tells them apart.
+// ExtCommLinkBandwidth (ExtCommLinkBandwidth.h) with the same validity and
+// order, and texts of its own (Link-Bandwidth-Trans-AS:65003:1 Gbps,
+// lbw-trans 65003:1.25e+08, <TransLinkBandwidth ...>).
+//
+// Its classification stays unspecified, as without the plug-in: the link
+// bandwidth classification holds the non-transitive value only. A list's
+// link-bandwidth bits, the linkBandwidth serialization selection and the
+// pruning to one best link bandwidth are about that one; the transitive
+// value travels with the transitive communities anyway. Filed under link
+// bandwidth it would be counted twice by serializableCommunities under
+// {transitive, linkBandwidth} (once as transitive, once as the link
+// bandwidth), and pruning could drop the one a peer must see.
 //
 // Subtype 0x04 is not a member of the fixed subtype enumeration of type 0x00,
 // so the 0x00 type rule never passes it to a sub-type rule. The plug-in lays

@@ -75,16 +75,21 @@ U32 ExtCommList::serializableCommunities(Serialization serialization) const {
     return count;
 }
 
-Kiv::String ExtCommList::serialize(Serialization serialization) const {
-    if (serializableCommunities(serialization) == 0)
-        return Kiv::String("");
-    // The header announces what is really written: an unpruned list may hold
-    // more than one link bandwidth or origin validation state, which the
-    // count above does not expect, and received data must not stop the
-    // process.
-    U32 const count = static_cast<U32>(std::count_if(
+U32 ExtCommList::serializedCommunities(Serialization serialization) const {
+    if (serialization.all())
+        return totalCommunities();
+    // Counted by the very test that serialize writes by: an unpruned list
+    // may hold several link bandwidths or origin validation states, and
+    // received data must not stop the process.
+    return static_cast<U32>(std::count_if(
         commVector_.begin(), commVector_.end(),
         [&](ExtComm::PtrConst const& comm) { return serializable(comm, serialization); }));
+}
+
+Kiv::String ExtCommList::serialize(Serialization serialization) const {
+    U32 const count = serializedCommunities(serialization);
+    if (count == 0)
+        return Kiv::String("");
     SerializePathAttribute out(extCommunity, optionalTransitive, count * 8);
     for (ExtComm::PtrConst const& comm : commVector_)
         if (serializable(comm, serialization))

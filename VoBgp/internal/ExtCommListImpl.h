@@ -25,6 +25,7 @@
 
 #include "KivStash/DedupHandle.h"
 #include "KivStash/StoreManager.h"
+#include "VoBgp/VoBgpSerialize.h"
 #include "VoBgp/internal/ExtCommClassificationList.h"
 
 namespace Routing::RouteMap {
@@ -120,9 +121,27 @@ class ExtCommList final : public KivStash::DedupHandle,
     static Serialization serialization(bool includeNonTransitive, bool includeLinkBandwidth,
                                        bool includeOriginAsValidity);
     static bool serializable(ExtComm::PtrConst const& comm, Serialization serialization);
-    // What the selection writes, counting at most one link bandwidth and one
-    // origin validation state (as a pruned list holds).
+    // The classic estimate of what the selection writes: the transitive count
+    // plus one for a link bandwidth and one for an origin validation state.
+    // It assumes at most one of each, both non-transitive. A pruned list keeps
+    // one link bandwidth but every valid origin validation state, so with
+    // originAsValidity it is short by one for each state beyond the first;
+    // unpruned lists may hold more of both. Not what to size anything by.
     U32 serializableCommunities(Serialization serialization) const;
+    // Exactly what serialize writes: the communities, and the attribute's
+    // octets (header included, 0 when nothing is selected).
+    U32 serializedCommunities(Serialization serialization) const;
+    std::size_t serializedSize(Serialization serialization) const {
+        U32 const count = serializedCommunities(serialization);
+        return count == 0 ? 0 : pathAttributeSize(std::size_t(count) * 8);
+    }
+    // Whether the selection fits one attribute (at most 8,191 communities).
+    // Received lists always do; a list merged from several peers' values
+    // (aggregation) may not, and serialize stops the process for it: ask this
+    // first.
+    bool fitsOneAttribute(Serialization serialization) const {
+        return pathAttributeValueFits(std::size_t(serializedCommunities(serialization)) * 8);
+    }
     // The EXTENDED COMMUNITIES attribute (flags 0xC0) holding exactly the
     // selected communities in list order; the empty string when none is.
     Kiv::String serialize(Serialization serialization) const;
@@ -193,6 +212,8 @@ class ExtCommList final : public KivStash::DedupHandle,
 // classification lists (a word each); a list interned from received values
 // has both arrays in its own block, the classification lists first.
 static_assert(sizeof(void*) != 8 || sizeof(ExtCommList) == 40);
+// One attribute carries 8,191 extended communities (RFC 4360) at most.
+static_assert(pathAttributeValueFits(8191 * 8) && !pathAttributeValueFits(8192 * 8));
 
 inline ExtCommList::Ptr extCommListFactory() {
     return ExtCommList::ExtCommListIs();
