@@ -237,11 +237,6 @@ TEST(ExtCommList, SerializeWritesExactlyTheSelectedCommunities) {
     EXPECT_EQ(
         extCommAttribute({lbwValue}),
         octetsOf(nonTransitiveOnly->serialize(ExtCommList::serialization(false, true, true))));
-    // An unpruned list with two link bandwidths writes both, with a header
-    // that says so.
-    auto const twoLbw = env.list({lbw(1, bw1), lbw(2, bw2)});
-    EXPECT_EQ(extCommAttribute({lbw(1, bw1), lbw(2, bw2)}),
-              octetsOf(twoLbw->serialize(ExtCommList::serialization(false, true, false))));
 }
 
 // Random lists, as received and pruned, with and without the opt-in
