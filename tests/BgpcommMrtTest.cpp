@@ -9,9 +9,11 @@ namespace {
 
 using namespace BgpcommTest;
 
-// Offsets in the clean file: peer table 0-57, RIB record 58-166 (entry 1 at
-// 80 with COMMUNITIES at 105; entry 2 at 116 with EXTENDED COMMUNITIES at
-// 141), BGP4MP record 167-262 (NLRI 10.2.0.0/24 at 259).
+// Offsets in the clean file: peer table 0-57, RIB record 58-166 (length at
+// 66; entry 1 at 80 with COMMUNITIES at 105; entry 2 at 116, its attribute
+// length at 122, EXTENDED COMMUNITIES at 141), BGP4MP record 167-262 (length
+// at 175, BGP message length at 215, UPDATE attribute length at 223, NLRI
+// 10.2.0.0/24 at 259).
 Bytes communities() {
     return attr(0xC0, 8, u32s({0xFDE80064, 0xFFFFFF01}));
 }
@@ -44,44 +46,89 @@ std::string const line3 = "10.9.0.0/16 peer 192.0.2.1 AS65001 withdrawn\n";
 std::string const line4 = "10.1.0.0/16 peer 192.0.2.1 AS65001 communities [65000:200]\n";
 std::string const line5 = "10.2.0.0/24 peer 192.0.2.1 AS65001 communities [65000:200]\n";
 
+std::string const line1Unknown = "10.0.0.0/24 peer 0.0.0.0 AS0 communities [65000:100 no-export]\n";
+std::string const line2Unknown =
+    "10.0.0.0/24 peer 0.0.0.0 AS0 large [65000:1:2] extended [Route-Target-AS:65000:100]\n";
+
+Bytes patched(Bytes file, std::size_t at, Bytes const& octets) {
+    std::copy(octets.begin(), octets.end(), file.begin() + long(at));
+    return file;
+}
+
 struct Corruption {
     char const* name;
     Bytes file;
-    std::string err;  // after "bgpcomm: x.mrt: "
+    std::string err;  // lines after "bgpcomm: x.mrt: "
     std::string out;
 };
 
+// Each check at its boundary: the last value accepted and the first refused.
 TEST(BgpcommMrt, CorruptionsAreReportedAndSkipped) {
-    Bytes clean = cleanFile();
-    Bytes truncated(clean.begin(), clean.end() - 10);
-    Bytes trailing = cat({clean, {1, 2, 3, 4, 5}});
+    Bytes const clean = cleanFile();
+    std::string const all = line1 + line2 + line3 + line4 + line5;
+    Bytes v6 = Bytes{128, 0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    Bytes shortPeers = peerTable();
+    shortPeers.pop_back();
+    --shortPeers[11];
+    Bytes noPeers = mrt(13, 1, u32s({0xC0000201, 0}));
+    auto peerIndex = [](std::string const& where, int index, int peers) {
+        return where + " of 2: peer index " + std::to_string(index) +
+               " is not in the peer table (" + std::to_string(peers) +
+               " peers); route kept under the unknown peer 0.0.0.0 AS0 (reported once per peer "
+               "index)";
+    };
     Corruption const cases[] = {
-        {"clean", clean, "", line1 + line2 + line3 + line4 + line5},
-        {"truncated last record", truncated,
-         "offset 167: MRT record length 84 but only 74 octets left; record skipped", line1 + line2},
-        {"partial header at the end", trailing,
-         "offset 263: MRT header truncated (5 of 12 octets); record skipped",
-         line1 + line2 + line3 + line4 + line5},
+        {"clean", clean, "", all},
+        {"last record one octet short", Bytes(clean.begin(), clean.end() - 1),
+         "offset 167: MRT record length 84 but only 83 octets left; record skipped", line1 + line2},
+        {"header one octet short at the end", cat({clean, Bytes(11, 1)}),
+         "offset 263: MRT header truncated (11 of 12 octets); record skipped", all},
+        {"length of any record at most", patched(clean, 175, {4, 0, 0, 0}),
+         "offset 167: MRT record length 67108864 but only 84 octets left; record skipped",
+         line1 + line2},
+        {"length one past any record", patched(clean, 175, {4, 0, 0, 1}),
+         "offset 167: MRT record length 67108865 is implausible; rest of file skipped",
+         line1 + line2},
+        {"length one over, resynchronised", patched(clean, 69, {98}),
+         "offset 58: MRT record length 98 does not end at another record; 109 octets skipped to "
+         "the next record at offset 167",
+         line3 + line4 + line5},
+        {"length one short, resynchronised", patched(clean, 69, {96}),
+         "offset 116: RIB_IPV4_UNICAST entry 2 of 2 truncated; rest of record skipped\n"
+         "offset 166: MRT record length 67108864 runs past the end of the file; 1 octets skipped "
+         "to the next record at offset 167",
+         line1 + line3 + line4 + line5},
         {"unknown MRT type", cat({peerTable(), mrt(99, 0, {1, 2, 3, 4}), theRib(), theUpdate()}),
-         "offset 58: unknown MRT type 99; record skipped", line1 + line2 + line3 + line4 + line5},
+         "offset 58: unknown MRT type 99; record skipped", all},
         {"unknown TABLE_DUMP_V2 subtype",
          cat({peerTable(), mrt(13, 7, {1, 2, 3, 4}), theRib(), theUpdate()}),
-         "offset 58: unknown TABLE_DUMP_V2 subtype 7; record skipped",
-         line1 + line2 + line3 + line4 + line5},
-        {"unknown BGP4MP subtype", cat({peerTable(), theRib(), theUpdate({16, 10, 1}, 2)}),
-         "offset 167: unknown BGP4MP subtype 2; record skipped", line1 + line2},
+         "offset 58: unknown TABLE_DUMP_V2 subtype 7; record skipped", all},
+        {"BGP4MP subtype after the last", cat({peerTable(), theRib(), theUpdate({16, 10, 1}, 12)}),
+         "offset 167: unknown BGP4MP subtype 12; record skipped", line1 + line2},
+        {"BGP4MP_ET one octet short of its microseconds", cat({clean, mrt(17, 4, {1, 2, 3})}),
+         "offset 263: BGP4MP_ET record too short for its microsecond timestamp; record skipped",
+         all},
         {"RIB before the peer table", cat({theRib(), theUpdate()}),
          "offset 0: RIB_IPV4_UNICAST record before any PEER_INDEX_TABLE; record skipped",
          line3 + line4 + line5},
-        {"peer index out of range",
-         cat({peerTable(), theRib(entry1Attrs(), entry2Attrs(), 5), theUpdate()}),
-         "offset 116: RIB_IPV4_UNICAST entry peer index 5 is not in the peer table (2 peers); "
-         "entry skipped",
-         line1 + line3 + line4 + line5},
-        {"entry count beyond the record",
+        {"peer table one octet short", cat({shortPeers, theRib(), theUpdate()}),
+         "offset 0: PEER_INDEX_TABLE truncated after 1 of 2 peers; remaining peers skipped\n" +
+             peerIndex("offset 115: RIB_IPV4_UNICAST record 2 at offset 57, entry 2", 1, 1),
+         line1 + line2Unknown + line3 + line4 + line5},
+        {"no peers", cat({noPeers, theRib(), theUpdate()}),
+         peerIndex("offset 42: RIB_IPV4_UNICAST record 2 at offset 20, entry 1", 0, 0) + "\n" +
+             peerIndex("offset 78: RIB_IPV4_UNICAST record 2 at offset 20, entry 2", 1, 0),
+         line1Unknown + line2Unknown + line3 + line4 + line5},
+        {"peer index equal to the count, in the first entry",
+         cat({peerTable(), rib({{2, entry1Attrs()}, {1, entry2Attrs()}}), theUpdate()}),
+         peerIndex("offset 80: RIB_IPV4_UNICAST record 2 at offset 58, entry 1", 2, 2),
+         line1Unknown + line2 + line3 + line4 + line5},
+        {"entry count one beyond the record",
          cat({peerTable(), theRib(entry1Attrs(), entry2Attrs(), 1, 3), theUpdate()}),
-         "offset 167: RIB_IPV4_UNICAST entry 3 of 3 truncated; rest of record skipped",
-         line1 + line2 + line3 + line4 + line5},
+         "offset 167: RIB_IPV4_UNICAST entry 3 of 3 truncated; rest of record skipped", all},
+        {"entry attributes one octet past the record", patched(clean, 123, {44}),
+         "offset 116: RIB_IPV4_UNICAST entry 2 of 2 truncated; rest of record skipped",
+         line1 + line3 + line4 + line5},
         {"COMMUNITIES length not a multiple of 4",
          cat({peerTable(),
               theRib(entry1Attrs(attr(0xC0, 8, {0xFD, 0xE8, 0, 0x64, 0xFF, 0xFF, 0xFF}))),
@@ -94,23 +141,49 @@ TEST(BgpcommMrt, CorruptionsAreReportedAndSkipped) {
          "offset 141: EXTENDED COMMUNITIES attribute length 12 is not a multiple of 8; "
          "attribute skipped",
          line1 + line2NoExt + line3 + line4 + line5},
-        {"attribute longer than the attributes",
-         cat({peerTable(), theRib(entry1Attrs(attr(0xC0, 8, u32s({1, 2}), 200))), theUpdate()}),
-         "offset 105: COMMUNITIES attribute length 200 runs past the end of the attributes (8 "
+        {"attribute one octet longer than the attributes",
+         cat({peerTable(), theRib(entry1Attrs(attr(0xC0, 8, u32s({1, 2}), 9))), theUpdate()}),
+         "offset 105: COMMUNITIES attribute length 9 runs past the end of the attributes (8 "
          "octets left); remaining attributes skipped",
          line1Bare + line2 + line3 + line4 + line5},
         {"duplicate COMMUNITIES",
          cat({peerTable(), theRib(cat({entry1Attrs(), attr(0xC0, 8, u32s({7}))})), theUpdate()}),
-         "offset 116: duplicate COMMUNITIES attribute; attribute skipped",
-         line1 + line2 + line3 + line4 + line5},
-        {"NLRI prefix too long", cat({peerTable(), theRib(), theUpdate({16, 10, 1, 33, 10, 2, 0})}),
+         "offset 116: duplicate COMMUNITIES attribute; attribute skipped", all},
+        {"BGP message one octet longer than the record", patched(clean, 216, {65}),
+         "offset 167: BGP message length 65 does not fit the record (64 octets); record skipped",
+         line1 + line2},
+        {"BGP message shorter than its header", patched(clean, 216, {18}),
+         "offset 167: BGP message length 18 does not fit the record (64 octets); record skipped",
+         line1 + line2},
+        {"UPDATE attributes one octet past the message", patched(clean, 224, {39}),
+         "offset 167: UPDATE path attributes run past the message; record skipped", line1 + line2},
+        {"NLRI prefix as long as IPv4's",
+         cat({peerTable(), theRib(), theUpdate({32, 10, 2, 0, 1})}), "",
+         line1 + line2 + line3 + "10.2.0.1/32 peer 192.0.2.1 AS65001 communities [65000:200]\n"},
+        {"NLRI prefix one longer than IPv4's",
+         cat({peerTable(), theRib(), theUpdate({16, 10, 1, 33, 10, 2, 0, 1, 0})}),
          "offset 259: NLRI prefix length 33 too long for IPv4; remaining prefixes skipped",
          line1 + line2 + line3 + line4},
+        {"NLRI prefix one octet short",
+         cat({peerTable(), theRib(), theUpdate({16, 10, 1, 17, 10, 2})}),
+         "offset 259: NLRI prefix truncated; remaining prefixes skipped",
+         line1 + line2 + line3 + line4},
+        {"RIB prefix as long as IPv6's", cat({clean, rib({{0, entry1Attrs()}}, -1, 4, v6)}), "",
+         all + "2001:db8::1/128 peer 192.0.2.1 AS65001 communities [65000:100 no-export]\n"},
+        {"RIB prefix one longer than IPv6's",
+         cat({clean, rib({{0, entry1Attrs()}}, -1, 4, patched(v6, 0, {129}))}),
+         "offset 263: RIB_IPV6_UNICAST prefix length 129 too long for IPv6; record skipped", all},
     };
     for (Corruption const& c : cases) {
         SCOPED_TRACE(c.name);
         Result result = run(textOptions(), c.file);
-        EXPECT_EQ(result.err, c.err.empty() ? "" : "bgpcomm: x.mrt: " + c.err + "\n");
+        std::string err;
+        for (std::size_t at = 0; at < c.err.size();) {
+            std::size_t end = std::min(c.err.find('\n', at), c.err.size());
+            err += "bgpcomm: x.mrt: " + c.err.substr(at, end - at) + "\n";
+            at = end + 1;
+        }
+        EXPECT_EQ(result.err, err);
         EXPECT_EQ(result.out, c.out);
         EXPECT_EQ(result.status, c.err.empty() ? 0 : 1);
     }

@@ -76,11 +76,11 @@ struct RibEntry {
     U16 peerIndex;
     Bytes attrs;
 };
-// RIB_IPV4_UNICAST (or `subtype`) of 10.0.0.0/24; `count` overrides the
-// entry count written.
-inline Bytes rib(std::vector<RibEntry> const& entries, int count = -1, U16 subtype = 2) {
-    Bytes body = u32s({0});
-    body.insert(body.end(), {24, 10, 0, 0});
+// RIB_IPV4_UNICAST (or `subtype`) of 10.0.0.0/24 (or `prefix`: length
+// octet and address octets); `count` overrides the entry count written.
+inline Bytes rib(std::vector<RibEntry> const& entries, int count = -1, U16 subtype = 2,
+                 Bytes const& prefix = {24, 10, 0, 0}) {
+    Bytes body = cat({u32s({0}), prefix});
     put(body, count < 0 ? entries.size() : unsigned(count), 2);
     for (RibEntry const& entry : entries) {
         put(body, entry.peerIndex, 2);

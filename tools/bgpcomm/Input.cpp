@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -193,6 +194,26 @@ class Bzip2Source final : public ByteSource {
 };
 
 }  // namespace
+
+std::size_t Lookahead::fill(std::size_t n) {
+    // Read in steps of this size: a damaged length asking for megabytes of a
+    // short stream grows the buffer only by what arrives.
+    constexpr std::size_t step = 256u << 10;
+    while (avail() < n && !ended_) {
+        if (start_ != 0) {
+            std::memmove(buffer_.data(), data(), avail());
+            end_ -= start_;
+            start_ = 0;
+        }
+        std::size_t const want = std::max(step, std::min(n - avail(), step * 16));
+        if (buffer_.size() < end_ + want)
+            buffer_.resize(end_ + want);
+        std::size_t const got = source_.read(buffer_.data() + end_, want);
+        end_ += got;
+        ended_ = got < want;
+    }
+    return avail();
+}
 
 std::unique_ptr<ByteSource> openSource(std::unique_ptr<RawInput> raw, Compression* detected) {
     raw->fill();

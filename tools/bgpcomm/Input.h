@@ -7,7 +7,9 @@
 // and says what broke otherwise ("corrupt gzip stream: invalid block type").
 // Concatenated gzip members and bzip2 streams are read as one stream, as
 // gzip -d and bzip2 -d do. consumed()/total() count octets of the underlying
-// file (compressed ones), for a progress display.
+// file (compressed ones), for a progress display. Lookahead keeps what was
+// read ahead of the reader's position, for a reader that must look past the
+// record in hand.
 #pragma once
 
 #include <cstddef>
@@ -70,6 +72,42 @@ class ByteSource {
   protected:
     std::unique_ptr<RawInput> raw_;
     std::string error_;
+};
+
+// A window over a ByteSource: octets read ahead stay available until
+// consumed, so the MRT framer can check the header after a record and scan
+// forward after a damaged one, on compressed streams too. It holds what the
+// caller asks to see (from the current position), not the whole stream, and
+// grows only as octets really arrive: asking for more than the stream has
+// costs memory for what it has.
+class Lookahead {
+  public:
+    explicit Lookahead(ByteSource& source) : source_(source) {}
+
+    // Makes `n` octets available from data() unless the stream ends or
+    // breaks first; returns how many are available (fewer than `n` only at
+    // the end).
+    std::size_t ensure(std::size_t n) { return avail() >= n ? avail() : fill(n); }
+    U8 const* data() const { return buffer_.data() + start_; }
+    std::size_t avail() const { return end_ - start_; }
+    void consume(std::size_t n) {
+        start_ += n;
+        offset_ += n;
+    }
+    // Stream offset of data()[0].
+    U64 offset() const { return offset_; }
+    // Empty when the stream ended cleanly (after ensure() came up short).
+    std::string const& error() const { return source_.error(); }
+
+  private:
+    std::size_t fill(std::size_t n);
+
+    ByteSource& source_;
+    std::vector<U8> buffer_;
+    std::size_t start_ = 0;
+    std::size_t end_ = 0;
+    U64 offset_ = 0;
+    bool ended_ = false;
 };
 
 // Looks at the first octets of `raw` (1f 8b: gzip; "BZh": bzip2; anything

@@ -7,25 +7,6 @@ namespace Bgpcomm {
 
 namespace {
 
-constexpr std::size_t mrtHeaderSize = 12;
-// No real record comes near this; a larger length means a broken header,
-// after which the stream cannot be followed.
-constexpr U32 maxRecordLength = 64u << 20;
-constexpr std::size_t bodyChunk = 64u << 10;
-
-// TABLE_DUMP_V2 subtypes (RFC 6396 section 4.3, RFC 8050 section 4).
-constexpr U16 td2PeerIndexTable = 1;
-constexpr U16 td2RibIpv4Unicast = 2;
-constexpr U16 td2RibIpv4Multicast = 3;
-constexpr U16 td2RibIpv6Unicast = 4;
-constexpr U16 td2RibIpv6Multicast = 5;
-constexpr U16 td2RibGeneric = 6;
-constexpr U16 td2RibIpv4UnicastAddPath = 8;
-constexpr U16 td2RibIpv4MulticastAddPath = 9;
-constexpr U16 td2RibIpv6UnicastAddPath = 10;
-constexpr U16 td2RibIpv6MulticastAddPath = 11;
-constexpr U16 td2RibGenericAddPath = 12;
-
 char const* td2SubtypeName(U16 subtype) {
     static char const* const names[] = {
         "",
@@ -45,18 +26,6 @@ char const* td2SubtypeName(U16 subtype) {
     return subtype < std::size(names) ? names[subtype] : "";
 }
 
-// BGP4MP subtypes (RFC 6396 section 4.4, RFC 8050 section 3).
-constexpr U16 bgp4mpStateChange = 0;
-constexpr U16 bgp4mpMessage = 1;
-constexpr U16 bgp4mpMessageAs4 = 4;
-constexpr U16 bgp4mpStateChangeAs4 = 5;
-constexpr U16 bgp4mpMessageLocal = 6;
-constexpr U16 bgp4mpMessageAs4Local = 7;
-constexpr U16 bgp4mpMessageAddPath = 8;
-constexpr U16 bgp4mpMessageAs4AddPath = 9;
-constexpr U16 bgp4mpMessageLocalAddPath = 10;
-constexpr U16 bgp4mpMessageAs4LocalAddPath = 11;
-
 // BGP message (RFC 4271 section 4.1): 16-octet marker, length, type.
 constexpr std::size_t bgpHeaderSize = 19;
 constexpr U8 bgpTypeUpdate = 2;
@@ -70,63 +39,21 @@ bool readAddress(Cursor& in, Afi afi, IpAddress* out) {
 }  // namespace
 
 void MrtReader::run() {
-    U8 header[mrtHeaderSize];
-    for (;;) {
-        U64 const at = offset_;
-        std::size_t got = source_.read(header, mrtHeaderSize);
-        offset_ += got;
-        if (got < mrtHeaderSize) {
-            if (!source_.error().empty())
-                diag_.at(offset_, source_.error() + "; rest of file skipped");
-            else if (got != 0)
-                diag_.at(at, "MRT header truncated (" + std::to_string(got) +
-                                 " of 12 octets); record skipped");
-            return;
-        }
-        Cursor head(header, mrtHeaderSize, at);
-        U32 timestamp = 0, length = 0;
-        U16 type = 0, subtype = 0;
-        head.u32(&timestamp);
-        head.u16(&type);
-        head.u16(&subtype);
-        head.u32(&length);
-        if (length > maxRecordLength) {
-            diag_.at(at, "MRT record length " + std::to_string(length) +
-                             " is implausible; rest of file skipped");
-            return;
-        }
-        // Grown as the octets arrive: a damaged length claiming up to the
-        // limit costs memory for the octets the stream really has, not for
-        // the length.
-        body_.clear();
-        for (got = 0; got < length;) {
-            std::size_t const chunk = std::min<std::size_t>(length - got, bodyChunk);
-            body_.resize(got + chunk);
-            std::size_t const n = source_.read(body_.data() + got, chunk);
-            got += n;
-            if (n < chunk)
-                break;
-        }
-        offset_ += got;
-        if (got < length) {
-            if (!source_.error().empty())
-                diag_.at(offset_, source_.error() + "; rest of file skipped");
-            else
-                diag_.at(at, "MRT record length " + std::to_string(length) + " but only " +
-                                 std::to_string(got) + " octets left; record skipped");
-            return;
-        }
+    MrtHeader header;
+    Cursor body;
+    while (framer_.next(&header, &body)) {
         ++records_;
-        record(timestamp, type, subtype, Cursor(body_.data(), length, at + mrtHeaderSize));
+        record(header, body);
         if (progress_ && records_ % progressEvery_ == 0)
             progress_();
     }
 }
 
-void MrtReader::record(U32 timestamp, U16 type, U16 subtype, Cursor body) {
+void MrtReader::record(MrtHeader const& header, Cursor body) {
+    U16 const type = header.type, subtype = header.subtype;
     batch_ = RouteBatch{};
     batch_.mrtType = type;
-    batch_.timestamp = timestamp;
+    batch_.timestamp = header.timestamp;
     batch_.recordOffset = body.offset() - mrtHeaderSize;
     U64 const at = batch_.recordOffset;
     if (type == mrtTableDumpV2) {
@@ -194,6 +121,7 @@ void MrtReader::peerIndexTable(Cursor body) {
     }
     peers_.clear();
     havePeerTable_ = true;
+    unknownReported_.assign(0x10000, false);
     for (unsigned i = 0; i < count; ++i) {
         // Peer type bits (RFC 6396 section 4.3.1): 0x01 IPv6 address, 0x02 four-octet AS.
         U8 peerType = 0;
@@ -279,13 +207,22 @@ void MrtReader::ribEntries(Cursor& body, Nlri const& nlri, bool addPath, char co
                              std::to_string(count) + " truncated; rest of record skipped");
             return;
         }
-        if (peerIndex >= peers_.size()) {
-            diag_.at(at, std::string(what) + " entry peer index " + std::to_string(peerIndex) +
-                             " is not in the peer table (" + std::to_string(peers_.size()) +
-                             " peers); entry skipped");
-            continue;
+        if (peerIndex < peers_.size()) {
+            batch_.peer = peers_[peerIndex];
+        } else {
+            batch_.peer = Peer{IpAddress{}, 0, false};
+            // Once per index: gobgpd writes one such entry per route it originates.
+            if (!unknownReported_[peerIndex]) {
+                unknownReported_[peerIndex] = true;
+                diag_.at(at, std::string(what) + " record " + std::to_string(records_) +
+                                 " at offset " + std::to_string(batch_.recordOffset) + ", entry " +
+                                 std::to_string(i + 1) + " of " + std::to_string(count) +
+                                 ": peer index " + std::to_string(peerIndex) +
+                                 " is not in the peer table (" + std::to_string(peers_.size()) +
+                                 " peers); route kept under the unknown peer 0.0.0.0 AS0 "
+                                 "(reported once per peer index)");
+            }
         }
-        batch_.peer = peers_[peerIndex];
         walkAttributes(attrs, AttrContext::ribEntry, true, diag_, &attrs_);
         batch_.attrs = &attrs_;
         batch_.nlri = &nlri_;

@@ -8,10 +8,14 @@
 // MP_REACH_NLRI and MP_UNREACH_NLRI). State changes and other BGP messages are
 // passed over silently.
 //
-// Contract: a record that cannot be read (unknown type or subtype, truncated,
-// a peer index out of range) is reported through Diag and skipped; the batches
-// already delivered stand, and the next record is read. A RIB record keeps
-// the entries before a broken one. A broken stream (truncated file, corrupt
+// Contract: a record that cannot be read (unknown type or subtype, truncated)
+// is reported through Diag and skipped; the batches already delivered stand,
+// and the next record is read. Records are framed by MrtFramer, which finds
+// the records again after a damaged length. A RIB record keeps the entries
+// before a broken one, and every entry beside one it refuses. An entry
+// whose peer index is not in the peer table keeps its route under the
+// unknown peer (0.0.0.0, AS 0, `known` false): gobgpd writes such entries
+// for the routes it originates. A broken stream (truncated file, corrupt
 // compression) ends the file with one message. The batch and what it points
 // to are valid during the sink call only.
 #pragma once
@@ -22,20 +26,18 @@
 #include "bgpcomm/Attrs.h"
 #include "bgpcomm/Diag.h"
 #include "bgpcomm/Input.h"
+#include "bgpcomm/MrtFrame.h"
 #include "bgpcomm/Wire.h"
 
 namespace Bgpcomm {
-
-// MRT types (RFC 6396 section 4).
-inline constexpr U16 mrtTableDumpV2 = 13;
-inline constexpr U16 mrtBgp4mp = 16;
-inline constexpr U16 mrtBgp4mpEt = 17;
 
 enum class RouteKind : U8 { rib, announce, withdraw };
 
 struct Peer {
     IpAddress ip;
     U32 asn = 0;
+    // False for an entry whose peer index is not in the peer table.
+    bool known = true;
 };
 
 struct Nlri {
@@ -62,7 +64,7 @@ class MrtReader {
     using Sink = std::function<void(RouteBatch const&)>;
 
     MrtReader(ByteSource& source, Diag& diag, Sink sink)
-        : source_(source), diag_(diag), sink_(std::move(sink)) {}
+        : framer_(source, diag), diag_(diag), sink_(std::move(sink)) {}
 
     // Called every `every` records (progress display).
     void progressIs(std::function<void()> progress, U64 every) {
@@ -74,10 +76,10 @@ class MrtReader {
     void run();
 
     U64 records() const { return records_; }
-    U64 offset() const { return offset_; }
+    U64 offset() const { return framer_.offset(); }
 
   private:
-    void record(U32 timestamp, U16 type, U16 subtype, Cursor body);
+    void record(MrtHeader const& header, Cursor body);
     void peerIndexTable(Cursor body);
     void ribAfi(Cursor body, U16 subtype, Afi afi, bool addPath);
     void ribGeneric(Cursor body, bool addPath);
@@ -88,21 +90,21 @@ class MrtReader {
     // false (reported) when one is malformed.
     bool readNlri(Cursor in, Afi afi, bool addPath, std::vector<Nlri>* out, char const* what);
 
-    ByteSource& source_;
+    MrtFramer framer_;
     Diag& diag_;
     Sink sink_;
     std::function<void()> progress_;
     U64 progressEvery_ = 0;
 
-    std::vector<U8> body_;
     std::vector<Peer> peers_;
     bool havePeerTable_ = false;
+    // Peer indexes out of range already reported since the peer table.
+    std::vector<bool> unknownReported_;
     RouteBatch batch_;
     PathAttrs attrs_;
     std::vector<Nlri> nlri_;
     std::vector<Nlri> withdrawn_;
     U64 records_ = 0;
-    U64 offset_ = 0;
 };
 
 }  // namespace Bgpcomm
