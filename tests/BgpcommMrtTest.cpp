@@ -189,6 +189,64 @@ TEST(BgpcommMrt, CorruptionsAreReportedAndSkipped) {
     }
 }
 
+// A dump of a few dozen records (RIB records of two entries, UPDATEs
+// between them) with the length of record k damaged, for every k: the reader
+// finds the records after it again and keeps all their routes; of record k
+// at most the entries before a cut. The same through gzip and bzip2.
+TEST(BgpcommMrt, DamagedLengthCostsOnlyItsRecord) {
+    std::vector<Bytes> records{peerTable()};
+    for (U8 i = 1; i < 36; ++i) {
+        Bytes prefix{24, 10, i, 0};
+        records.push_back(i % 3 == 0
+                              ? update({}, entry1Attrs(), prefix)
+                              : rib({{0, entry1Attrs()}, {1, entry2Attrs()}}, -1, 2, prefix));
+    }
+    std::vector<std::string> alone(records.size());
+    for (std::size_t k = 1; k < records.size(); ++k)
+        alone[k] = run(textOptions(), cat({records[0], records[k]})).out;
+    U32 (*const damages[])
+    (U32) = {
+        [](U32 n) { return n + 1; },     [](U32 n) { return n - 1; },
+        [](U32) { return 0u; },          [](U32 n) { return n * 3; },
+        [](U32) { return 0x00FFFFFFu; }, [](U32) { return 0xFFFFFFFFu; },
+    };
+    for (std::size_t k = 1; k < records.size(); ++k) {
+        for (auto damage : damages) {
+            std::string before, after;
+            Bytes file;
+            for (std::size_t j = 0; j < records.size(); ++j) {
+                Bytes record = records[j];
+                if (j == k) {
+                    U32 length = damage(U32(record.size() - 12));
+                    record =
+                        patched(record, 8,
+                                {U8(length >> 24), U8(length >> 16), U8(length >> 8), U8(length)});
+                }
+                file = cat({file, record});
+                (j < k ? before : after) += j == k ? "" : alone[j];
+            }
+            SCOPED_TRACE("record " + std::to_string(k) + " length " +
+                         std::to_string(damage(U32(records[k].size() - 12))));
+            Result result = run(textOptions(), file);
+            EXPECT_NE(result.err, "");
+            std::string const& out = result.out;
+            ASSERT_GE(out.size(), before.size() + after.size()) << result.err;
+            EXPECT_EQ(out.substr(0, before.size()), before);
+            EXPECT_EQ(out.substr(out.size() - after.size()), after);
+            std::string middle =
+                out.substr(before.size(), out.size() - before.size() - after.size());
+            EXPECT_EQ(alone[k].substr(0, middle.size()), middle);
+            if (k % 8 == 0) {
+                for (Bytes const& packed : {gzipped(file), bzipped(file)}) {
+                    Result unpacked = run(textOptions(), packed);
+                    EXPECT_EQ(unpacked.out, result.out);
+                    EXPECT_EQ(unpacked.err, result.err);
+                }
+            }
+        }
+    }
+}
+
 // One UPDATE of every part the JSON output has: ADDPATH path identifiers,
 // IPv6 prefixes in MP_REACH_NLRI, communities as received (unsorted, with a
 // duplicate) beside their interned text (extended ones ascending by value),

@@ -22,13 +22,15 @@ Bytes entry(U16 peer, Bytes const& attrs, int pathId = -1) {
     return cat({out, attrs});
 }
 
-// Two-octet AS numbers: BGP4MP_ET MESSAGE (RFC 6396 section 4.5) from
-// 192.0.2.1 AS65001, a microsecond timestamp first, then `message` (an
-// UPDATE body) or another BGP message type.
-Bytes etMessage(Bytes const& message, U8 bgpType = 2, U16 subtype = 1) {
-    Bytes body = u32s({123456});
-    put(body, 65001, 2);
-    put(body, 65000, 2);
+// BGP4MP (type 16) or BGP4MP_ET (17: a microsecond timestamp first, RFC 6396
+// section 3) of `subtype` from 192.0.2.1 AS65001, carrying `message` (an
+// UPDATE body) or another BGP message type; four-octet AS numbers for the
+// AS4 subtypes (4, 7, 9, 11).
+Bytes bgp4mp(U16 type, U16 subtype, Bytes const& message, U8 bgpType = 2) {
+    unsigned const asSize = subtype == 4 || subtype == 7 || subtype == 9 || subtype == 11 ? 4 : 2;
+    Bytes body = type == 17 ? u32s({123456}) : Bytes{};
+    put(body, 65001, asSize);
+    put(body, 65000, asSize);
     put(body, 0, 2);
     put(body, 1, 2);
     put(body, 0xC0000201, 4);
@@ -36,7 +38,7 @@ Bytes etMessage(Bytes const& message, U8 bgpType = 2, U16 subtype = 1) {
     body.insert(body.end(), 16, 0xFF);
     put(body, message.size() + 19, 2);
     body.push_back(bgpType);
-    return mrt(17, subtype, cat({body, message}));
+    return mrt(type, subtype, cat({body, message}));
 }
 
 Result psv(Bytes const& file) {
@@ -74,6 +76,58 @@ TEST(BgpcommRecords, Ipv6AddPathAndGenericRib) {
                               ": RIB_GENERIC AFI 25 SAFI 70 not supported; record skipped\n");
 }
 
+// Every ADDPATH subtype (RFC 8050): the path identifier is read where it
+// stands (in a RIB entry after the originated time; before each prefix of
+// an UPDATE) and the prefix or attributes after it parse.
+TEST(BgpcommRecords, AddPathSubtypesReadPathIds) {
+    Bytes const attrs = cat({origin(), attr(0xC0, 8, u32s({0xFDE80064}))});
+    Bytes const v4{24, 10, 0, 0}, v6{32, 0x20, 0x01, 0x0d, 0xb8};
+    std::string const comm = " communities [65000:100]\n";
+    auto ribRecord = [&](U16 subtype, Bytes const& prefix) {
+        return mrt(13, subtype, cat({u32s({0}), prefix, {0, 1}, entry(1, attrs, 0x01020304)}));
+    };
+    std::string const ribLine = " peer 2001:db8::2 AS65002 path-id 16909060" + comm;
+    struct Case {
+        Bytes record;
+        std::string out;
+    } cases[] = {
+        {ribRecord(8, v4), "10.0.0.0/24" + ribLine},
+        {ribRecord(9, v4), "10.0.0.0/24" + ribLine},
+        {ribRecord(10, v6), "2001:db8::/32" + ribLine},
+        {ribRecord(11, v6), "2001:db8::/32" + ribLine},
+        {ribRecord(12, cat({{0, 1, 1}, v4})), "10.0.0.0/24" + ribLine},
+    };
+    // Withdrawn 10.9.0.0/16 path 9; announced 10.1.0.0/16 path 7 and
+    // 10.2.0.0/24 path 0x01020304.
+    Bytes update{0, 7};
+    update = cat({update,
+                  u32s({9}),
+                  {16, 10, 9, 0, U8(attrs.size())},
+                  attrs,
+                  u32s({7}),
+                  {16, 10, 1},
+                  u32s({0x01020304}),
+                  {24, 10, 2, 0}});
+    std::string const updateLines =
+        "10.9.0.0/16 peer 192.0.2.1 AS65001 path-id 9 withdrawn\n"
+        "10.1.0.0/16 peer 192.0.2.1 AS65001 path-id 7" +
+        comm + "10.2.0.0/24 peer 192.0.2.1 AS65001 path-id 16909060" + comm;
+    for (U16 subtype : {8, 9, 10, 11}) {
+        SCOPED_TRACE(subtype);
+        for (U16 type : {16, 17}) {
+            Result result = run(textOptions(), bgp4mp(type, subtype, update));
+            EXPECT_EQ(result.err, "");
+            EXPECT_EQ(result.out, updateLines);
+        }
+    }
+    for (Case const& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        Result result = run(textOptions(), cat({peerTable(), c.record}));
+        EXPECT_EQ(result.err, "");
+        EXPECT_EQ(result.out, c.out);
+    }
+}
+
 TEST(BgpcommRecords, ExtendedTimestampTwoOctetAsAndIpv6Withdrawal) {
     // AS_PATH 65001 23456 23456 (two octets each) and AS4_PATH
     // 4200000001 4200000002: the last two are replaced (RFC 6793).
@@ -87,9 +141,9 @@ TEST(BgpcommRecords, ExtendedTimestampTwoOctetAsAndIpv6Withdrawal) {
     put(update, 0, 2);
     put(update, attrs.size(), 2);
     update = cat({update, attrs, {16, 10, 5}});
-    Bytes keepalive = etMessage({}, 4);
+    Bytes keepalive = bgp4mp(17, 1, {}, 4);
     Bytes stateChange = mrt(16, 0, u32s({0, 0, 0, 0, 0}));
-    Result result = psv(cat({etMessage(update), keepalive, stateChange}));
+    Result result = psv(cat({bgp4mp(17, 1, update), keepalive, stateChange}));
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(result.out, header +
                               "BGP4MP_ET|1700000000|W|192.0.2.1|65001|2001:db8::/32||||||||\n"

@@ -2,6 +2,9 @@
 // tests.
 #pragma once
 
+#include <bzlib.h>
+#include <zlib.h>
+
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -111,6 +114,30 @@ inline Bytes update(Bytes const& withdrawn, Bytes const& attrs, Bytes const& nlr
     body.push_back(2);
     body.insert(body.end(), message.begin(), message.end());
     return mrt(16, subtype, body);
+}
+
+// gzip (RFC 1952) and bzip2 streams of `data`.
+inline Bytes gzipped(Bytes const& data) {
+    z_stream z{};
+    deflateInit2(&z, 6, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY);
+    Bytes out(deflateBound(&z, uLong(data.size())));
+    z.next_in = const_cast<U8*>(data.data());
+    z.avail_in = uInt(data.size());
+    z.next_out = out.data();
+    z.avail_out = uInt(out.size());
+    deflate(&z, Z_FINISH);
+    out.resize(z.total_out);
+    deflateEnd(&z);
+    return out;
+}
+inline Bytes bzipped(Bytes const& data) {
+    Bytes out(data.size() + data.size() / 100 + 600);
+    auto size = unsigned(out.size());
+    BZ2_bzBuffToBuffCompress(reinterpret_cast<char*>(out.data()), &size,
+                             const_cast<char*>(reinterpret_cast<char const*>(data.data())),
+                             unsigned(data.size()), 1, 0, 0);
+    out.resize(size);
+    return out;
 }
 
 // The run's route lines and its messages.

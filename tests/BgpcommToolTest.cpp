@@ -163,6 +163,7 @@ TEST(BgpcommTool, CompressedFilesReadLikePlainOnes) {
     options.standardLists = 3000;
     options.extendedLists = 1000;
     std::string plainText;
+    Bytes plain;
     for (auto [name, compression] : {std::pair{"plain.mrt", Bgpcomm::Compression::none},
                                      std::pair{"x.gz", Bgpcomm::Compression::gzip},
                                      std::pair{"x.bz2", Bgpcomm::Compression::bzip2}}) {
@@ -178,6 +179,7 @@ TEST(BgpcommTool, CompressedFilesReadLikePlainOnes) {
         EXPECT_EQ(whole.err, "");
         if (compression == Bgpcomm::Compression::none) {
             plainText = whole.out;
+            plain = data;
             continue;
         }
         EXPECT_EQ(whole.out, plainText);
@@ -196,6 +198,23 @@ TEST(BgpcommTool, CompressedFilesReadLikePlainOnes) {
         EXPECT_EQ(half.out.empty(), compression == Bgpcomm::Compression::bzip2);
         EXPECT_EQ(plainText.rfind(half.out, 0), 0u);
         EXPECT_EQ(half.status, 1);
+        // A damaged length in the records around the first 256 KiB the reader
+        // buffers: the search for the next record reads on, and costs that
+        // record only.
+        for (std::size_t at = 0, next = 0; at < 262144; at = next) {
+            next =
+                at + 12 + (std::size_t(plain[at + 9]) << 16 | plain[at + 10] << 8 | plain[at + 11]);
+            if (next + 12 <= 262144)
+                continue;
+            Bytes damaged = plain, removed = plain;
+            damaged[at + 9] = 0xFF;
+            removed.erase(removed.begin() + long(at), removed.begin() + long(next));
+            Result result =
+                run(textOptions(),
+                    compression == Bgpcomm::Compression::gzip ? gzipped(damaged) : bzipped(damaged),
+                    "f");
+            EXPECT_EQ(result.out, run(textOptions(), removed, "f").out);
+        }
     }
 }
 

@@ -97,6 +97,7 @@ bool MrtFramer::next(MrtHeader* header, Cursor* body) {
         std::size_t const end = mrtHeaderSize + std::size_t(h.length);
         std::string why, lost;
         std::size_t resume = none;
+        bool const known = plausible(0, nullptr);
         if (h.length > maxRecordLength) {
             why = " is implausible";
         } else if ((got = in_.ensure(end + mrtHeaderSize)) < end) {
@@ -109,14 +110,17 @@ bool MrtFramer::next(MrtHeader* header, Cursor* body) {
             lost =
                 " but only " + std::to_string(got - mrtHeaderSize) + " octets left; record skipped";
         } else if (got < end + mrtHeaderSize || plausible(end, nullptr) ||
-                   (resume = search(1, end, false)) == none) {
-            // Taken at its length: it ends at the stream's end, at another
-            // header, or at least no record starts inside it.
+                   (known && (resume = search(1, end, false)) == none)) {
+            // Taken at its length: it ends at the stream's end or at another
+            // header, or it is a record of a kind this tool reads and no
+            // record starts inside it.
             *header = h;
             *body = Cursor(in_.data() + mrtHeaderSize, h.length, at + mrtHeaderSize);
             pending_ = end;
-            haveTimestamp_ = true;
-            lastTimestamp_ = h.timestamp;
+            if (known) {
+                haveTimestamp_ = true;
+                lastTimestamp_ = h.timestamp;
+            }
             return true;
         } else {
             why = " does not end at another record";
