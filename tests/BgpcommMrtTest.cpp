@@ -71,6 +71,15 @@ TEST(BgpcommMrt, CorruptionsAreReportedAndSkipped) {
     shortPeers.pop_back();
     --shortPeers[11];
     Bytes noPeers = mrt(13, 1, u32s({0xC0000201, 0}));
+    Bytes const unknown = mrt(99, 0, {1, 2, 3, 4}, 0), longRib = patched(theRib(), 11, {98});
+    // Inside a RIB record: a header near in time but followed by none, then
+    // two headers of another time.
+    Bytes fakesRib = theRib(cat({entry1Attrs(), attr(0xC0, 99,
+                                                     cat({mrt(13, 2, {}),
+                                                          {0xFF, 0xFF, 0xFF, 0xFF},
+                                                          mrt(13, 2, {}, 0),
+                                                          mrt(13, 2, {}, 0)}))}));
+    ++fakesRib[11];
     auto peerIndex = [](std::string const& where, int index, int peers) {
         return where + " of 2: peer index " + std::to_string(index) +
                " is not in the peer table (" + std::to_string(peers) +
@@ -98,6 +107,19 @@ TEST(BgpcommMrt, CorruptionsAreReportedAndSkipped) {
          "offset 166: MRT record length 67108864 runs past the end of the file; 1 octets skipped "
          "to the next record at offset 167",
          line1 + line3 + line4 + line5},
+        {"unknown type not followed by a record", cat({peerTable(), unknown, {0xEE}, theRib()}),
+         "offset 58: MRT record length 4 does not end at another record; 17 octets skipped to the "
+         "next record at offset 75",
+         line1 + line2},
+        {"damaged length after an unknown type of another time",
+         cat({peerTable(), unknown, longRib, theUpdate()}),
+         "offset 58: unknown MRT type 99; record skipped\noffset 74: MRT record length 98 does not "
+         "end at another record; 109 octets skipped to the next record at offset 183",
+         line3 + line4 + line5},
+        {"damaged length over header-like octets", cat({peerTable(), fakesRib, theUpdate()}),
+         "offset 58: MRT record length 141 does not end at another record; 152 octets skipped to "
+         "the next record at offset 210",
+         line3 + line4 + line5},
         {"unknown MRT type", cat({peerTable(), mrt(99, 0, {1, 2, 3, 4}), theRib(), theUpdate()}),
          "offset 58: unknown MRT type 99; record skipped", all},
         {"unknown TABLE_DUMP_V2 subtype",
@@ -204,7 +226,7 @@ TEST(BgpcommMrt, DamagedLengthCostsOnlyItsRecord) {
     std::vector<std::string> alone(records.size());
     for (std::size_t k = 1; k < records.size(); ++k)
         alone[k] = run(textOptions(), cat({records[0], records[k]})).out;
-    U32 (*const damages[])
+    U32(*const damages[])
     (U32) = {
         [](U32 n) { return n + 1; },     [](U32 n) { return n - 1; },
         [](U32) { return 0u; },          [](U32 n) { return n * 3; },

@@ -3,17 +3,19 @@
 // after a header whose length is damaged.
 //
 // A record is taken at its length when the header its length leads to looks
-// like an MRT header (a type and subtype this tool reads, a length that type
-// can have), or when the stream ends there or within 12 octets. Otherwise
-// the length is suspect, and the framer looks for the next plausible header
-// inside the octets the record claims: one of a type and subtype this tool
-// reads, a length that type can have and that the stream holds, a timestamp
-// within a day of the last record framed, and followed by another plausible
-// header (or the end of the stream). Found: the octets before it are
-// skipped, with one message saying how many and where the records resume.
-// Not found: the record is taken at its length (the damage, if any, is
-// further on). A length that exceeds the stream or any real record is
-// searched past in the same way, to the end of the stream if need be.
+// like an MRT header (a type and subtype this tool reads, a length that kind
+// of record can have), or when the stream ends there or within 12 octets.
+// Otherwise the length is suspect, and the framer looks for the next
+// plausible header from the damaged one on: a type and subtype this tool
+// reads, a length that kind can have and that the stream holds, a timestamp
+// within a day of the last good record, and followed by another plausible
+// header (or the end of the stream). A candidate inside the octets the
+// damaged record claims wins: the octets before it are skipped, with one
+// message saying how many and where the records resume. Without one, a
+// header of a kind this tool reads is taken at its length (the damage, if
+// any, is further on); any other header, and a length beyond the stream or
+// any real record, is searched past to the next plausible header, to the end
+// of the stream if need be.
 //
 // Contract: a clean stream is framed exactly at its lengths; every octet
 // skipped is reported through Diag (file and offset); a broken stream
