@@ -41,7 +41,6 @@ std::string const line1Bare = "10.0.0.0/24 peer 192.0.2.1 AS65001\n";
 std::string const line2 =
     "10.0.0.0/24 peer 2001:db8::2 AS65002 large [65000:1:2] extended "
     "[Route-Target-AS:65000:100]\n";
-std::string const line2NoExt = "10.0.0.0/24 peer 2001:db8::2 AS65002 large [65000:1:2]\n";
 std::string const line3 = "10.9.0.0/16 peer 192.0.2.1 AS65001 withdrawn\n";
 std::string const line4 = "10.1.0.0/16 peer 192.0.2.1 AS65001 communities [65000:200]\n";
 std::string const line5 = "10.2.0.0/24 peer 192.0.2.1 AS65001 communities [65000:200]\n";
@@ -120,8 +119,6 @@ TEST(BgpcommMrt, CorruptionsAreReportedAndSkipped) {
          "offset 58: MRT record length 141 does not end at another record; 152 octets skipped to "
          "the next record at offset 210",
          line3 + line4 + line5},
-        {"unknown MRT type", cat({peerTable(), mrt(99, 0, {1, 2, 3, 4}), theRib(), theUpdate()}),
-         "offset 58: unknown MRT type 99; record skipped", all},
         {"unknown TABLE_DUMP_V2 subtype",
          cat({peerTable(), mrt(13, 7, {1, 2, 3, 4}), theRib(), theUpdate()}),
          "offset 58: unknown TABLE_DUMP_V2 subtype 7; record skipped", all},
@@ -157,12 +154,6 @@ TEST(BgpcommMrt, CorruptionsAreReportedAndSkipped) {
               theUpdate()}),
          "offset 105: COMMUNITIES attribute length 7 is not a multiple of 4; attribute skipped",
          line1Bare + line2 + line3 + line4 + line5},
-        {"EXTENDED COMMUNITIES length not a multiple of 8",
-         cat({peerTable(), theRib(entry1Attrs(), entry2Attrs(attr(0xC0, 16, Bytes(12, 1)))),
-              theUpdate()}),
-         "offset 141: EXTENDED COMMUNITIES attribute length 12 is not a multiple of 8; "
-         "attribute skipped",
-         line1 + line2NoExt + line3 + line4 + line5},
         {"attribute one octet longer than the attributes",
          cat({peerTable(), theRib(entry1Attrs(attr(0xC0, 8, u32s({1, 2}), 9))), theUpdate()}),
          "offset 105: COMMUNITIES attribute length 9 runs past the end of the attributes (8 "
@@ -226,44 +217,29 @@ TEST(BgpcommMrt, DamagedLengthCostsOnlyItsRecord) {
     std::vector<std::string> alone(records.size());
     for (std::size_t k = 1; k < records.size(); ++k)
         alone[k] = run(textOptions(), cat({records[0], records[k]})).out;
-    U32(*const damages[])
-    (U32) = {
-        [](U32 n) { return n + 1; },     [](U32 n) { return n - 1; },
-        [](U32) { return 0u; },          [](U32 n) { return n * 3; },
-        [](U32) { return 0x00FFFFFFu; }, [](U32) { return 0xFFFFFFFFu; },
-    };
     for (std::size_t k = 1; k < records.size(); ++k) {
-        for (auto damage : damages) {
+        U32 const n = U32(records[k].size() - 12);
+        for (U32 length : {n + 1, n - 1, 0u, n * 3, 0x00FFFFFFu, 0xFFFFFFFFu}) {
+            SCOPED_TRACE("record " + std::to_string(k) + " length " + std::to_string(length));
             std::string before, after;
-            Bytes file;
+            Bytes file, field;
+            put(field, length, 4);
             for (std::size_t j = 0; j < records.size(); ++j) {
-                Bytes record = records[j];
-                if (j == k) {
-                    U32 length = damage(U32(record.size() - 12));
-                    record =
-                        patched(record, 8,
-                                {U8(length >> 24), U8(length >> 16), U8(length >> 8), U8(length)});
-                }
-                file = cat({file, record});
+                file = cat({file, j == k ? patched(records[j], 8, field) : records[j]});
                 (j < k ? before : after) += j == k ? "" : alone[j];
             }
-            SCOPED_TRACE("record " + std::to_string(k) + " length " +
-                         std::to_string(damage(U32(records[k].size() - 12))));
             Result result = run(textOptions(), file);
-            EXPECT_NE(result.err, "");
             std::string const& out = result.out;
+            EXPECT_NE(result.err, "");
             ASSERT_GE(out.size(), before.size() + after.size()) << result.err;
             EXPECT_EQ(out.substr(0, before.size()), before);
             EXPECT_EQ(out.substr(out.size() - after.size()), after);
-            std::string middle =
-                out.substr(before.size(), out.size() - before.size() - after.size());
-            EXPECT_EQ(alone[k].substr(0, middle.size()), middle);
-            if (k % 8 == 0) {
-                for (Bytes const& packed : {gzipped(file), bzipped(file)}) {
-                    Result unpacked = run(textOptions(), packed);
-                    EXPECT_EQ(unpacked.out, result.out);
-                    EXPECT_EQ(unpacked.err, result.err);
-                }
+            std::string const kept =
+                out.substr(before.size(), out.size() - after.size() - before.size());
+            EXPECT_EQ(alone[k].rfind(kept, 0), 0u) << kept;
+            for (Bytes const& packed : {gzipped(file), bzipped(file)}) {
+                Result unpacked = k % 8 == 0 ? run(textOptions(), packed) : result;
+                EXPECT_EQ(unpacked.out + unpacked.err, out + result.err);
             }
         }
     }
