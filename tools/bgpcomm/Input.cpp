@@ -6,7 +6,6 @@
 #include <unistd.h>
 #include <zlib.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -205,12 +204,11 @@ std::size_t Lookahead::fill(std::size_t n) {
             end_ -= start_;
             start_ = 0;
         }
-        std::size_t const want = std::max(step, std::min(n - avail(), step * 16));
-        if (buffer_.size() < end_ + want)
-            buffer_.resize(end_ + want);
-        std::size_t const got = source_.read(buffer_.data() + end_, want);
+        if (buffer_.size() < end_ + step)
+            buffer_.resize(end_ + step);
+        std::size_t const got = source_.read(buffer_.data() + end_, step);
         end_ += got;
-        ended_ = got < want;
+        ended_ = got < step;
     }
     return avail();
 }
