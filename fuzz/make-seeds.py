@@ -90,3 +90,11 @@ with open(sample, "rb") as f:
     dump = f.read()
 seed("mrt", "gobgp-rib-text", bytes([0]) + dump)
 seed("mrt", "gobgp-rib-json-stats", bytes([1 | 4 | 8]) + dump)
+# The same dump with the third record's length one octet longer: the reader
+# searches for the next record from there.
+third = 0
+for _ in range(2):
+    third += 12 + int.from_bytes(dump[third + 8:third + 12], "big")
+damaged = bytearray(dump)
+damaged[third + 8:third + 12] = be(int.from_bytes(dump[third + 8:third + 12], "big") + 1, 4)
+seed("mrt", "gobgp-rib-damaged-length", bytes([0]) + bytes(damaged))
