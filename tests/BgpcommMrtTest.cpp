@@ -119,6 +119,12 @@ TEST(BgpcommMrt, CorruptionsAreReportedAndSkipped) {
          "offset 58: MRT record length 141 does not end at another record; 152 octets skipped to "
          "the next record at offset 210",
          line3 + line4 + line5},
+        {"two records of a type passed over",
+         cat({peerTable(), mrt(12, 1, {1, 2, 3, 4}), mrt(12, 1, {1, 2, 3, 4}), theRib(),
+              theUpdate()}),
+         "offset 58: unknown MRT type 12; record skipped\noffset 74: unknown MRT type 12; record "
+         "skipped",
+         all},
         {"unknown TABLE_DUMP_V2 subtype",
          cat({peerTable(), mrt(13, 7, {1, 2, 3, 4}), theRib(), theUpdate()}),
          "offset 58: unknown TABLE_DUMP_V2 subtype 7; record skipped", all},

@@ -28,19 +28,32 @@ MrtHeader parseHeader(U8 const* p) {
     return h;
 }
 
-// The longest record of a type and subtype this tool reads; 0 for others.
+// The longest record of an MRT type and subtype (RFC 6396 section 4); 0 for
+// others.
 U32 longestRecord(U16 type, U16 subtype) {
-    if (type == mrtTableDumpV2)
-        // 7 is GEO_PEER_TABLE (RFC 6397), which this tool does not read.
-        return subtype >= td2PeerIndexTable && subtype <= td2RibGenericAddPath && subtype != 7
-                   ? maxRecordLength
-                   : 0;
-    if (type == mrtBgp4mp || type == mrtBgp4mpEt)
-        return subtype == bgp4mpStateChange || subtype == bgp4mpMessage ||
-                       (subtype >= bgp4mpMessageAs4 && subtype <= bgp4mpMessageAs4LocalAddPath)
-                   ? maxBgp4mpLength
-                   : 0;
-    return 0;
+    switch (type) {
+        case mrtTableDumpV2:
+            return subtype >= td2PeerIndexTable && subtype <= td2RibGenericAddPath ? maxRecordLength
+                                                                                   : 0;
+        case mrtBgp4mp:
+        case mrtBgp4mpEt:
+            return subtype == bgp4mpStateChange || subtype == bgp4mpMessage ||
+                           (subtype >= bgp4mpMessageAs4 && subtype <= bgp4mpMessageAs4LocalAddPath)
+                       ? maxBgp4mpLength
+                       : 0;
+        // Passed over by the reader, but records of a clean file all the
+        // same: OSPFv2 11, TABLE_DUMP 12 (subtype: AFI 1 or 2), ISIS 32,
+        // ISIS_ET 33, OSPFv3 48, OSPFv3_ET 49.
+        case 11:
+        case 12:
+        case 32:
+        case 33:
+        case 48:
+        case 49:
+            return subtype <= 2 ? maxRecordLength : 0;
+        default:
+            return 0;
+    }
 }
 
 }  // namespace

@@ -3,16 +3,16 @@
 // after a header whose length is damaged.
 //
 // A record is taken at its length when the header its length leads to looks
-// like an MRT header (a type and subtype this tool reads, a length that kind
-// of record can have), or when the stream ends there or within 12 octets.
-// Otherwise the length is suspect, and the framer looks for the next
-// plausible header from the damaged one on: a type and subtype this tool
-// reads, a length that kind can have and that the stream holds, a timestamp
+// like an MRT header (a type and subtype of RFC 6396 or RFC 8050, a length
+// that kind of record can have), or when the stream ends there or within 12
+// octets. Otherwise the length is suspect, and the framer looks for the next
+// plausible header from the damaged one on: such a type and subtype, a
+// length that kind can have and that the stream holds, a timestamp
 // within a day of the last good record, and followed by another plausible
 // header (or the end of the stream). A candidate inside the octets the
 // damaged record claims wins: the octets before it are skipped, with one
 // message saying how many and where the records resume. Without one, a
-// header of a kind this tool reads is taken at its length (the damage, if
+// header of such a kind is taken at its length (the damage, if
 // any, is further on); any other header, and a length beyond the stream or
 // any real record, is searched past to the next plausible header, to the end
 // of the stream if need be.
@@ -42,6 +42,7 @@ inline constexpr U16 td2RibIpv4Multicast = 3;
 inline constexpr U16 td2RibIpv6Unicast = 4;
 inline constexpr U16 td2RibIpv6Multicast = 5;
 inline constexpr U16 td2RibGeneric = 6;
+// 7: GEO_PEER_TABLE (RFC 6397): framed, not read.
 inline constexpr U16 td2RibIpv4UnicastAddPath = 8;
 inline constexpr U16 td2RibIpv4MulticastAddPath = 9;
 inline constexpr U16 td2RibIpv6UnicastAddPath = 10;
