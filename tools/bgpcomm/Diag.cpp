@@ -11,6 +11,19 @@ void Diag::fileProblem(std::string_view what) {
     emit("bgpcomm: " + file_ + ": " + std::string(what) + "\n");
 }
 
+void Diag::relay(std::string const& text, U64 reports) {
+    reports_ += reports;
+    if (text.empty())
+        return;
+    if (capture_) {
+        *capture_ += text;
+        return;
+    }
+    if (hook_)
+        hook_(hookArg_);
+    std::fputs(text.c_str(), stderr);
+}
+
 void Diag::emit(std::string const& line) {
     ++reports_;
     if (capture_) {

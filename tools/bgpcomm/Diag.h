@@ -36,6 +36,9 @@ class Diag {
     void fileProblem(std::string_view what);
 
     U64 reports() const { return reports_; }
+    // Messages another Diag captured (on another thread), emitted here in
+    // the order the input had them and counted as this one's reports.
+    void relay(std::string const& text, U64 reports);
 
   private:
     void emit(std::string const& line);

@@ -108,7 +108,8 @@ void Ingest::path(PathAttrs const& attrs, RouteComms* out) {
 }
 
 void Ingest::forEachText(RouteComms const& comms, CommKind kind, bool asdot,
-                         std::function<void(std::string_view)> const& each) {
+                         std::function<void(std::string_view)> const& each,
+                         BgpShowCli::ExtCommCache* cache) {
     VoFmt::StackBackedBuffer<64> buffer;
     switch (kind) {
         case CommKind::standard:
@@ -128,7 +129,8 @@ void Ingest::forEachText(RouteComms const& comms, CommKind kind, bool asdot,
                 }
             return;
         case CommKind::extended: {
-            auto const& cache = parser_->extCommCache();
+            if (!cache)
+                cache = parser_->extCommCache().ptr();
             if (!comms.extended)
                 return;
             for (ExtComm::PtrConst const& comm : *comms.extended->commVectorRawPtr()) {

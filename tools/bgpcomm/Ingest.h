@@ -74,8 +74,11 @@ class Ingest {
     // standard with the well-known names, large plain or asdot, extended
     // through toStrepForUI and the container's show string cache, IPv6
     // extended in its classification and UI policy form.
+    // `cache` replaces the container's show string cache (which serves one
+    // thread only) for a caller on another thread.
     void forEachText(RouteComms const& comms, CommKind kind, bool asdot,
-                     std::function<void(std::string_view)> const& each);
+                     std::function<void(std::string_view)> const& each,
+                     BgpShowCli::ExtCommCache* cache = nullptr);
     // Whether the list of `kind` matches `regex` the way route policy
     // matches it (the list's matchCommunitiesRegex; an absent list is
     // matched as the empty text).

@@ -43,7 +43,10 @@ void MrtReader::run() {
     Cursor body;
     while (framer_.next(&header, &body)) {
         ++records_;
-        record(header, body);
+        if (framed_)
+            framed_(header.timestamp, header.type, header.subtype, body);
+        else
+            record(header, body);
         if (progress_ && records_ % progressEvery_ == 0)
             progress_();
     }

@@ -75,6 +75,16 @@ class MrtReader {
     // Reads every record to the end of the stream.
     void run();
 
+    // Framing only: run() hands each whole record to `framed` instead of
+    // decoding it, so that other threads can decode records with decode().
+    using Framed = std::function<void(U32 timestamp, U16 type, U16 subtype, Cursor body)>;
+    void framedIs(Framed framed) { framed_ = std::move(framed); }
+    // Decodes one framed record into the sink, as run() does (the body's
+    // offset is the stream offset of the octet after the 12-octet header).
+    void decode(U32 timestamp, U16 type, U16 subtype, Cursor body) {
+        record(MrtHeader{timestamp, type, subtype, static_cast<U32>(body.left())}, body);
+    }
+
     U64 records() const { return records_; }
     U64 offset() const { return framer_.offset(); }
 
@@ -94,6 +104,7 @@ class MrtReader {
     Diag& diag_;
     Sink sink_;
     std::function<void()> progress_;
+    Framed framed_;
     U64 progressEvery_ = 0;
 
     std::vector<Peer> peers_;

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <thread>
 
+#include "VoBgp/VoBgpGlobals.h"
 #include "bgpcomm/Mrt.h"
 
 namespace Bgpcomm {
@@ -26,6 +28,8 @@ char const* const mrtHelp =
     "  --verify                check that every interned list serializes back to\n"
     "                          the values received; mismatches go to stderr\n"
     "  --no-progress           no progress display (shown only on a terminal)\n"
+    "  --threads N             decode and intern on N threads (default: one per\n"
+    "                          core; 1: no threads); the output is the same\n"
     "  --default-parser        decode extended communities with the library's\n"
     "                          default parser only, without the EVPN, flowspec\n"
     "                          and transitive link bandwidth plug-ins\n"
@@ -137,7 +141,7 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
         if (arg.rfind("-", 0) == 0 && arg != "-") {
             static char const* const withValue[] = {"--format",   "--prefix",     "--peer-ip",
                                                     "--peer-asn", "--origin-asn", "--type",
-                                                    "--kind",     "--match"};
+                                                    "--kind",     "--match",      "--threads"};
             if (std::none_of(std::begin(withValue), std::end(withValue), valued))
                 return "unknown option '" + arg + "'";
             if (auto problem = takeValue())
@@ -175,6 +179,10 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
                     out->filter.type = TypeFilter::withdraw;
                 else
                     return "unknown type '" + value + "' (announce or withdraw)";
+            } else if (arg == "--threads") {
+                if (!parseU32(value, &number) || number > 256)
+                    return "bad thread count '" + value + "' (0 for one per core, at most 256)";
+                out->threads = number;
             } else if (arg == "--kind") {
                 if (!parseCommKind(value, &kind))
                     return "unknown kind '" + value + "' (standard, large, extended or ipv6)";
@@ -192,21 +200,25 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
     return std::nullopt;
 }
 
-MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeapBytes)
-    : options_(std::move(options)),
-      out_(out),
-      stats_(std::move(liveHeapBytes)),
-      ingest_((stats_.start(), std::make_unique<Ingest>(options_.defaultParser
-                                                            ? Ingest::Parser::libraryDefault
-                                                            : Ingest::Parser::withOptInPlugins))),
-      output_(options_.format, options_.asdot, *ingest_, out) {
-    if (printsRoutes())
-        output_.begin();
-}
+MrtRun::Lane::Lane(MrtRun& run, Diag* diag)
+    : output(run.options_.format, run.options_.asdot, *run.ingest_, run.out_), diag(diag) {}
 
-MrtRun::~MrtRun() {
-    // The kept lists die before the tables they are interned in.
-    stats_.release();
+MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeapBytes)
+    : options_(std::move(options)), out_(out), stats_(std::move(liveHeapBytes)) {
+    stats_.start();
+    if (options_.threads == 0)
+        options_.threads = std::max(1u, std::thread::hardware_concurrency());
+    // Tables are made thread-safe or plain when created: only a run that
+    // interns from several threads pays for the locks.
+    bool const wasMultiThreaded = VoBgpGlobals::multiThreaded();
+    VoBgpGlobals::multiThreadedIs(options_.threads > 1);
+    ingest_ = std::make_unique<Ingest>(options_.defaultParser ? Ingest::Parser::libraryDefault
+                                                              : Ingest::Parser::withOptInPlugins);
+    VoBgpGlobals::multiThreadedIs(wasMultiThreaded);
+    main_ = std::make_unique<Lane>(*this, &diag_);
+    main_->counts = &counts_;
+    if (printsRoutes())
+        main_->output.begin();
 }
 
 bool MrtRun::printsRoutes() const {
@@ -227,10 +239,13 @@ void MrtRun::file(std::string const& path) {
 }
 
 void MrtRun::source(std::string const& label, ByteSource& source) {
+    if (options_.threads > 1)
+        return sourceThreaded(label, source);
     label_ = label;
     diag_.fileIs(label);
     ++counts_.files;
-    MrtReader reader(source, diag_, [this](RouteBatch const& batch) { this->batch(batch); });
+    MrtReader reader(source, diag_,
+                     [this](RouteBatch const& batch) { this->batch(*main_, batch); });
     Progress progress;
     if (options_.progress && isatty(STDERR_FILENO)) {
         progress.source = &source;
@@ -246,8 +261,11 @@ void MrtRun::source(std::string const& label, ByteSource& source) {
     counts_.records += reader.records();
 }
 
-void MrtRun::batch(RouteBatch const& batch) {
-    counts_.routesRead += batch.nlri->size();
+void MrtRun::batch(Lane& lane, RouteBatch const& batch) {
+    RunCounts& counts = *lane.counts;
+    std::vector<AsPathEntry>& asPath = lane.asPath;
+    RouteComms& comms = lane.comms;
+    counts.routesRead += batch.nlri->size();
     RouteFilter const& filter = options_.filter;
     if (!filter.passesBatch(batch))
         return;
@@ -258,42 +276,49 @@ void MrtRun::batch(RouteBatch const& batch) {
         return;
     bool const needPath = batch.attrs && (printsRoutes() || !filter.originAsns.empty());
     if (needPath)
-        asPathEntries(*batch.attrs, &asPath_);
+        asPathEntries(*batch.attrs, &asPath);
     else
-        asPath_.clear();
+        asPath.clear();
     if (!filter.originAsns.empty()) {
         U32 origin = 0;
-        bool hasOrigin = batch.attrs && originAsn(asPath_, &origin);
+        bool hasOrigin = batch.attrs && originAsn(asPath, &origin);
         if (!filter.passesOrigin(hasOrigin, origin))
             return;
     }
     if (batch.attrs)
-        ingest_->path(*batch.attrs, &comms_);
+        ingest_->path(*batch.attrs, &comms);
     else
-        comms_ = RouteComms{};
-    if (!filter.passesComms(comms_, *ingest_))
+        comms = RouteComms{};
+    if (!filter.passesComms(comms, *ingest_))
         return;
     if (batch.attrs) {
         for (unsigned k = 0; k < commKindCount; ++k)
-            counts_.attributes[k] += batch.attrs->comm[k].present;
+            counts.attributes[k] += batch.attrs->comm[k].present;
         if (options_.verify)
-            verify(comms_, *batch.attrs);
+            verify(lane, comms, *batch.attrs);
     }
-    RouteView view{label_, &batch, nullptr, &comms_, batch.attrs ? &asPath_ : nullptr};
+    RouteView view{label_, &batch, nullptr, &comms, batch.attrs ? &asPath : nullptr};
     for (Nlri const& nlri : *batch.nlri) {
         if (!filter.passesPrefix(nlri.prefix))
             continue;
-        ++counts_.routesMatched;
+        ++counts.routesMatched;
         if (printsRoutes()) {
             view.nlri = &nlri;
-            output_.route(view);
+            if (lane.text)
+                lane.text->append(lane.output.formatted(view));
+            else
+                lane.output.route(view);
         }
-        if (options_.stats)
-            stats_.hold(comms_);
+        if (options_.stats) {
+            if (lane.held)
+                lane.held->push_back(comms);
+            else
+                stats_.hold(comms);
+        }
     }
 }
 
-void MrtRun::verify(RouteComms const& comms, PathAttrs const& attrs) {
+void MrtRun::verify(Lane& lane, RouteComms const& comms, PathAttrs const& attrs) {
     static char const* const kindNames[commKindCount] = {"standard", "extended", "ipv6 extended",
                                                          "large"};
     for (unsigned k = 0; k < commKindCount; ++k) {
@@ -330,8 +355,8 @@ void MrtRun::verify(RouteComms const& comms, PathAttrs const& attrs) {
                           std::to_string(sent.size()) + " serialized, not the same set";
         }
         if (!problem.empty()) {
-            diag_.at(span.offset,
-                     std::string(kindNames[k]) + " list does not round-trip: " + problem);
+            lane.diag->at(span.offset,
+                          std::string(kindNames[k]) + " list does not round-trip: " + problem);
         }
     }
 }
@@ -349,6 +374,7 @@ int MrtRun::finish() {
 
 int mrtCommand(std::vector<std::string> const& args, std::function<U64()> liveHeapBytes) {
     MrtOptions options;
+    options.threads = 0;  // one per core unless --threads says otherwise
     if (auto problem = parseMrtOptions(args, &options)) {
         if (*problem == "help") {
             std::fputs(mrtHelp, stdout);

@@ -35,6 +35,9 @@ struct MrtOptions {
     bool count = false;
     bool verify = false;
     bool progress = true;  // only ever shown on a terminal
+    // Threads that decode and intern (0: one per core). With more than one
+    // the tables are created thread-safe and the output stays in file order.
+    unsigned threads = 1;  // the command line's default is 0
     // Only the library's default parser plug-ins (Ingest::Parser).
     bool defaultParser = false;
     RouteFilter filter;
@@ -61,20 +64,42 @@ class MrtRun {
     RunCounts const& counts() const { return counts_; }
 
   private:
-    void batch(RouteBatch const& batch);
-    void verify(RouteComms const& comms, PathAttrs const& attrs);
+    // What one thread needs to turn batches into output: its own formatter,
+    // scratch space and messages; where the results go (the run itself, or
+    // a chunk of records another thread emits in order).
+    struct Lane {
+        Lane(MrtRun& run, Diag* diag);
+        Output output;
+        Diag* diag;
+        std::vector<AsPathEntry> asPath;
+        RouteComms comms;
+        RunCounts* counts = nullptr;
+        std::string* text = nullptr;              // null: straight to the run's stream
+        std::vector<RouteComms>* held = nullptr;  // null: straight to the run's stats
+    };
+    // The lanes of --threads (MrtThreads.cpp), made for the first file.
+    struct Threads {
+        explicit Threads(MrtRun& run);
+        std::vector<Diag> diags;
+        std::vector<std::unique_ptr<Lane>> lanes;
+    };
+
+    void batch(Lane& lane, RouteBatch const& batch);
+    void verify(Lane& lane, RouteComms const& comms, PathAttrs const& attrs);
     bool printsRoutes() const;
+    // The file's records framed here and decoded by the thread pool
+    // (MrtThreads.cpp).
+    void sourceThreaded(std::string const& label, ByteSource& source);
 
     MrtOptions options_;
     std::FILE* out_;
     Diag diag_;
     Stats stats_;
     std::unique_ptr<Ingest> ingest_;
-    Output output_;
     RunCounts counts_;
+    std::unique_ptr<Lane> main_;
+    std::unique_ptr<Threads> threads_;
     std::string label_;
-    std::vector<AsPathEntry> asPath_;
-    RouteComms comms_;
     U64 failures_ = 0;
 };
 

@@ -186,23 +186,29 @@ void Output::json(RouteView const& route) {
 
 void Output::texts(RouteComms const& comms, CommKind kind) {
     bool first = true;
-    ingest_.forEachText(comms, kind, asdot_, [&](std::string_view text) {
-        if (!first)
-            line_.append(' ');
-        first = false;
-        line_.append(text);
-    });
+    ingest_.forEachText(
+        comms, kind, asdot_,
+        [&](std::string_view text) {
+            if (!first)
+                line_.append(' ');
+            first = false;
+            line_.append(text);
+        },
+        cache_.ptr());
 }
 
 void Output::jsonTexts(RouteComms const& comms, CommKind kind) {
     line_.append('[');
     bool first = true;
-    ingest_.forEachText(comms, kind, asdot_, [&](std::string_view text) {
-        if (!first)
-            line_.append(',');
-        first = false;
-        jsonString(text);
-    });
+    ingest_.forEachText(
+        comms, kind, asdot_,
+        [&](std::string_view text) {
+            if (!first)
+                line_.append(',');
+            first = false;
+            jsonString(text);
+        },
+        cache_.ptr());
     line_.append(']');
 }
 

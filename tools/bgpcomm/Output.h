@@ -20,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include "VoBgp/Parse/ExtCommCache.h"
 #include "VoFmt/StackBackedBuffer.h"
 #include "bgpcomm/Ingest.h"
 #include "bgpcomm/Mrt.h"
@@ -46,8 +47,11 @@ class Output {
     void begin();
     void route(RouteView const& route);
 
-    // The line as it would be written (tests).
+    // The line as it would be written.
     std::string_view formatted(RouteView const& route);
+    // A show string cache of this formatter's own, for a formatter on a
+    // thread of its own.
+    void ownCacheIs() { cache_ = BgpShowCli::extCommCacheFactory(); }
 
   private:
     void text(RouteView const& route);
@@ -63,6 +67,7 @@ class Output {
     bool asdot_;
     Ingest& ingest_;
     std::FILE* out_;
+    BgpShowCli::ExtCommCache::Ptr cache_;  // null: the parser container's
     VoFmt::StackBackedBuffer<4096, (1u << 20)> line_;
 };
 

@@ -36,6 +36,11 @@ class Stats {
     // Called once the tables exist and before any route is read.
     void start();
     void hold(RouteComms const& comms) { held_.push_back(comms); }
+    // Routes another thread kept, in input order.
+    void hold(std::vector<RouteComms>&& many) {
+        held_.insert(held_.end(), std::make_move_iterator(many.begin()),
+                     std::make_move_iterator(many.end()));
+    }
     // Lets go of the kept routes (before the interning tables go).
     void release() { std::vector<RouteComms>().swap(held_); }
     // Called after the last route; `counts` is what the run counted.

@@ -1,0 +1,157 @@
+// `bgpcomm mrt --threads N`: one file's records decoded on N threads.
+//
+// The reading thread only frames records (MrtReader::framedIs) and copies
+// them into chunks of about chunkOctets; the lanes of a ChunkPool decode,
+// filter, intern into the run's one set of (thread-safe) tables and format
+// each chunk into text of its own; chunks are emitted in file order, so
+// stdout, stderr, the counts and the routes --stats keeps are the same as on
+// one thread. Records are independent once the PEER_INDEX_TABLE they follow
+// is known: each chunk carries a copy of the one in force at its start and
+// decodes it first, silently (its messages were given where the table is).
+#include <cstring>
+
+#include "bgpcomm/ChunkPool.h"
+#include "bgpcomm/MrtCommand.h"
+
+namespace Bgpcomm {
+
+namespace {
+
+constexpr std::size_t chunkOctets = 256u << 10;
+// TABLE_DUMP_V2 PEER_INDEX_TABLE (RFC 6396 section 4.3.1).
+constexpr U16 td2PeerIndexTable = 1;
+
+struct Framed {
+    U32 timestamp;
+    U16 type;
+    U16 subtype;
+    U32 size;
+    U64 offset;  // stream offset of the body
+};
+
+struct PeerTable {
+    Framed record;
+    std::vector<U8> body;
+};
+
+struct Chunk {
+    std::vector<U8> octets;
+    std::vector<Framed> records;
+    std::shared_ptr<PeerTable const> peerTable;
+    // The reader's own messages after the last record of the chunk.
+    std::string readerDiag;
+    U64 readerReports = 0;
+    // Results.
+    std::string text;
+    std::string diag;
+    U64 reports = 0;
+    RunCounts counts;
+    std::vector<RouteComms> held;
+};
+
+void addCounts(RunCounts& to, RunCounts const& from) {
+    to.records += from.records;
+    to.routesRead += from.routesRead;
+    to.routesMatched += from.routesMatched;
+    for (unsigned k = 0; k < commKindCount; ++k)
+        to.attributes[k] += from.attributes[k];
+}
+
+}  // namespace
+
+MrtRun::Threads::Threads(MrtRun& run) : diags(run.options_.threads) {
+    for (unsigned i = 0; i < run.options_.threads; ++i) {
+        lanes.push_back(std::make_unique<Lane>(run, &diags[i]));
+        lanes.back()->output.ownCacheIs();
+    }
+}
+
+MrtRun::~MrtRun() {
+    threads_.reset();
+    // The kept lists die before the tables they are interned in.
+    stats_.release();
+}
+
+void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
+    if (!threads_)
+        threads_ = std::make_unique<Threads>(*this);
+    label_ = label;
+    diag_.fileIs(label);
+    ++counts_.files;
+
+    auto work = [&](Chunk& chunk, unsigned laneIndex) {
+        Lane& lane = *threads_->lanes[laneIndex];
+        Diag& diag = *lane.diag;
+        diag.fileIs(label);
+        lane.counts = &chunk.counts;
+        lane.text = &chunk.text;
+        lane.held = &chunk.held;
+        MrtReader decoder(source, diag, [&](RouteBatch const& batch) { this->batch(lane, batch); });
+        std::string silent;
+        diag.captureIs(&silent);
+        if (chunk.peerTable) {
+            PeerTable const& table = *chunk.peerTable;
+            decoder.decode(table.record.timestamp, table.record.type, table.record.subtype,
+                           Cursor(table.body.data(), table.body.size(), table.record.offset));
+        }
+        diag.captureIs(&chunk.diag);
+        U64 const reportsBefore = diag.reports();
+        U8 const* p = chunk.octets.data();
+        for (Framed const& record : chunk.records) {
+            decoder.decode(record.timestamp, record.type, record.subtype,
+                           Cursor(p, record.size, record.offset));
+            p += record.size;
+        }
+        chunk.reports = diag.reports() - reportsBefore;
+    };
+    auto emit = [&](Chunk& chunk) {
+        if (!chunk.text.empty())
+            std::fwrite(chunk.text.data(), 1, chunk.text.size(), out_);
+        diag_.relay(chunk.diag, chunk.reports);
+        diag_.relay(chunk.readerDiag, chunk.readerReports);
+        addCounts(counts_, chunk.counts);
+        if (!chunk.held.empty())
+            stats_.hold(std::move(chunk.held));
+    };
+    ChunkPool<Chunk> pool(options_.threads, work, emit);
+
+    // The reader's messages (framing) are captured and follow the records
+    // before them.
+    Diag readerDiag(label);
+    std::string readerText;
+    readerDiag.captureIs(&readerText);
+    std::shared_ptr<PeerTable const> peerTable;
+    auto chunk = std::make_unique<Chunk>();
+    auto seal = [&] {
+        chunk->readerDiag = std::move(readerText);
+        readerText.clear();
+        chunk->readerReports = readerDiag.reports();
+        readerDiag = Diag(label);
+        readerDiag.captureIs(&readerText);
+        pool.submit(std::move(chunk));
+        chunk = std::make_unique<Chunk>();
+        chunk->peerTable = peerTable;
+    };
+    MrtReader reader(source, readerDiag, nullptr);
+    reader.framedIs([&](U32 timestamp, U16 type, U16 subtype, Cursor body) {
+        Framed record{timestamp, type, subtype, U32(body.left()), body.offset()};
+        if (!readerText.empty())
+            seal();  // a framing message comes after the records before it
+        chunk->records.push_back(record);
+        chunk->octets.insert(chunk->octets.end(), body.data(), body.data() + body.left());
+        if (type == mrtTableDumpV2 && subtype == td2PeerIndexTable) {
+            auto table = std::make_shared<PeerTable>();
+            table->record = record;
+            table->body.assign(body.data(), body.data() + body.left());
+            peerTable = std::move(table);
+        }
+        if (chunk->octets.size() >= chunkOctets)
+            seal();
+    });
+    reader.run();
+    seal();
+    pool.drain();
+    counts_.records += reader.records();
+}
+
+}  // namespace Bgpcomm
