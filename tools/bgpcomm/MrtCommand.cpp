@@ -27,7 +27,8 @@ char const* const mrtHelp =
     "                          with an explicit --format or --json)\n"
     "  --verify                check that every interned list serializes back to\n"
     "                          the values received; mismatches go to stderr\n"
-    "  --no-progress           no progress display (shown only on a terminal)\n"
+    "  --no-progress           no progress line (drawn on stderr when it is a\n"
+    "                          terminal and stdout is not that same terminal)\n"
     "  --threads N             decode and intern on N threads (default: one per\n"
     "                          core; 1: no threads); the output is the same\n"
     "  --default-parser        decode extended communities with the library's\n"
@@ -63,36 +64,6 @@ bool parseU32(std::string const& text, U32* out) {
     *out = static_cast<U32>(value);
     return true;
 }
-
-// The progress line on a terminal: percent of the file's octets read.
-struct Progress {
-    ByteSource* source = nullptr;
-    std::string label;
-    RunCounts const* counts = nullptr;
-    double started = 0;
-    double drawn = 0;
-    bool shown = false;
-
-    void draw() {
-        double now = monotonicSeconds();
-        if (now - started < 1.0 || now - drawn < 0.2)
-            return;
-        drawn = now;
-        shown = true;
-        double total = double(source->total());
-        std::fprintf(stderr, "\rbgpcomm: %s: %3.0f%% %llu routes", label.c_str(),
-                     total > 0 ? 100.0 * double(source->consumed()) / total : 0.0,
-                     static_cast<unsigned long long>(counts->routesRead));
-        std::fflush(stderr);
-    }
-    static void clear(void* self) {
-        auto* progress = static_cast<Progress*>(self);
-        if (progress->shown) {
-            std::fputs("\r\033[K", stderr);
-            progress->shown = false;
-        }
-    }
-};
 
 }  // namespace
 
@@ -219,6 +190,10 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
     main_->counts = &counts_;
     if (printsRoutes())
         main_->output.begin();
+    if (options_.progress && Progress::wanted(fileno(out_), STDERR_FILENO, printsRoutes())) {
+        progress_ = std::make_unique<Progress>(counts_, options_.files.size());
+        diag_.beforeMessageIs(&Progress::clear, progress_.get());
+    }
 }
 
 bool MrtRun::printsRoutes() const {
@@ -246,18 +221,8 @@ void MrtRun::source(std::string const& label, ByteSource& source) {
     ++counts_.files;
     MrtReader reader(source, diag_,
                      [this](RouteBatch const& batch) { this->batch(*main_, batch); });
-    Progress progress;
-    if (options_.progress && isatty(STDERR_FILENO)) {
-        progress.source = &source;
-        progress.label = label;
-        progress.counts = &counts_;
-        progress.started = monotonicSeconds();
-        reader.progressIs([&progress] { progress.draw(); }, 4096);
-        diag_.beforeMessageIs(&Progress::clear, &progress);
-    }
+    progressIs(reader, label, source);
     reader.run();
-    Progress::clear(&progress);
-    diag_.beforeMessageIs(nullptr, nullptr);
     counts_.records += reader.records();
 }
 
@@ -361,7 +326,15 @@ void MrtRun::verify(Lane& lane, RouteComms const& comms, PathAttrs const& attrs)
     }
 }
 
+void MrtRun::progressIs(MrtReader& reader, std::string const& label, ByteSource const& source) {
+    if (!progress_)
+        return;
+    progress_->fileIs(label, &source);
+    reader.progressIs([this] { progress_->tick(); }, 4096);
+}
+
 int MrtRun::finish() {
+    Progress::clear(progress_.get());
     stats_.stop();
     counts_.skipped = diag_.reports();
     if (options_.count)

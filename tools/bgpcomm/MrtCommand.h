@@ -22,6 +22,7 @@
 #include "bgpcomm/Ingest.h"
 #include "bgpcomm/Input.h"
 #include "bgpcomm/Output.h"
+#include "bgpcomm/Progress.h"
 #include "bgpcomm/Stats.h"
 
 namespace Bgpcomm {
@@ -90,6 +91,7 @@ class MrtRun {
     // The file's records framed here and decoded by the thread pool
     // (MrtThreads.cpp).
     void sourceThreaded(std::string const& label, ByteSource& source);
+    void progressIs(MrtReader& reader, std::string const& label, ByteSource const& source);
 
     MrtOptions options_;
     std::FILE* out_;
@@ -99,6 +101,7 @@ class MrtRun {
     RunCounts counts_;
     std::unique_ptr<Lane> main_;
     std::unique_ptr<Threads> threads_;
+    std::unique_ptr<Progress> progress_;
     std::string label_;
     U64 failures_ = 0;
 };

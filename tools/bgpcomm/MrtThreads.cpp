@@ -148,6 +148,7 @@ void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
         if (chunk->octets.size() >= chunkOctets)
             seal();
     });
+    progressIs(reader, label, source);
     reader.run();
     seal();
     pool.drain();
