@@ -300,17 +300,39 @@ TEST(BgpcommMrt, WithdrawalsInJsonCarryNoCommunities) {
               "\"ipv6_ext_communities_raw\":[]}\n");
 }
 
-TEST(BgpcommMrt, PsvHasHeaderAndBgpdumpColumns) {
+// bgpdump -m's columns first (its line for a withdrawal), then the interned
+// lists. The BGP4MP_ET record carries microseconds 42, MED 50, LOCAL_PREF
+// 200, ATOMIC_AGGREGATE, AGGREGATOR and communities unsorted with a
+// duplicate, which bgpdump prints as received.
+TEST(BgpcommMrt, PsvStartsWithBgpdumpColumns) {
+    Bytes attrs = cat({attr(0x40, 1, {1}), asPath({65001}), attr(0x40, 3, u32s({0xC0000201})),
+                       attr(0x80, 4, u32s({50})), attr(0x40, 5, u32s({200})), attr(0x40, 6, {}),
+                       attr(0xC0, 7, u32s({65009, 0xC0000209})),
+                       attr(0xC0, 8, u32s({0xFDE8012C, 0xFFFFFF02, 0xFFFFFF03, 0xFDE8012C}))});
+    Bytes et = update({}, attrs, {24, 10, 3, 3});
+    et[5] = 17;  // BGP4MP_ET: the microseconds lead the body
+    et[11] += 4;
+    et.insert(et.begin() + 12, {0, 0, 0, 42});
     Bgpcomm::MrtOptions options;
     options.format = Bgpcomm::Format::psv;
-    options.filter.peerIps.resize(1);
-    Bgpcomm::parseAddress("2001:db8::2", &options.filter.peerIps[0]);
-    Result result = run(std::move(options), cleanFile());
+    options.header = true;
+    Result result = run(std::move(options), cat({cleanFile(), et}));
     EXPECT_EQ(result.out,
-              "type|timestamp|entry|peer_ip|peer_asn|prefix|path_id|as_path|origin_asn|next_hop|"
-              "communities|large_communities|ext_communities|ipv6_ext_communities\n"
-              "TABLE_DUMP2|1700000000|B|2001:db8::2|65002|10.0.0.0/24||65002 65100|65100||"
-              "|65000:1:2|Route-Target-AS:65000:100|\n");
+              "type|timestamp|entry|peer_ip|peer_asn|prefix|as_path|origin|next_hop|local_pref|"
+              "med|communities_received|atomic_aggregate|aggregator|communities|large_communities|"
+              "ext_communities|ipv6_ext_communities\n"
+              "TABLE_DUMP2|1700000000|B|192.0.2.1|65001|10.0.0.0/24|65001 65100|IGP||0|0|"
+              "65000:100 no-export|NAG||65000:100 no-export|||\n"
+              "TABLE_DUMP2|1700000000|B|2001:db8::2|65002|10.0.0.0/24|65002 65100|IGP||0|0||NAG|"
+              "||65000:1:2|Route-Target-AS:65000:100|\n"
+              "BGP4MP|1700000000|W|192.0.2.1|65001|10.9.0.0/16\n"
+              "BGP4MP|1700000000|A|192.0.2.1|65001|10.1.0.0/16|65001 65200|IGP|192.0.2.1|0|0|"
+              "65000:200|NAG||65000:200|||\n"
+              "BGP4MP|1700000000|A|192.0.2.1|65001|10.2.0.0/24|65001 65200|IGP|192.0.2.1|0|0|"
+              "65000:200|NAG||65000:200|||\n"
+              "BGP4MP_ET|1700000000.000042|A|192.0.2.1|65001|10.3.3.0/24|65001|EGP|192.0.2.1|200|"
+              "50|65000:300 no-advertise local-AS 65000:300|AG|65009 192.0.2.9|65000:300 "
+              "no-advertise local-as|||\n");
 }
 
 // An empty EXTENDED COMMUNITIES attribute interns an empty list, which

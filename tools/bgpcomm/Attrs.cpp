@@ -192,6 +192,28 @@ void walkAttributes(Cursor in, AttrContext context, bool asPathFourOctet, Diag& 
                 else if (!out->hasNextHop)
                     takeNextHop(value.data(), 4, out);
                 break;
+            case attrOrigin:
+                if (length == 1 && out->origin == 0xFF)
+                    value.u8(&out->origin);
+                break;
+            case attrMed:
+            case attrLocalPref: {
+                bool& has = type == attrMed ? out->hasMed : out->hasLocalPref;
+                if (length == 4 && !has)
+                    has = value.u32(type == attrMed ? &out->med : &out->localPref);
+                break;
+            }
+            case attrAtomicAggregate:
+                out->atomicAggregate = true;
+                break;
+            case attrAggregator:
+                if ((length == 6 || length == 8) && !out->aggregator.present)
+                    out->aggregator = span;
+                break;
+            case attrAs4Aggregator:
+                if (length == 8 && !out->as4Aggregator.present)
+                    out->as4Aggregator = span;
+                break;
             case attrMpReachNlri:
                 if (!readMpReach(value, context, out))
                     diag.at(at, "MP_REACH_NLRI attribute truncated; attribute skipped");

@@ -22,11 +22,16 @@ namespace Bgpcomm {
 inline constexpr U8 attrOrigin = 1;             // RFC 4271
 inline constexpr U8 attrAsPath = 2;             // RFC 4271
 inline constexpr U8 attrNextHop = 3;            // RFC 4271
+inline constexpr U8 attrMed = 4;                // RFC 4271 MULTI_EXIT_DISC
+inline constexpr U8 attrLocalPref = 5;          // RFC 4271
+inline constexpr U8 attrAtomicAggregate = 6;    // RFC 4271
+inline constexpr U8 attrAggregator = 7;         // RFC 4271
 inline constexpr U8 attrCommunities = 8;        // RFC 1997
 inline constexpr U8 attrMpReachNlri = 14;       // RFC 4760
 inline constexpr U8 attrMpUnreachNlri = 15;     // RFC 4760
 inline constexpr U8 attrExtCommunities = 16;    // RFC 4360
 inline constexpr U8 attrAs4Path = 17;           // RFC 6793
+inline constexpr U8 attrAs4Aggregator = 18;     // RFC 6793
 inline constexpr U8 attrIpv6ExtCommunity = 25;  // RFC 5701
 inline constexpr U8 attrLargeCommunity = 32;    // RFC 8092
 
@@ -71,6 +76,15 @@ struct PathAttrs {
     bool asPathFourOctet = true;
     bool hasNextHop = false;
     IpAddress nextHop;
+    // What bgpdump -m prints beside the path (first of each kind kept).
+    U8 origin = 0xFF;  // RFC 4271: 0 IGP, 1 EGP, 2 INCOMPLETE; 0xFF absent
+    bool hasMed = false;
+    U32 med = 0;
+    bool hasLocalPref = false;
+    U32 localPref = 0;
+    bool atomicAggregate = false;
+    AttrSpan aggregator;     // 6 octets (two-octet AS) or 8
+    AttrSpan as4Aggregator;  // 8 octets
     // Multiprotocol NLRI (BGP4MP updates only).
     bool hasMpReach = false;
     Afi mpReachAfi = Afi::ipv4;

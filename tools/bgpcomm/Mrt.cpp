@@ -86,7 +86,7 @@ void MrtReader::record(MrtHeader const& header, Cursor body) {
     }
     if (type == mrtBgp4mp || type == mrtBgp4mpEt) {
         // BGP4MP_ET: a microsecond timestamp leads the body (RFC 6396 section 3).
-        if (type == mrtBgp4mpEt && !body.skip(4)) {
+        if (type == mrtBgp4mpEt && !body.u32(&batch_.microseconds)) {
             diag_.at(at,
                      "BGP4MP_ET record too short for its microsecond timestamp; record "
                      "skipped");

@@ -49,6 +49,7 @@ struct RouteBatch {
     RouteKind kind = RouteKind::rib;
     U16 mrtType = 0;
     U32 timestamp = 0;
+    U32 microseconds = 0;  // BGP4MP_ET only
     Peer peer;
     // RFC 8050 / RFC 7911: the prefixes carry path identifiers.
     bool addPath = false;

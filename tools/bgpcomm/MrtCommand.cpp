@@ -12,13 +12,15 @@
 namespace Bgpcomm {
 
 char const* const mrtHelp =
-    "Usage: bgpcomm mrt [OPTIONS] FILE...\n"
+    "Usage: bgpcomm mrt [OPTIONS] FILE...   (FILE '-': standard input)\n"
     "Reads MRT files (TABLE_DUMP_V2, BGP4MP, BGP4MP_ET; plain, gzip or bzip2,\n"
     "recognised by their first octets) and interns every route's communities.\n"
     "\n"
     "Output (one line per route on stdout):\n"
     "  --format text|json|psv  text (default): prefix, peer and communities;\n"
-    "                          json: JSON Lines; psv: bgpdump -m style columns\n"
+    "                          json: JSON Lines; psv: the columns of bgpdump -m,\n"
+    "                          then one per community kind (interned lists)\n"
+    "  --header                psv: a first line naming the columns\n"
     "  --json                  same as --format json\n"
     "  --asdot                 AS numbers above 65535 as high.low\n"
     "  --count                 print only the number of matching routes\n"
@@ -91,7 +93,7 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
             return std::string("help");
         if (arg == "--json" || arg == "--asdot" || arg == "--stats" || arg == "--count" ||
             arg == "--verify" || arg == "--include-super" || arg == "--include-sub" ||
-            arg == "--no-progress" || arg == "--default-parser") {
+            arg == "--no-progress" || arg == "--default-parser" || arg == "--header") {
             if (hasValue)
                 return "option '" + arg + "' takes no value";
             if (arg == "--json") {
@@ -99,6 +101,7 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
                 out->formatGiven = true;
             }
             out->asdot |= arg == "--asdot";
+            out->header |= arg == "--header";
             out->stats |= arg == "--stats";
             out->count |= arg == "--count";
             out->verify |= arg == "--verify";
@@ -188,6 +191,7 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
     VoBgpGlobals::multiThreadedIs(wasMultiThreaded);
     main_ = std::make_unique<Lane>(*this, &diag_);
     main_->counts = &counts_;
+    main_->output.headerIs(options_.header);
     if (printsRoutes())
         main_->output.begin();
     if (options_.progress && Progress::wanted(fileno(out_), STDERR_FILENO, printsRoutes())) {
@@ -203,7 +207,7 @@ bool MrtRun::printsRoutes() const {
 void MrtRun::file(std::string const& path) {
     diag_.fileIs(path);
     std::string error;
-    auto raw = RawInput::openFile(path, &error);
+    auto raw = RawInput::openFile(path == "-" ? "/dev/stdin" : path, &error);
     if (!raw) {
         diag_.fileProblem("cannot open: " + error);
         ++failures_;

@@ -32,6 +32,7 @@ struct MrtOptions {
     Format format = Format::text;
     bool formatGiven = false;
     bool asdot = false;
+    bool header = false;  // psv: a line naming the columns first
     bool stats = false;
     bool count = false;
     bool verify = false;

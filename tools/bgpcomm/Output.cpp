@@ -1,20 +1,13 @@
 #include "bgpcomm/Output.h"
 
+#include "bgpcomm/Bgpdump.h"
+
 namespace Bgpcomm {
 
 namespace {
 
-char const* mrtTypeName(U16 type) {
-    return type == mrtTableDumpV2 ? "TABLE_DUMP2" : type == mrtBgp4mp ? "BGP4MP" : "BGP4MP_ET";
-}
-
 char const* kindName(RouteKind kind) {
     return kind == RouteKind::rib ? "rib" : kind == RouteKind::announce ? "announce" : "withdraw";
-}
-
-// bgpdump -m entry letters: B (RIB), A (announce), W (withdraw).
-char kindLetter(RouteKind kind) {
-    return kind == RouteKind::rib ? 'B' : kind == RouteKind::announce ? 'A' : 'W';
 }
 
 void appendHexOctets(VoFmt::TextBuffer& out, U8 const* p, std::size_t n) {
@@ -50,11 +43,12 @@ bool originOf(RouteView const& route, U32* asn) {
 }  // namespace
 
 void Output::begin() {
-    if (format_ != Format::psv)
+    if (format_ != Format::psv || !header_)
         return;
     std::fputs(
-        "type|timestamp|entry|peer_ip|peer_asn|prefix|path_id|as_path|origin_asn|next_hop|"
-        "communities|large_communities|ext_communities|ipv6_ext_communities\n",
+        "type|timestamp|entry|peer_ip|peer_asn|prefix|as_path|origin|next_hop|local_pref|med|"
+        "communities_received|atomic_aggregate|aggregator|communities|large_communities|"
+        "ext_communities|ipv6_ext_communities\n",
         out_);
 }
 
@@ -104,33 +98,13 @@ void Output::text(RouteView const& route) {
 }
 
 void Output::psv(RouteView const& route) {
-    RouteBatch const& batch = *route.batch;
-    line_.append(mrtTypeName(batch.mrtType));
-    line_.append('|');
-    line_.appendDecimal(batch.timestamp);
-    line_.append('|');
-    line_.append(kindLetter(batch.kind));
-    line_.append('|');
-    formatAddress(line_, batch.peer.ip);
-    line_.append('|');
-    line_.appendAsNumber(batch.peer.asn, asdot_);
-    line_.append('|');
-    formatPrefix(line_, route.nlri->prefix);
-    line_.append('|');
-    if (batch.addPath)
-        line_.appendDecimal(route.nlri->pathId);
-    line_.append('|');
-    if (route.asPath)
-        formatAsPath(line_, *route.asPath, asdot_);
-    line_.append('|');
-    U32 origin = 0;
-    if (originOf(route, &origin))
-        line_.appendAsNumber(origin, asdot_);
-    line_.append('|');
-    if (batch.attrs && batch.attrs->hasNextHop)
-        formatAddress(line_, batch.attrs->nextHop);
+    appendBgpdumpColumns(line_, route, asdot_);
+    if (route.batch->kind == RouteKind::withdraw)
+        return;
+    // After bgpdump's closing '|': the interned lists, one column per kind.
     for (CommKind kind : printOrder) {
-        line_.append('|');
+        if (kind != printOrder[0])
+            line_.append('|');
         texts(*route.comms, kind);
     }
 }

@@ -8,9 +8,9 @@
 //         [], "path_id" appears for
 //         ADDPATH records only, "origin_asn" and "next_hop" are null when the
 //         route has none, "as_path" is "" then.
-//   psv   a header line, then pipe-separated columns as bgpdump -m writes
-//         them (type, time, B/A/W, peer, AS, prefix, path, ...) followed by
-//         one column per community kind, values separated by blanks.
+//   psv   the columns of bgpdump -m (bgpcomm/Bgpdump.h), then on route
+//         lines one column per community kind from the interned lists,
+//         values separated by blanks; a header line with --header.
 //
 // Community texts come from the interned lists (sorted, without duplicates);
 // the JSON "_raw" arrays are the attribute octets as received.
@@ -43,7 +43,8 @@ class Output {
     Output(Format format, bool asdot, Ingest& ingest, std::FILE* out)
         : format_(format), asdot_(asdot), ingest_(ingest), out_(out) {}
 
-    // The psv header line; nothing for the other formats.
+    // The psv header line when asked for; nothing for the other formats.
+    void headerIs(bool header) { header_ = header; }
     void begin();
     void route(RouteView const& route);
 
@@ -65,6 +66,7 @@ class Output {
 
     Format format_;
     bool asdot_;
+    bool header_ = false;
     Ingest& ingest_;
     std::FILE* out_;
     BgpShowCli::ExtCommCache::Ptr cache_;  // null: the parser container's
