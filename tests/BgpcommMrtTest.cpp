@@ -283,7 +283,9 @@ TEST(BgpcommMrt, JsonOfOneRouteIsExact) {
               "\"Link-Bandwidth-AS:65000:1 Gbps\"],\"ext_communities_raw\":[\"0x4004fde84cee6b28\","
               "\"0x0002fde800000064\",\"0x0002fde80000000a\"],"
               "\"ipv6_ext_communities\":[\"0002-IP6:2001:db8::1:100\"],"
-              "\"ipv6_ext_communities_raw\":[\"0x000220010db80000000000000000000000010064\"]}\n");
+              "\"ipv6_ext_communities_raw\":[\"0x000220010db80000000000000000000000010064\"],"
+              "\"link_bandwidths\":[{\"ext_community\":\"0x4004fde84cee6b28\",\"transitive\":false,"
+              "\"asn\":65000,\"bits_per_second\":1000000000}]}\n");
 }
 
 TEST(BgpcommMrt, WithdrawalsInJsonCarryNoCommunities) {
@@ -297,7 +299,45 @@ TEST(BgpcommMrt, WithdrawalsInJsonCarryNoCommunities) {
               "\"as_path\":\"\",\"origin_asn\":null,\"next_hop\":null,\"communities\":[],"
               "\"communities_raw\":[],\"large_communities\":[],\"large_communities_raw\":[],"
               "\"ext_communities\":[],\"ext_communities_raw\":[],\"ipv6_ext_communities\":[],"
-              "\"ipv6_ext_communities_raw\":[]}\n");
+              "\"ipv6_ext_communities_raw\":[],\"link_bandwidths\":[]}\n");
+}
+
+// Interned lists (sorted, duplicates gone) by default; --wire-order shows
+// the values as received, so both link bandwidths appear; --exact adds the
+// bandwidth the "1 Gbps" text rounds (1000000064 bit/s: one float step above).
+TEST(BgpcommMrt, WireOrderAndExactBandwidth) {
+    Bytes attrs =
+        cat({origin(), asPath({65001}), attr(0xC0, 8, u32s({0xFFFFFF01, 0xFDE80064, 0xFDE80064})),
+             attr(0xC0, 16,
+                  u32s({0x0004FDE8, 0x4CEE6B29, 0x0002FDE8, 0x64, 0x0004FDE8, 0x4CEE6B29,
+                        0x0004FDE8, 0x4CEE6B28}))});
+    Bytes file = cat({peerTable(), rib({{0, attrs}})});
+    std::string const lb = "Link-Bandwidth-AS:65000:1 Gbps";
+    struct Case {
+        bool wireOrder, exact;
+        std::string out;
+    } const cases[] = {
+        {false, false,
+         "communities [65000:100 no-export] extended [Route-Target-AS:65000:100 " + lb + " " + lb +
+             "]"},
+        {true, false,
+         "communities [no-export 65000:100 65000:100] extended [" + lb +
+             " Route-Target-AS:65000:100 " + lb + " " + lb + "]"},
+        {false, true,
+         "communities [65000:100 no-export] extended [Route-Target-AS:65000:100 " + lb +
+             " (1000000000 bit/s) " + lb + " (1000000064 bit/s)]"},
+        {true, true,
+         "communities [no-export 65000:100 65000:100] extended [" + lb +
+             " (1000000064 bit/s) Route-Target-AS:65000:100 " + lb + " (1000000064 bit/s) " + lb +
+             " (1000000000 bit/s)]"},
+    };
+    for (Case const& c : cases) {
+        Bgpcomm::MrtOptions options;
+        options.wireOrder = c.wireOrder;
+        options.exact = c.exact;
+        EXPECT_EQ(run(std::move(options), file).out,
+                  "10.0.0.0/24 peer 192.0.2.1 AS65001 " + c.out + "\n");
+    }
 }
 
 // bgpdump -m's columns first (its line for a withdrawal), then the interned

@@ -79,6 +79,13 @@ class Ingest {
     void forEachText(RouteComms const& comms, CommKind kind, bool asdot,
                      std::function<void(std::string_view)> const& each,
                      BgpShowCli::ExtCommCache* cache = nullptr);
+    // Each community of the attribute `span` (of `kind`) in the show text of
+    // forEachText, as received: the attribute's order, duplicates included.
+    // Extended and IPv6 extended values are looked up in the tables, where
+    // the route's list put them (WireText.cpp).
+    void forEachWireText(AttrSpan const& span, CommKind kind, bool asdot,
+                         BgpShowCli::ExtCommCache* cache,
+                         std::function<void(std::string_view, U64 extValue)> const& each);
     // Whether the list of `kind` matches `regex` the way route policy
     // matches it (the list's matchCommunitiesRegex; an absent list is
     // matched as the empty text).

@@ -21,6 +21,10 @@ char const* const mrtHelp =
     "                          json: JSON Lines; psv: the columns of bgpdump -m,\n"
     "                          then one per community kind (interned lists)\n"
     "  --header                psv: a first line naming the columns\n"
+    "  --wire-order            text and psv: each attribute's values as received\n"
+    "                          (order, duplicates) instead of the interned list\n"
+    "  --exact                 text: the exact bandwidth after each link bandwidth\n"
+    "                          (JSON always has it in \"link_bandwidths\")\n"
     "  --json                  same as --format json\n"
     "  --asdot                 AS numbers above 65535 as high.low\n"
     "  --count                 print only the number of matching routes\n"
@@ -93,7 +97,8 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
             return std::string("help");
         if (arg == "--json" || arg == "--asdot" || arg == "--stats" || arg == "--count" ||
             arg == "--verify" || arg == "--include-super" || arg == "--include-sub" ||
-            arg == "--no-progress" || arg == "--default-parser" || arg == "--header") {
+            arg == "--no-progress" || arg == "--default-parser" || arg == "--header" ||
+            arg == "--wire-order" || arg == "--exact") {
             if (hasValue)
                 return "option '" + arg + "' takes no value";
             if (arg == "--json") {
@@ -102,6 +107,8 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
             }
             out->asdot |= arg == "--asdot";
             out->header |= arg == "--header";
+            out->wireOrder |= arg == "--wire-order";
+            out->exact |= arg == "--exact";
             out->stats |= arg == "--stats";
             out->count |= arg == "--count";
             out->verify |= arg == "--verify";
@@ -175,7 +182,11 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
 }
 
 MrtRun::Lane::Lane(MrtRun& run, Diag* diag)
-    : output(run.options_.format, run.options_.asdot, *run.ingest_, run.out_), diag(diag) {}
+    : output(run.options_.format, run.options_.asdot, *run.ingest_, run.out_), diag(diag) {
+    output.headerIs(run.options_.header);
+    output.wireOrderIs(run.options_.wireOrder);
+    output.exactIs(run.options_.exact);
+}
 
 MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeapBytes)
     : options_(std::move(options)), out_(out), stats_(std::move(liveHeapBytes)) {
@@ -191,7 +202,6 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
     VoBgpGlobals::multiThreadedIs(wasMultiThreaded);
     main_ = std::make_unique<Lane>(*this, &diag_);
     main_->counts = &counts_;
-    main_->output.headerIs(options_.header);
     if (printsRoutes())
         main_->output.begin();
     if (options_.progress && Progress::wanted(fileno(out_), STDERR_FILENO, printsRoutes())) {

@@ -33,6 +33,8 @@ struct MrtOptions {
     bool formatGiven = false;
     bool asdot = false;
     bool header = false;  // psv: a line naming the columns first
+    bool wireOrder = false;
+    bool exact = false;
     bool stats = false;
     bool count = false;
     bool verify = false;

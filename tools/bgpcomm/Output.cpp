@@ -1,6 +1,7 @@
 #include "bgpcomm/Output.h"
 
 #include "bgpcomm/Bgpdump.h"
+#include "bgpcomm/WireText.h"
 
 namespace Bgpcomm {
 
@@ -92,7 +93,7 @@ void Output::text(RouteView const& route) {
         line_.append(' ');
         line_.append(textLabels[static_cast<unsigned>(kind)]);
         line_.append(" [");
-        texts(*route.comms, kind);
+        texts(route, kind);
         line_.append(']');
     }
 }
@@ -105,7 +106,7 @@ void Output::psv(RouteView const& route) {
     for (CommKind kind : printOrder) {
         if (kind != printOrder[0])
             line_.append('|');
-        texts(*route.comms, kind);
+        texts(route, kind);
     }
 }
 
@@ -155,11 +156,38 @@ void Output::json(RouteView const& route) {
         line_.append("\":");
         jsonRaw(route, kind);
     }
+    jsonLinkBandwidths(route);
     line_.append('}');
 }
 
-void Output::texts(RouteComms const& comms, CommKind kind) {
+void Output::texts(RouteView const& route, CommKind kind) {
+    RouteComms const& comms = *route.comms;
     bool first = true;
+    if (wireOrder_ || (exact_ && kind == CommKind::extended)) {
+        auto each = [&](std::string_view text, U64 extValue) {
+            if (!first)
+                line_.append(' ');
+            first = false;
+            line_.append(text);
+            if (exact_ && kind == CommKind::extended && isLinkBandwidth(extValue)) {
+                line_.append(" (");
+                appendLinkBandwidthBps(line_, extValue);
+                line_.append(" bit/s)");
+            }
+        };
+        if (wireOrder_) {
+            if (route.batch->attrs)
+                ingest_.forEachWireText(route.batch->attrs->of(kind), kind, asdot_, cache_.ptr(),
+                                        each);
+        } else if (comms.extended) {
+            auto const& values = *comms.extended->commVectorRawPtr();
+            std::size_t i = 0;
+            ingest_.forEachText(
+                comms, kind, asdot_,
+                [&](std::string_view text) { each(text, values[i++]->community()); }, cache_.ptr());
+        }
+        return;
+    }
     ingest_.forEachText(
         comms, kind, asdot_,
         [&](std::string_view text) {
@@ -216,6 +244,32 @@ void Output::jsonRaw(RouteView const& route, CommKind kind) {
                     break;
             }
         }
+    }
+    line_.append(']');
+}
+
+// The exact bandwidth of each link bandwidth community, as received.
+void Output::jsonLinkBandwidths(RouteView const& route) {
+    line_.append(",\"link_bandwidths\":[");
+    bool first = true;
+    AttrSpan const* span =
+        route.batch->attrs ? &route.batch->attrs->of(CommKind::extended) : nullptr;
+    for (U32 i = 0; span && span->present && i + 8 <= span->size; i += 8) {
+        U64 const value = U64(be32(span->data + i)) << 32 | be32(span->data + i + 4);
+        if (!isLinkBandwidth(value))
+            continue;
+        if (!first)
+            line_.append(',');
+        first = false;
+        line_.append("{\"ext_community\":\"");
+        appendHexOctets(line_, span->data + i, 8);
+        line_.append("\",\"transitive\":");
+        line_.append(value >> 62 & 1 ? "false" : "true");
+        line_.append(",\"asn\":");
+        line_.appendDecimal(U32(value >> 32) & 0xFFFF);
+        line_.append(",\"bits_per_second\":");
+        appendLinkBandwidthBps(line_, value);
+        line_.append('}');
     }
     line_.append(']');
 }

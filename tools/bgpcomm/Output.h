@@ -45,6 +45,11 @@ class Output {
 
     // The psv header line when asked for; nothing for the other formats.
     void headerIs(bool header) { header_ = header; }
+    // Text and psv: each attribute's values as received (order, duplicates)
+    // instead of the interned list.
+    void wireOrderIs(bool wireOrder) { wireOrder_ = wireOrder; }
+    // Text: the exact bandwidth after each link bandwidth ("(999999744 bit/s)").
+    void exactIs(bool exact) { exact_ = exact; }
     void begin();
     void route(RouteView const& route);
 
@@ -59,7 +64,8 @@ class Output {
     void json(RouteView const& route);
     void psv(RouteView const& route);
     // The kind's texts separated by blanks.
-    void texts(RouteComms const& comms, CommKind kind);
+    void texts(RouteView const& route, CommKind kind);
+    void jsonLinkBandwidths(RouteView const& route);
     void jsonTexts(RouteComms const& comms, CommKind kind);
     void jsonRaw(RouteView const& route, CommKind kind);
     void jsonString(std::string_view text);
@@ -67,6 +73,8 @@ class Output {
     Format format_;
     bool asdot_;
     bool header_ = false;
+    bool wireOrder_ = false;
+    bool exact_ = false;
     Ingest& ingest_;
     std::FILE* out_;
     BgpShowCli::ExtCommCache::Ptr cache_;  // null: the parser container's
