@@ -2,18 +2,7 @@
 
 #include <algorithm>
 
-#include "Kiv/Errors.h"
-
 namespace Bgpcomm {
-
-std::optional<std::string> RouteFilter::matchIs(CommKind kind, std::string const& pattern) {
-    try {
-        matches_.push_back(std::make_unique<Match>(kind, pattern));
-    } catch (Kiv::ParseError const& error) {
-        return std::string(error.what());
-    }
-    return std::nullopt;
-}
 
 bool RouteFilter::passesBatch(RouteBatch const& batch) const {
     if (type == TypeFilter::withdraw && batch.kind != RouteKind::withdraw)
@@ -42,10 +31,7 @@ bool RouteFilter::passesOrigin(bool hasOrigin, U32 origin) const {
 }
 
 bool RouteFilter::passesComms(RouteComms const& comms, Ingest const& ingest) const {
-    for (auto const& match : matches_)
-        if (!ingest.matches(comms, match->kind, &match->regex))
-            return false;
-    return true;
+    return comm.passes(comms, ingest);
 }
 
 bool parseCommKind(std::string const& text, CommKind* out) {

@@ -10,6 +10,7 @@
 //                      ipv6; --kind applies to the --match options after it,
 //                      standard before any) matches REGEX (POSIX extended);
 //                      several --match must all match
+//   --has, --has-any, --has-not, --has-meaning   bgpcomm/HasFilter.h
 //
 // Contract: the batch-level tests (peer, type) run before ingest, the prefix
 // and origin tests per route, the community tests on the interned lists.
@@ -20,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "Routing/RouteMap/PosixRegex.h"
+#include "bgpcomm/HasFilter.h"
 #include "bgpcomm/Ingest.h"
 #include "bgpcomm/Mrt.h"
 
@@ -44,22 +45,18 @@ class RouteFilter {
 
     // Compiles `pattern` once for the list of `kind`; the library's message
     // when it does not compile.
-    std::optional<std::string> matchIs(CommKind kind, std::string const& pattern);
-    bool hasMatches() const { return !matches_.empty(); }
+    std::optional<std::string> matchIs(CommKind kind, std::string const& pattern) {
+        return comm.matchIs(kind, pattern);
+    }
+    bool hasMatches() const { return !comm.empty(); }
+    // --match, --has and the rest, remembered per interned list.
+    CommFilter comm;
 
     bool passesBatch(RouteBatch const& batch) const;
     bool passesPrefix(Prefix const& prefix) const;
     // `hasOrigin` false: the route has no origin AS (never passes a filter).
     bool passesOrigin(bool hasOrigin, U32 origin) const;
     bool passesComms(RouteComms const& comms, Ingest const& ingest) const;
-
-  private:
-    struct Match {
-        Match(CommKind kind, std::string const& pattern) : kind(kind), regex(pattern) {}
-        CommKind kind;
-        Routing::RouteMap::PosixRegex regex;
-    };
-    std::vector<std::unique_ptr<Match>> matches_;
 };
 
 // "standard", "large", "extended", "ipv6"; false for anything else.

@@ -3,6 +3,7 @@
 //
 //   bgpcomm mrt [OPTIONS] FILE...
 //   bgpcomm decode HEX|TEXT...
+//   bgpcomm top [OPTIONS] FILE...
 //   bgpcomm synth --routes N --seed S -o FILE
 //
 // Exit status: 0 success, 1 some input skipped, 2 usage error.
@@ -14,6 +15,7 @@
 #include "bgpcomm/Decode.h"
 #include "bgpcomm/MrtCommand.h"
 #include "bgpcomm/Synth.h"
+#include "bgpcomm/Top.h"
 
 namespace {
 
@@ -24,6 +26,7 @@ char const* const mainHelp =
     "Commands:\n"
     "  mrt FILE...         read MRT files: print, filter, count, verify, --stats\n"
     "  decode VALUE...     every text form of a community or community attribute\n"
+    "  top FILE...         the most common communities and lists, with meanings\n"
     "  synth -o FILE       write a synthetic TABLE_DUMP_V2 file\n"
     "\n"
     "'bgpcomm COMMAND --help' describes each command.\n";
@@ -50,6 +53,8 @@ int main(int argc, char** argv) {
         return Bgpcomm::mrtCommand(args, &Bgpcomm::liveHeapBytes);
     if (command == "decode")
         return Bgpcomm::decodeCommand(args);
+    if (command == "top")
+        return Bgpcomm::topCommand(args, stdout);
     if (command == "synth")
         return Bgpcomm::synthCommand(args);
     std::fprintf(stderr, "bgpcomm: unknown command '%s'\n%s", command.c_str(), mainHelp);

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "VoBgp/VoBgpGlobals.h"
+#include "bgpcomm/CommOptions.h"
 #include "bgpcomm/Mrt.h"
 
 namespace Bgpcomm {
@@ -53,7 +54,16 @@ char const* const mrtHelp =
     "                          list kind for the --match options that follow\n"
     "                          (standard until given)\n"
     "  --match REGEX           the list matches REGEX (POSIX extended, matched\n"
-    "                          as route policy matches it); repeatable: all\n"
+    "                          as route policy matches it); repeatable: all.\n"
+    "                          The text is the whole sorted list, one blank\n"
+    "                          between communities: standard '65000:100 65535:65281'\n"
+    "                          then, if that fails, '65000:100 no-export'; large\n"
+    "                          '65000:1:2'; extended '65000:100' then\n"
+    "                          'RT:65000:100' (never the printed\n"
+    "                          'Route-Target-AS:65000:100'); no list: ''. '_' is\n"
+    "                          not special: anchor with '(^| )65000:100( |$)'\n";
+
+char const* const mrtHelpEnd =
     "\n"
     "Exit status: 0 success, 1 some input was skipped or did not verify,\n"
     "2 usage error.\n";
@@ -98,7 +108,8 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
         if (arg == "--json" || arg == "--asdot" || arg == "--stats" || arg == "--count" ||
             arg == "--verify" || arg == "--include-super" || arg == "--include-sub" ||
             arg == "--no-progress" || arg == "--default-parser" || arg == "--header" ||
-            arg == "--wire-order" || arg == "--exact") {
+            arg == "--wire-order" || arg == "--exact" ||
+            arg == "--no-dictionary") {
             if (hasValue)
                 return "option '" + arg + "' takes no value";
             if (arg == "--json") {
@@ -117,13 +128,15 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
             if (arg == "--no-progress")
                 out->progress = false;
             out->defaultParser |= arg == "--default-parser";
+            out->noDictionary |= arg == "--no-dictionary";
             continue;
         }
         if (arg.rfind("-", 0) == 0 && arg != "-") {
             static char const* const withValue[] = {"--format",   "--prefix",     "--peer-ip",
                                                     "--peer-asn", "--origin-asn", "--type",
                                                     "--kind",     "--match",      "--threads"};
-            if (std::none_of(std::begin(withValue), std::end(withValue), valued))
+            if (std::none_of(std::begin(withValue), std::end(withValue), valued) &&
+                !isCommunityValueOption(arg))
                 return "unknown option '" + arg + "'";
             if (auto problem = takeValue())
                 return problem;
@@ -167,8 +180,13 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
             } else if (arg == "--kind") {
                 if (!parseCommKind(value, &kind))
                     return "unknown kind '" + value + "' (standard, large, extended or ipv6)";
+            } else if (isCommunityValueOption(arg)) {
+                if (auto problem = communityOption(arg, value, out))
+                    return problem;
             } else if (auto problem = out->filter.matchIs(kind, value)) {
                 return "bad regular expression: " + *problem;
+            } else if (auto warning = matchWarning(kind, value)) {
+                out->warnings.push_back(*warning);
             }
             continue;
         }
@@ -182,7 +200,10 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
 }
 
 MrtRun::Lane::Lane(MrtRun& run, Diag* diag)
-    : output(run.options_.format, run.options_.asdot, *run.ingest_, run.out_), diag(diag) {
+    : notes(run.dictionary_.get()),
+      output(run.options_.format, run.options_.asdot, *run.ingest_, run.out_),
+      diag(diag) {
+    output.notesIs(&notes);
     output.headerIs(run.options_.header);
     output.wireOrderIs(run.options_.wireOrder);
     output.exactIs(run.options_.exact);
@@ -193,6 +214,9 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
     stats_.start();
     if (options_.threads == 0)
         options_.threads = std::max(1u, std::thread::hardware_concurrency());
+    // `bgpcomm top` observes routes in order on one thread.
+    if (options_.observer)
+        options_.threads = 1;
     // Tables are made thread-safe or plain when created: only a run that
     // interns from several threads pays for the locks.
     bool const wasMultiThreaded = VoBgpGlobals::multiThreaded();
@@ -200,7 +224,13 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
     ingest_ = std::make_unique<Ingest>(options_.defaultParser ? Ingest::Parser::libraryDefault
                                                               : Ingest::Parser::withOptInPlugins);
     VoBgpGlobals::multiThreadedIs(wasMultiThreaded);
+    bool const describes = options_.observer || options_.filter.comm.needsNotes() ||
+                           (printsRoutes() && options_.format != Format::psv);
+    if (describes)
+        dictionary_ = loadDictionaries(options_);
     main_ = std::make_unique<Lane>(*this, &diag_);
+    // Looking a note up is const, so every lane's filter may share the main lane's.
+    options_.filter.comm.notesIs(&main_->notes);
     main_->counts = &counts_;
     if (printsRoutes())
         main_->output.begin();
@@ -211,7 +241,7 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
 }
 
 bool MrtRun::printsRoutes() const {
-    return !options_.count && (!options_.stats || options_.formatGiven);
+    return !options_.observer && !options_.count && (!options_.stats || options_.formatGiven);
 }
 
 void MrtRun::file(std::string const& path) {
@@ -281,13 +311,15 @@ void MrtRun::batch(Lane& lane, RouteBatch const& batch) {
         if (!filter.passesPrefix(nlri.prefix))
             continue;
         ++counts.routesMatched;
+        view.nlri = &nlri;
         if (printsRoutes()) {
-            view.nlri = &nlri;
             if (lane.text)
                 lane.text->append(lane.output.formatted(view));
             else
                 lane.output.route(view);
         }
+        if (options_.observer)
+            options_.observer(view);
         if (options_.stats) {
             if (lane.held)
                 lane.held->push_back(comms);
@@ -365,11 +397,15 @@ int mrtCommand(std::vector<std::string> const& args, std::function<U64()> liveHe
     if (auto problem = parseMrtOptions(args, &options)) {
         if (*problem == "help") {
             std::fputs(mrtHelp, stdout);
+            std::fputs(communityOptionsHelp, stdout);
+            std::fputs(mrtHelpEnd, stdout);
             return 0;
         }
         std::fprintf(stderr, "bgpcomm mrt: %s\nTry 'bgpcomm mrt --help'.\n", problem->c_str());
         return 2;
     }
+    for (std::string const& warning : options.warnings)
+        std::fprintf(stderr, "bgpcomm mrt: warning: %s\n", warning.c_str());
     std::vector<std::string> files = options.files;
     MrtRun run(std::move(options), stdout, std::move(liveHeapBytes));
     for (std::string const& path : files)

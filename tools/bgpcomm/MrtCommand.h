@@ -18,9 +18,11 @@
 #include <vector>
 
 #include "bgpcomm/Diag.h"
+#include "bgpcomm/Dictionary.h"
 #include "bgpcomm/Filter.h"
 #include "bgpcomm/Ingest.h"
 #include "bgpcomm/Input.h"
+#include "bgpcomm/Notes.h"
 #include "bgpcomm/Output.h"
 #include "bgpcomm/Progress.h"
 #include "bgpcomm/Stats.h"
@@ -45,12 +47,21 @@ struct MrtOptions {
     // Only the library's default parser plug-ins (Ingest::Parser).
     bool defaultParser = false;
     RouteFilter filter;
+    // Community dictionaries (bgpcomm/CommOptions.h) and --match warnings.
+    std::vector<std::string> dictionaries;
+    bool noDictionary = false;
+    std::vector<std::string> warnings;
+    // When set, every matching route goes here instead of the output
+    // (bgpcomm top).
+    std::function<void(RouteView const&)> observer;
 };
 
 // Parses the arguments after "mrt". On a usage error returns the message
 // (without the program prefix); "help" asks for the help text.
 std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args, MrtOptions* out);
+// The help text: mrtHelp, communityOptionsHelp (bgpcomm/CommOptions.h), mrtHelpEnd.
 extern char const* const mrtHelp;
+extern char const* const mrtHelpEnd;
 
 class MrtRun {
   public:
@@ -65,6 +76,8 @@ class MrtRun {
     int finish();
 
     Diag& diag() { return diag_; }
+    Notes const* notes() const { return notes_.get(); }
+    Ingest& ingest() { return *ingest_; }
     RunCounts const& counts() const { return counts_; }
 
   private:
@@ -73,6 +86,7 @@ class MrtRun {
     // a chunk of records another thread emits in order).
     struct Lane {
         Lane(MrtRun& run, Diag* diag);
+        Notes notes;  // one per thread: it reuses its buffers
         Output output;
         Diag* diag;
         std::vector<AsPathEntry> asPath;
@@ -101,6 +115,7 @@ class MrtRun {
     Diag diag_;
     Stats stats_;
     std::unique_ptr<Ingest> ingest_;
+    std::unique_ptr<Dictionary> dictionary_;
     RunCounts counts_;
     std::unique_ptr<Lane> main_;
     std::unique_ptr<Threads> threads_;

@@ -157,46 +157,51 @@ void Output::json(RouteView const& route) {
         jsonRaw(route, kind);
     }
     jsonLinkBandwidths(route);
+    if (notes_)
+        notes_->appendJson(line_, *route.comms, ingest_, asdot_);
     line_.append('}');
 }
 
 void Output::texts(RouteView const& route, CommKind kind) {
     RouteComms const& comms = *route.comms;
     bool first = true;
-    if (wireOrder_ || (exact_ && kind == CommKind::extended)) {
-        auto each = [&](std::string_view text, U64 extValue) {
-            if (!first)
-                line_.append(' ');
-            first = false;
-            line_.append(text);
-            if (exact_ && kind == CommKind::extended && isLinkBandwidth(extValue)) {
-                line_.append(" (");
-                appendLinkBandwidthBps(line_, extValue);
-                line_.append(" bit/s)");
-            }
-        };
-        if (wireOrder_) {
-            if (route.batch->attrs)
-                ingest_.forEachWireText(route.batch->attrs->of(kind), kind, asdot_, cache_.ptr(),
-                                        each);
-        } else if (comms.extended) {
+    // Notes follow the interned list's order, which wire order does not keep.
+    bool const noted = notes_ && !wireOrder_;
+    if (noted)
+        notes_->listIs(comms, kind);
+    std::size_t i = 0;
+    auto each = [&](std::string_view text, U64 extValue) {
+        if (!first)
+            line_.append(' ');
+        first = false;
+        line_.append(text);
+        if (exact_ && kind == CommKind::extended && isLinkBandwidth(extValue)) {
+            line_.append(" (");
+            appendLinkBandwidthBps(line_, extValue);
+            line_.append(" bit/s)");
+        }
+        if (noted)
+            notes_->appendText(line_, i++, format_ == Format::psv);
+    };
+    if (wireOrder_) {
+        if (route.batch->attrs)
+            ingest_.forEachWireText(route.batch->attrs->of(kind), kind, asdot_, cache_.ptr(), each);
+        return;
+    }
+    if (exact_ && kind == CommKind::extended) {
+        if (comms.extended) {
             auto const& values = *comms.extended->commVectorRawPtr();
-            std::size_t i = 0;
+            std::size_t at = 0;
             ingest_.forEachText(
                 comms, kind, asdot_,
-                [&](std::string_view text) { each(text, values[i++]->community()); }, cache_.ptr());
+                [&](std::string_view text) { each(text, values[at++]->community()); },
+                cache_.ptr());
         }
         return;
     }
+    // Only an extended community can be a link bandwidth, and this one is not asked for.
     ingest_.forEachText(
-        comms, kind, asdot_,
-        [&](std::string_view text) {
-            if (!first)
-                line_.append(' ');
-            first = false;
-            line_.append(text);
-        },
-        cache_.ptr());
+        comms, kind, asdot_, [&](std::string_view text) { each(text, 0); }, cache_.ptr());
 }
 
 void Output::jsonTexts(RouteComms const& comms, CommKind kind) {
@@ -275,20 +280,7 @@ void Output::jsonLinkBandwidths(RouteView const& route) {
 }
 
 void Output::jsonString(std::string_view text) {
-    line_.append('"');
-    for (char c : text) {
-        auto u = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            line_.append('\\');
-            line_.append(c);
-        } else if (u < 0x20) {
-            line_.append("\\u00");
-            line_.appendHex2(u);
-        } else {
-            line_.append(c);
-        }
-    }
-    line_.append('"');
+    appendJsonString(line_, text);
 }
 
 }  // namespace Bgpcomm

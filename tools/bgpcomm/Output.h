@@ -24,6 +24,7 @@
 #include "VoFmt/StackBackedBuffer.h"
 #include "bgpcomm/Ingest.h"
 #include "bgpcomm/Mrt.h"
+#include "bgpcomm/Notes.h"
 
 namespace Bgpcomm {
 
@@ -50,6 +51,8 @@ class Output {
     void wireOrderIs(bool wireOrder) { wireOrder_ = wireOrder; }
     // Text: the exact bandwidth after each link bandwidth ("(999999744 bit/s)").
     void exactIs(bool exact) { exact_ = exact; }
+    // Notes beside communities (bgpcomm/Notes.h); none when null.
+    void notesIs(Notes* notes) { notes_ = notes; }
     void begin();
     void route(RouteView const& route);
 
@@ -78,6 +81,7 @@ class Output {
     Ingest& ingest_;
     std::FILE* out_;
     BgpShowCli::ExtCommCache::Ptr cache_;  // null: the parser container's
+    Notes* notes_ = nullptr;
     VoFmt::StackBackedBuffer<4096, (1u << 20)> line_;
 };
 

@@ -1,0 +1,225 @@
+#include "bgpcomm/Dictionary.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <tuple>
+
+#include "Kiv/Assert.h"
+
+namespace Bgpcomm {
+
+namespace {
+
+std::string_view trim(std::string_view text) {
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
+        text.remove_prefix(1);
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
+        text.remove_suffix(1);
+    return text;
+}
+
+bool readFile(std::filesystem::path const& path, std::string* out) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return false;
+    std::ostringstream text;
+    text << in.rdbuf();
+    *out = text.str();
+    return !in.bad();
+}
+
+// "as1299.txt" -> 1299.
+std::optional<U32> fileAsn(std::string const& name) {
+    if (name.size() < 7 || name.rfind("as", 0) != 0 || name.substr(name.size() - 4) != ".txt")
+        return std::nullopt;
+    std::string digits = name.substr(2, name.size() - 6);
+    if (digits.empty() || digits.size() > 10 ||
+        !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }))
+        return std::nullopt;
+    U64 value = std::stoull(digits);
+    if (value > 0xFFFFFFFFull)
+        return std::nullopt;
+    return static_cast<U32>(value);
+}
+
+auto rank(Dictionary::Entry const* e) {
+    return std::make_tuple(e->pattern.precedence(), e->folder, e->pattern.breadth(), e->order);
+}
+
+}  // namespace
+
+void Dictionary::loadFolder(std::string const& dir, Problem const& problem) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    std::vector<std::string> names;
+    for (auto const& item : fs::directory_iterator(dir, error)) {
+        std::string name = item.path().filename().string();
+        if (fileAsn(name))
+            names.push_back(name);
+    }
+    if (error) {
+        problem(dir + ": cannot read the folder: " + error.message());
+        return;
+    }
+    std::sort(names.begin(), names.end());
+    for (std::string const& name : names) {
+        fs::path path = fs::path(dir) / name;
+        std::string text;
+        if (!readFile(path, &text)) {
+            problem(path.string() + ": cannot read; file skipped");
+            continue;
+        }
+        // A link stored as a one-line file naming its target in this folder.
+        std::string_view target = trim(text);
+        if (!target.empty() && target.find_first_of(",\n/") == std::string_view::npos &&
+            fs::is_regular_file(fs::path(dir) / std::string(target), error)) {
+            fs::path linked = fs::path(dir) / std::string(target);
+            if (!readFile(linked, &text)) {
+                problem(linked.string() + ": cannot read; file skipped");
+                continue;
+            }
+            path = linked;
+        }
+        addText(path.string(), text, fileAsn(name), problem);
+    }
+    nextFolder();
+}
+
+void Dictionary::addText(std::string const& name, std::string_view text, std::optional<U32> asn,
+                         Problem const& problem) {
+    indexed_ = false;
+    std::size_t lineNo = 0;
+    while (!text.empty()) {
+        std::size_t end = text.find('\n');
+        std::string_view line = text.substr(0, end);
+        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+        ++lineNo;
+        ++order_;
+        line = trim(line);
+        if (line.empty() || line.front() == '#')
+            continue;
+        auto report = [&](std::string const& what) {
+            problem(name + ": line " + std::to_string(lineNo) + ": " + what + "; line skipped");
+        };
+        std::size_t comma = line.find(',');
+        if (comma == std::string_view::npos) {
+            report("no comma between community and description");
+            continue;
+        }
+        std::string key(trim(line.substr(0, comma)));
+        if (auto at = key.find("<ASN>"); at != std::string::npos) {
+            if (!asn) {
+                report("<ASN> in a file whose name gives no AS number");
+                continue;
+            }
+            key.replace(at, 5, std::to_string(*asn));
+        }
+        Entry entry;
+        if (auto bad = parseCommPattern(key, &entry.pattern)) {
+            report(*bad);
+            continue;
+        }
+        entry.description = std::string(trim(line.substr(comma + 1)));
+        entry.folder = folder_;
+        entry.order = order_;
+        entries_.push_back(std::move(entry));
+    }
+}
+
+bool Dictionary::better(Entry const* a, Entry const* b) const {
+    return rank(a) < rank(b);
+}
+
+void Dictionary::finish() {
+    exact_.clear();
+    byFirst_.clear();
+    for (auto& list : anyFirst_)
+        list.clear();
+    std::vector<Entry const*> sorted;
+    sorted.reserve(entries_.size());
+    for (Entry const& entry : entries_)
+        sorted.push_back(&entry);
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [this](Entry const* a, Entry const* b) { return better(a, b); });
+    for (Entry const* entry : sorted) {
+        CommPattern const& p = entry->pattern;
+        if (p.precedence() == Precedence::exact) {
+            exact_.emplace(p.exactKey(), entry);  // the first (best) stays
+        } else if (!p.field[0].glob && p.field[0].low == p.field[0].high) {
+            byFirst_[CommKey{p.kind, p.fieldCount, {p.field[0].low, 0, 0}}].push_back(entry);
+        } else {
+            anyFirst_[static_cast<unsigned>(p.kind)].push_back(entry);
+        }
+    }
+    indexed_ = true;
+}
+
+Dictionary::Entry const* Dictionary::lookup(CommKey const& key) const {
+    KIV_ASSERT(indexed_, "Dictionary::finish before lookups");
+    if (auto hit = exact_.find(key); hit != exact_.end())
+        return hit->second;
+    Entry const* best = nullptr;
+    auto firstMatch = [&](std::vector<Entry const*> const& list) {
+        for (Entry const* entry : list) {
+            if (entry->pattern.matches(key)) {
+                if (!best || better(entry, best))
+                    best = entry;
+                return;
+            }
+        }
+    };
+    if (auto list = byFirst_.find(CommKey{key.kind, key.fieldCount, {key.field[0], 0, 0}});
+        list != byFirst_.end())
+        firstMatch(list->second);
+    firstMatch(anyFirst_[static_cast<unsigned>(key.kind)]);
+    return best;
+}
+
+std::string Dictionary::describe(Entry const& entry, CommKey const& key) const {
+    std::string const& text = entry.description;
+    if (text.find('$') == std::string::npos)
+        return text;
+    std::vector<std::string> captures;
+    entry.pattern.matches(key, &captures);
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '$' && i + 1 < text.size() &&
+            std::isdigit(static_cast<unsigned char>(text[i + 1]))) {
+            std::size_t j = i + 1;
+            std::size_t n = 0;
+            while (j < text.size() && std::isdigit(static_cast<unsigned char>(text[j])))
+                n = n * 10 + std::size_t(text[j++] - '0');
+            if (n < captures.size()) {
+                out += captures[n];
+                i = j - 1;
+                continue;
+            }
+        }
+        out += text[i];
+    }
+    return out;
+}
+
+std::string shippedDictionaryFolder() {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    fs::path exe = fs::read_symlink("/proc/self/exe", error);
+    if (!error) {
+        fs::path installed =
+            exe.parent_path().parent_path() / "share/bgpcomm/dictionaries/nlnog/communities";
+        if (fs::is_directory(installed, error))
+            return installed.string();
+    }
+#ifdef BGPCOMM_SOURCE_DICTIONARY
+    if (fs::is_directory(BGPCOMM_SOURCE_DICTIONARY, error))
+        return BGPCOMM_SOURCE_DICTIONARY;
+#endif
+    return {};
+}
+
+}  // namespace Bgpcomm
