@@ -6,7 +6,9 @@
 #include <optional>
 
 #include "bgpcomm/Attrs.h"
+#include "bgpcomm/CommOptions.h"
 #include "bgpcomm/Ingest.h"
+#include "bgpcomm/Notes.h"
 
 namespace Bgpcomm {
 
@@ -21,7 +23,9 @@ char const* const decodeHelp =
     "  - one value in hex: 8 digits standard, 16 extended, 24 large, 40 IPv6\n"
     "    extended, e.g. 0x0002fde800000064\n"
     "  - a:b (standard) or a:b:c (large) in decimal, e.g. 65000:100\n"
-    "Option:\n"
+    "Options:\n"
+    "  --dictionary DIR  community descriptions from a folder of NLNOG-style files\n"
+    "                    (before the shipped copy); --no-dictionary: none\n"
     "  --default-parser  decode extended communities with the library's default\n"
     "                    parser only, without the EVPN, flowspec and transitive\n"
     "                    link bandwidth plug-ins\n"
@@ -104,7 +108,8 @@ std::string printable(std::string_view text) {
 
 class Decoder {
   public:
-    Decoder(std::string* out, Ingest::Parser parser) : out_(*out), ingest_(parser) {}
+    Decoder(std::string* out, Ingest::Parser parser, Notes const* notes)
+        : out_(*out), ingest_(parser), notes_(notes) {}
 
     void line(char const* form, std::string_view text) {
         char label[40];
@@ -189,6 +194,11 @@ class Decoder {
         }
         // The text the JSON output of `bgpcomm mrt` carries.
         texts(comms, kind, "json text", true);
+        forEachKey(comms, kind, [&](CommKey const* key, U32 value) {
+            std::string note = notes_ && key ? notes_->note(key, value) : std::string();
+            if (!note.empty())
+                line("note", note);
+        });
     }
 
     // The forms both extended kinds have: derived, classification,
@@ -219,6 +229,7 @@ class Decoder {
 
     std::string& out_;
     Ingest ingest_;
+    Notes const* notes_;
 };
 
 std::optional<CommKind> kindOfAttr(U8 type) {
@@ -237,16 +248,23 @@ std::optional<CommKind> kindOfSize(std::size_t size) {
 
 }  // namespace
 
-int decode(std::vector<std::string> const& args, std::string* out, std::string* err) {
+int decode(std::vector<std::string> const& args, std::string* out, std::string* err,
+           Dictionary const* dictionary) {
     bool defaultParser = false;
-    for (std::string const& arg : args)
-        defaultParser |= arg == "--default-parser";
+    std::vector<std::string> values;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        defaultParser |= args[i] == "--default-parser";
+        if (args[i] == "--dictionary")
+            ++i;
+        else if (args[i] != "--default-parser" && args[i] != "--no-dictionary")
+            values.push_back(args[i]);
+    }
+    Notes notes(dictionary);
     Decoder decoder(
-        out, defaultParser ? Ingest::Parser::libraryDefault : Ingest::Parser::withOptInPlugins);
+        out, defaultParser ? Ingest::Parser::libraryDefault : Ingest::Parser::withOptInPlugins,
+        &notes);
     int status = 0;
-    for (std::string const& arg : args) {
-        if (arg == "--default-parser")
-            continue;
+    for (std::string const& arg : values) {
         auto octets = arg.find(':') != std::string::npos && arg.rfind("0x", 0) != 0
                           ? parseColonText(arg)
                           : parseHex(arg);
@@ -302,8 +320,15 @@ int decodeCommand(std::vector<std::string> const& args) {
         std::fputs("bgpcomm decode: nothing to decode\nTry 'bgpcomm decode --help'.\n", stderr);
         return 2;
     }
+    MrtOptions dictionaryOptions;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        dictionaryOptions.noDictionary |= args[i] == "--no-dictionary";
+        if (args[i] == "--dictionary" && i + 1 < args.size())
+            dictionaryOptions.dictionaries.push_back(args[++i]);
+    }
+    auto dictionary = loadDictionaries(dictionaryOptions);
     std::string out, err;
-    int status = decode(args, &out, &err);
+    int status = decode(args, &out, &err, dictionary.get());
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::fwrite(err.data(), 1, err.size(), stderr);
     return status;

@@ -12,7 +12,9 @@
 // For each community it prints one "  <form>  <text>" line per text form the
 // library has for that kind, extended communities parsed with the opt-in
 // plug-ins too unless the argument --default-parser (anywhere) asks for the
-// library's default parser alone.
+// library's default parser alone. A community with a well-known registry name
+// or a dictionary description gets a "note" line (--dictionary DIR,
+// --no-dictionary as for `bgpcomm mrt`).
 //
 // Contract: an argument that is none of these is a usage error (status 2);
 // an attribute whose length is not a multiple of its element size prints
@@ -27,7 +29,11 @@ namespace Bgpcomm {
 extern char const* const decodeHelp;
 
 // Decodes `args` onto `out`; returns the exit status. Problems go to `err`.
-int decode(std::vector<std::string> const& args, std::string* out, std::string* err);
+// `dictionary` (may be null) gives the notes; decodeCommand loads the
+// --dictionary folders and the shipped one.
+class Dictionary;
+int decode(std::vector<std::string> const& args, std::string* out, std::string* err,
+           Dictionary const* dictionary = nullptr);
 int decodeCommand(std::vector<std::string> const& args);
 
 }  // namespace Bgpcomm

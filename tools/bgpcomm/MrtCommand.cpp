@@ -200,7 +200,7 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
 }
 
 MrtRun::Lane::Lane(MrtRun& run, Diag* diag)
-    : notes(run.dictionary_.get()),
+    : notes(run.options_.dictionary.get()),
       output(run.options_.format, run.options_.asdot, *run.ingest_, run.out_),
       diag(diag) {
     output.notesIs(&notes);
@@ -224,10 +224,6 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
     ingest_ = std::make_unique<Ingest>(options_.defaultParser ? Ingest::Parser::libraryDefault
                                                               : Ingest::Parser::withOptInPlugins);
     VoBgpGlobals::multiThreadedIs(wasMultiThreaded);
-    bool const describes = options_.observer || options_.filter.comm.needsNotes() ||
-                           (printsRoutes() && options_.format != Format::psv);
-    if (describes)
-        dictionary_ = loadDictionaries(options_);
     main_ = std::make_unique<Lane>(*this, &diag_);
     // Looking a note up is const, so every lane's filter may share the main lane's.
     options_.filter.comm.notesIs(&main_->notes);
@@ -404,6 +400,11 @@ int mrtCommand(std::vector<std::string> const& args, std::function<U64()> liveHe
         std::fprintf(stderr, "bgpcomm mrt: %s\nTry 'bgpcomm mrt --help'.\n", problem->c_str());
         return 2;
     }
+    bool const describes = options.filter.comm.needsNotes() ||
+                           (!options.count && options.format != Format::psv &&
+                            (!options.stats || options.formatGiven));
+    if (describes)
+        options.dictionary = loadDictionaries(options);
     for (std::string const& warning : options.warnings)
         std::fprintf(stderr, "bgpcomm mrt: warning: %s\n", warning.c_str());
     std::vector<std::string> files = options.files;

@@ -50,6 +50,9 @@ struct MrtOptions {
     // Community dictionaries (bgpcomm/CommOptions.h) and --match warnings.
     std::vector<std::string> dictionaries;
     bool noDictionary = false;
+    // Loaded by mrtCommand / topCommand from the two above; none in a run
+    // built without it (names only).
+    std::shared_ptr<Dictionary const> dictionary;
     std::vector<std::string> warnings;
     // When set, every matching route goes here instead of the output
     // (bgpcomm top).
@@ -115,7 +118,6 @@ class MrtRun {
     Diag diag_;
     Stats stats_;
     std::unique_ptr<Ingest> ingest_;
-    std::unique_ptr<Dictionary> dictionary_;
     RunCounts counts_;
     std::unique_ptr<Lane> main_;
     std::unique_ptr<Threads> threads_;

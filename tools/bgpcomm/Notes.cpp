@@ -65,7 +65,6 @@ void Notes::appendText(VoFmt::TextBuffer& out, std::size_t i, bool psv) {
 
 void Notes::appendJson(VoFmt::TextBuffer& out, RouteComms const& comms, Ingest& ingest,
                        bool asdot) {
-    out.append(",\"notes\":[");
     bool first = true;
     for (CommKind kind :
          {CommKind::standard, CommKind::large, CommKind::extended, CommKind::ipv6}) {
@@ -75,8 +74,7 @@ void Notes::appendJson(VoFmt::TextBuffer& out, RouteComms const& comms, Ingest& 
             Item const& it = items_[i++];
             if (!it.name && !it.entry)
                 return;
-            if (!first)
-                out.append(',');
+            out.append(first ? ",\"notes\":[" : ",");
             first = false;
             out.append("{\"community\":");
             appendJsonString(out, text);
@@ -93,7 +91,8 @@ void Notes::appendJson(VoFmt::TextBuffer& out, RouteComms const& comms, Ingest& 
             out.append('}');
         });
     }
-    out.append(']');
+    if (!first)
+        out.append(']');
 }
 
 std::string Notes::note(CommKey const* key, U32 standardValue) const {

@@ -6,7 +6,7 @@
 //         both "65535:666 {BLACKHOLE: Blackhole}"
 //   psv   the name only, attached: "65535:666{BLACKHOLE}" (a psv column is
 //         values separated by blanks)
-//   json  a last key "notes": [{"community":"65535:666","well_known":
+//   json  a last key "notes" (only on a route with a note): [{"community":"65535:666","well_known":
 //         "BLACKHOLE","reference":"RFC 7999","description":"..."}, ...] for
 //         the communities that have a note, in print order
 //
@@ -44,7 +44,7 @@ class Notes {
     void listIs(RouteComms const& comms, CommKind kind);
     // The note of the list's i-th community, if it has one.
     void appendText(VoFmt::TextBuffer& out, std::size_t i, bool psv);
-    // ",\"notes\":[...]" for all kinds of the route.
+    // ",\"notes\":[...]" for all kinds of the route; nothing without notes.
     void appendJson(VoFmt::TextBuffer& out, RouteComms const& comms, Ingest& ingest, bool asdot);
 
     // The note of one community ("" when none): name, description or both.

@@ -81,6 +81,7 @@ int topCommand(std::vector<std::string> const& args, std::FILE* out) {
         return 2;
     }
     bool const json = options.format == Format::json;
+    options.dictionary = loadDictionaries(options);
     std::map<std::pair<bool, U32>, Group> groups;  // (has origin, origin)
     options.observer = [&](RouteView const& route) {
         U32 origin = 0;
