@@ -20,7 +20,7 @@ char const* const communityOptionsHelp =
     "  --dictionary DIR        community descriptions from a folder of NLNOG-style\n"
     "                          as<N>.txt files; repeatable, first wins; read before\n"
     "                          the shipped NLNOG copy\n"
-    "  --no-dictionary         no descriptions, not even the shipped ones\n";
+    "  --no-dictionary         not the shipped NLNOG copy (only --dictionary ones)\n";
 
 bool isCommunityValueOption(std::string const& arg) {
     return arg == "--has" || arg == "--has-any" || arg == "--has-not" || arg == "--has-meaning" ||
@@ -53,8 +53,6 @@ std::unique_ptr<Dictionary> loadDictionaries(MrtOptions const& options) {
         std::string shipped = shippedDictionaryFolder();
         if (!shipped.empty())
             folders.push_back(shipped);
-    } else {
-        folders.clear();
     }
     if (folders.empty())
         return nullptr;

@@ -4,7 +4,7 @@
 //   --dictionary DIR   a folder of NLNOG-style community files; repeatable,
 //                      earlier folders win ties; they come before the shipped
 //                      one
-//   --no-dictionary    no dictionary at all, the shipped one included
+//   --no-dictionary    not the shipped one (only the --dictionary folders)
 #pragma once
 
 #include <memory>

@@ -25,7 +25,7 @@ char const* const decodeHelp =
     "  - a:b (standard) or a:b:c (large) in decimal, e.g. 65000:100\n"
     "Options:\n"
     "  --dictionary DIR  community descriptions from a folder of NLNOG-style files\n"
-    "                    (before the shipped copy); --no-dictionary: none\n"
+    "                    (before the shipped copy); --no-dictionary: not the shipped one\n"
     "  --default-parser  decode extended communities with the library's default\n"
     "                    parser only, without the EVPN, flowspec and transitive\n"
     "                    link bandwidth plug-ins\n"

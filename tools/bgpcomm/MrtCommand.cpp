@@ -279,7 +279,8 @@ void MrtRun::batch(Lane& lane, RouteBatch const& batch) {
         anyPrefix |= filter.passesPrefix(nlri.prefix);
     if (!anyPrefix)
         return;
-    bool const needPath = batch.attrs && (printsRoutes() || !filter.originAsns.empty());
+    bool const needPath =
+        batch.attrs && (printsRoutes() || options_.observer || !filter.originAsns.empty());
     if (needPath)
         asPathEntries(*batch.attrs, &asPath);
     else

@@ -82,6 +82,7 @@ class MrtRun {
     Notes const* notes() const { return notes_.get(); }
     Ingest& ingest() { return *ingest_; }
     RunCounts const& counts() const { return counts_; }
+    RouteFilter const& filter() const { return options_.filter; }
 
   private:
     // What one thread needs to turn batches into output: its own formatter,
