@@ -20,7 +20,8 @@ using namespace Bgpcomm;
 Dictionary testDictionary(std::vector<std::string>* problems) {
     Dictionary d;
     auto problem = [&](std::string const& text) { problems->push_back(text); };
-    d.addText("user.txt", "65005:1x,user wildcard\n", std::nullopt, problem);
+    d.addText("user.txt", "65005:1x,user wildcard\n65009:1x,user wildcard\n", std::nullopt,
+              problem);
     d.nextFolder();
     d.addText("shipped.txt",
               "# comment\n"
@@ -29,7 +30,7 @@ Dictionary testDictionary(std::vector<std::string>* problems) {
               "rt 65004:nnn,target $0\nsoo 65004:1,origin\n"
               "65005:10,shipped exact\n65005:1x,shipped wildcard\n"
               "65006:0-100,wide\n65006:50-60,narrow\n65008:1xx,digits $0$1\n"
-              "<ASN>:1,own\n"
+              "<ASN>:1,own\n65009:10-19,shipped range\n"
               "garbage\n65000:70000,too big\n65000:1n,bad\n",
               65007u, problem);
     d.finish();
@@ -68,6 +69,7 @@ TEST(BgpcommMeaning, DictionaryPrecedenceAtTiesAndBoundaries) {
         {standardKey(65006u << 16 | 61), "wide"},
         {standardKey(65008u << 16 | 123), "digits 23"},
         {standardKey(65007u << 16 | 1), "own"},
+        {standardKey(65009u << 16 | 12), "shipped range"},  // a later range beats a wildcard
     };
     for (Case const& c : cases) {
         Dictionary::Entry const* entry = d.lookup(c.key);
@@ -75,10 +77,10 @@ TEST(BgpcommMeaning, DictionaryPrecedenceAtTiesAndBoundaries) {
             << c.key.field[0] << ":" << c.key.field[1] << ":" << c.key.field[2];
     }
     EXPECT_EQ(problems, (std::vector<std::string>{
-                            "shipped.txt: line 16: no comma between community and description; "
+                            "shipped.txt: line 17: no comma between community and description; "
                             "line skipped",
-                            "shipped.txt: line 17: bad number '70000'; line skipped",
-                            "shipped.txt: line 18: 'n' stands only in 'nnn' in '1n'; line skipped"}));
+                            "shipped.txt: line 18: bad number '70000'; line skipped",
+                            "shipped.txt: line 19: 'n' stands only in 'nnn' in '1n'; line skipped"}));
 }
 
 TEST(BgpcommMeaning, ShippedDictionaryLoadsCleanlyWithItsSharedFiles) {
