@@ -76,11 +76,12 @@ TEST(BgpcommMeaning, DictionaryPrecedenceAtTiesAndBoundaries) {
         EXPECT_EQ(entry ? d.describe(*entry, c.key) : "", c.description)
             << c.key.field[0] << ":" << c.key.field[1] << ":" << c.key.field[2];
     }
-    EXPECT_EQ(problems, (std::vector<std::string>{
-                            "shipped.txt: line 17: no comma between community and description; "
-                            "line skipped",
-                            "shipped.txt: line 18: bad number '70000'; line skipped",
-                            "shipped.txt: line 19: 'n' stands only in 'nnn' in '1n'; line skipped"}));
+    EXPECT_EQ(problems,
+              (std::vector<std::string>{
+                  "shipped.txt: line 17: no comma between community and description; "
+                  "line skipped",
+                  "shipped.txt: line 18: bad number '70000'; line skipped",
+                  "shipped.txt: line 19: 'n' stands only in 'nnn' in '1n'; line skipped"}));
 }
 
 TEST(BgpcommMeaning, ShippedDictionaryLoadsCleanlyWithItsSharedFiles) {
@@ -118,10 +119,10 @@ TEST(BgpcommMeaning, HasPatternsAreWholeFieldsAndCombine) {
         attr(0xC0, 16, u32s({0x0002FDE8, 100})),               // 3 RT 65000:100
         attr(0xC0, 16, {0x00, 0x02, 0xFD, 0xE9, 0, 0, 0, 1}),  // 4 RT 65001:1
     });
-    char const* const lines[] = {
-        "communities [1403:1299]", "communities [1299:5 65535:666 {BLACKHOLE}]",
-        "large [65000:0:7]", "extended [Route-Target-AS:65000:100]",
-        "extended [Route-Target-AS:65001:1]"};
+    char const* const lines[] = {"communities [1403:1299]",
+                                 "communities [1299:5 65535:666 {BLACKHOLE}]", "large [65000:0:7]",
+                                 "extended [Route-Target-AS:65000:100]",
+                                 "extended [Route-Target-AS:65001:1]"};
     struct Case {
         std::vector<std::pair<HasGroup, char const*>> has;
         char const* routes;  // which entries pass

@@ -42,7 +42,7 @@ std::optional<std::string> parseField(std::string_view text, U64 max, FieldPatte
     std::string const shown(text);
     if (text == "*") {
         out->glob = true;
-        out->digits = "n";
+        out->digits.assign(1, 'n');
         return std::nullopt;
     }
     if (auto dash = text.find('-'); dash != std::string_view::npos) {

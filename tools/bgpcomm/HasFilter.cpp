@@ -1,6 +1,8 @@
 #include "bgpcomm/HasFilter.h"
 
+#include <algorithm>
 #include <cctype>
+#include <cstdint>
 
 #include "Kiv/Errors.h"
 #include "bgpcomm/WellKnown.h"
@@ -125,10 +127,94 @@ struct CommFilter::Term {
     }
 };
 
+namespace {
+
+// List address -> term bits, open addressing: a route costs one probe
+// sequence in one array per kind, no node per entry. The absent list (null)
+// has its own slot. `held` keeps every list in the table alive.
+class AddressMemo {
+  public:
+    U64 const* find(void const* address) const {
+        if (!address)
+            return nullKnown_ ? &nullBits_ : nullptr;
+        if (slots_.empty())
+            return nullptr;
+        for (std::size_t i = slotOf(address);; i = (i + 1) & (slots_.size() - 1)) {
+            if (slots_[i].address == address)
+                return &slots_[i].bits;
+            if (!slots_[i].address)
+                return nullptr;
+        }
+    }
+    void insert(void const* address, U64 bits, RouteComms held) {
+        if (!address) {
+            nullKnown_ = true;
+            nullBits_ = bits;
+            return;
+        }
+        if (2 * (held_.size() + 1) > slots_.size())
+            grow();
+        place(address, bits);
+        held_.push_back(std::move(held));
+    }
+
+  private:
+    struct Slot {
+        void const* address = nullptr;
+        U64 bits = 0;
+    };
+    std::size_t slotOf(void const* address) const {
+        auto const h = static_cast<U64>(reinterpret_cast<std::uintptr_t>(address) >> 4) *
+                       0x9E3779B97F4A7C15ull;
+        return static_cast<std::size_t>(h >> 32) & (slots_.size() - 1);
+    }
+    void place(void const* address, U64 bits) {
+        std::size_t i = slotOf(address);
+        while (slots_[i].address)
+            i = (i + 1) & (slots_.size() - 1);
+        slots_[i] = Slot{address, bits};
+    }
+    void grow() {
+        std::vector<Slot> old(std::max<std::size_t>(1024, slots_.size() * 2));
+        old.swap(slots_);
+        for (Slot const& slot : old)
+            if (slot.address)
+                place(slot.address, slot.bits);
+    }
+
+    std::vector<Slot> slots_;
+    std::vector<RouteComms> held_;
+    bool nullKnown_ = false;
+    U64 nullBits_ = 0;
+};
+
+void const* listAddress(RouteComms const& comms, CommKind kind, RouteComms* only) {
+    switch (kind) {
+        case CommKind::standard:
+            if (only)
+                only->standard = comms.standard;
+            return comms.standard.ptr();
+        case CommKind::large:
+            if (only)
+                only->large = comms.large;
+            return comms.large.ptr();
+        case CommKind::extended:
+            if (only)
+                only->extended = comms.extended;
+            return comms.extended.ptr();
+        case CommKind::ipv6:
+            if (only)
+                only->ipv6 = comms.ipv6;
+            return comms.ipv6.ptr();
+    }
+    return nullptr;
+}
+
+}  // namespace
+
 struct CommFilter::Memo {
     std::mutex mutex;
-    // Per kind: list address -> (a reference keeping it alive, term bits).
-    std::unordered_map<void const*, std::pair<RouteComms, U64>> lists[commKindCount];
+    AddressMemo lists[commKindCount];
 };
 
 CommFilter::CommFilter() : memo_(std::make_unique<Memo>()) {}
@@ -149,6 +235,7 @@ std::optional<std::string> CommFilter::matchIs(CommKind kind, std::string const&
     }
     term->kinds = 1u << static_cast<unsigned>(kind);
     allMask_ |= U64(1) << terms_.size();
+    kinds_ |= term->kinds;
     terms_.push_back(std::move(term));
     return std::nullopt;
 }
@@ -178,6 +265,7 @@ std::optional<std::string> CommFilter::hasIs(HasGroup group, std::string const& 
     }
     U64 const bit = U64(1) << terms_.size();
     (group == HasGroup::all ? allMask_ : group == HasGroup::any ? anyMask_ : noneMask_) |= bit;
+    kinds_ |= term->kinds;
     terms_.push_back(std::move(term));
     return std::nullopt;
 }
@@ -197,6 +285,7 @@ std::optional<std::string> CommFilter::meaningIs(std::string const& pattern) {
     term->kinds = 1u << unsigned(CommKind::standard) | 1u << unsigned(CommKind::large) |
                   1u << unsigned(CommKind::extended);
     allMask_ |= U64(1) << terms_.size();
+    kinds_ |= term->kinds;
     terms_.push_back(std::move(term));
     return std::nullopt;
 }
@@ -262,42 +351,23 @@ U64 CommFilter::evaluate(RouteComms const& one, CommKind kind, Ingest const& ing
 bool CommFilter::passes(RouteComms const& comms, Ingest const& ingest) const {
     if (terms_.empty())
         return true;
-    unsigned kinds = 0;
-    for (auto const& term : terms_)
-        kinds |= term->kinds;
     U64 bits = 0;
     std::lock_guard<std::mutex> lock(memo_->mutex);
     for (unsigned k = 0; k < commKindCount; ++k) {
-        if (!(kinds & (1u << k)))
+        if (!(kinds_ & (1u << k)))
             continue;
         auto const kind = static_cast<CommKind>(k);
-        RouteComms one;
-        void const* address = nullptr;
-        switch (kind) {
-            case CommKind::standard:
-                one.standard = comms.standard;
-                address = comms.standard.ptr();
-                break;
-            case CommKind::large:
-                one.large = comms.large;
-                address = comms.large.ptr();
-                break;
-            case CommKind::extended:
-                one.extended = comms.extended;
-                address = comms.extended.ptr();
-                break;
-            case CommKind::ipv6:
-                one.ipv6 = comms.ipv6;
-                address = comms.ipv6.ptr();
-                break;
+        AddressMemo& memo = memo_->lists[k];
+        void const* address = listAddress(comms, kind, nullptr);
+        if (U64 const* known = memo.find(address)) {
+            bits |= *known;
+            continue;
         }
-        auto& memo = memo_->lists[k];
-        auto hit = memo.find(address);
-        if (hit == memo.end()) {
-            U64 listBits = evaluate(one, kind, ingest);
-            hit = memo.emplace(address, std::make_pair(std::move(one), listBits)).first;
-        }
-        bits |= hit->second.second;
+        RouteComms only;
+        listAddress(comms, kind, &only);
+        U64 const listBits = evaluate(only, kind, ingest);
+        memo.insert(address, listBits, std::move(only));
+        bits |= listBits;
     }
     return (bits & allMask_) == allMask_ && (!anyMask_ || (bits & anyMask_) != 0) &&
            (bits & noneMask_) == 0;

@@ -19,8 +19,9 @@
 // or one extended value in hex (0x0002fde800000064).
 //
 // Memo: the answer of every term for one list is kept in a hash table keyed
-// by the list's address, and the table holds a reference to the list so the
-// address cannot be reused by another list while the entry lives. A route
+// by the list's address (open addressing, one array per kind), and the memo
+// holds a reference to the list so the address cannot be reused by another
+// list while the entry lives. A route
 // costs one lookup per kind; the terms run once per distinct list (counted by
 // evaluations()). Thread-safe: the memo is behind a mutex.
 #pragma once
@@ -31,7 +32,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "Routing/RouteMap/PosixRegex.h"
@@ -74,6 +74,7 @@ class CommFilter {
     U64 allMask_ = 0;
     U64 anyMask_ = 0;
     U64 noneMask_ = 0;
+    unsigned kinds_ = 0;  // bit per CommKind some term looks at
     Notes const* notes_ = nullptr;
 
     struct Memo;

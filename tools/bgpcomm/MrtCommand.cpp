@@ -401,9 +401,9 @@ int mrtCommand(std::vector<std::string> const& args, std::function<U64()> liveHe
         std::fprintf(stderr, "bgpcomm mrt: %s\nTry 'bgpcomm mrt --help'.\n", problem->c_str());
         return 2;
     }
-    bool const describes = options.filter.comm.needsNotes() ||
-                           (!options.count && options.format != Format::psv &&
-                            (!options.stats || options.formatGiven));
+    bool const describes =
+        options.filter.comm.needsNotes() || (!options.count && options.format != Format::psv &&
+                                             (!options.stats || options.formatGiven));
     if (describes)
         options.dictionary = loadDictionaries(options);
     for (std::string const& warning : options.warnings)

@@ -138,7 +138,9 @@ int topCommand(std::vector<std::string> const& args, std::FILE* out) {
                         row.note = i < notesOfList.size() ? notesOfList[i] : std::string();
                     }
                     row.routes += held.second;
-                    list.text += (list.text.empty() ? "" : " ") + std::string(text);
+                    if (!list.text.empty())
+                        list.text += ' ';
+                    list.text.append(text);
                     ++i;
                 });
                 lists.push_back(std::move(list));
