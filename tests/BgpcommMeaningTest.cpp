@@ -211,6 +211,15 @@ TEST(BgpcommMeaning, NotesStandBesideValuesInEveryFormat) {
                            "\"reference\":\"RFC 3765\"}]}\n"),
               std::string::npos)
         << outs[1];
+    // --has-meaning reads names and descriptions, case-insensitively.
+    for (auto [regex, count] : {std::pair{"^ONE \"", "1\n"}, std::pair{"^blackhole$", "1\n"},
+                                std::pair{"no-export|prepend", "0\n"}}) {
+        MrtOptions options;
+        options.count = true;
+        options.dictionary = dictionary;
+        ASSERT_EQ(options.filter.comm.meaningIs(regex), std::nullopt);
+        EXPECT_EQ(run(std::move(options), file).out, count) << regex;
+    }
 }
 
 TEST(BgpcommMeaning, TopCountsRoutesPerValueAndList) {
