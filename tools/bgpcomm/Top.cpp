@@ -123,7 +123,8 @@ int topCommand(std::vector<std::string> const& args, std::FILE* out) {
             auto k = static_cast<unsigned>(kind);
             std::map<std::string, Row> values;
             std::vector<Row> lists;
-            for (auto const& [address, held] : group.lists[k]) {
+            for (auto const& counted : group.lists[k]) {
+                auto const& held = counted.second;
                 Row list;
                 list.routes = held.second;
                 std::vector<std::string> notesOfList;
