@@ -1,7 +1,6 @@
 #include "bgpcomm/CommPattern.h"
 
 #include <cctype>
-#include <cstdio>
 
 namespace Bgpcomm {
 
@@ -173,8 +172,14 @@ bool CommPattern::matches(CommKey const& key, std::vector<std::string>* captures
                 return false;
             continue;
         }
-        int n = std::snprintf(texts[i], sizeof texts[i], "%u", value);
-        std::string_view text(texts[i], static_cast<std::size_t>(n));
+        char* end = texts[i] + sizeof texts[i];
+        char* begin = end;
+        U32 rest = value;
+        do {
+            *--begin = static_cast<char>('0' + rest % 10);
+            rest /= 10;
+        } while (rest != 0);
+        std::string_view text(begin, static_cast<std::size_t>(end - begin));
         if (!globMatch(f.digits, text, caps + depth, 0))
             return false;
         for (char c : f.digits)
@@ -186,6 +191,27 @@ bool CommPattern::matches(CommKey const& key, std::vector<std::string>* captures
             captures->emplace_back(caps[i]);
     }
     return true;
+}
+
+void CommPattern::bounds(unsigned i, U32* low, U32* high) const {
+    FieldPattern const& f = field[i];
+    if (!f.glob) {
+        *low = f.low;
+        *high = f.high;
+        return;
+    }
+    if (f.digits.find('n') != std::string::npos || f.digits.size() > 9) {
+        *low = 0;
+        *high = 0xFFFFFFFF;
+        return;
+    }
+    U32 lo = 0, hi = 0;
+    for (char c : f.digits) {
+        lo = lo * 10 + U32(c == 'x' ? 0 : c - '0');
+        hi = hi * 10 + U32(c == 'x' ? 9 : c - '0');
+    }
+    *low = lo;
+    *high = hi;
 }
 
 CommKey CommPattern::exactKey() const {

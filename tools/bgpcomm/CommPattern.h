@@ -72,6 +72,9 @@ struct CommPattern {
     // Whether `key` matches; the wildcard captures go to `captures` when it
     // is given (digits, in wildcard order).
     bool matches(CommKey const& key, std::vector<std::string>* captures = nullptr) const;
+    // The least and greatest value field `i` can match (a glob without nnn
+    // is bounded by its digits with x as 0 and as 9).
+    void bounds(unsigned i, U32* low, U32* high) const;
     // The key of an exact pattern.
     CommKey exactKey() const;
 };

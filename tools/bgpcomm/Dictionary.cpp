@@ -153,7 +153,9 @@ void Dictionary::finish() {
         } else if (!p.field[0].glob && p.field[0].low == p.field[0].high) {
             byFirst_[CommKey{p.kind, p.fieldCount, {p.field[0].low, 0, 0}}].push_back(entry);
         } else {
-            anyFirst_[static_cast<unsigned>(p.kind)].push_back(entry);
+            Bounded bounded{0, 0, entry};
+            p.bounds(0, &bounded.low, &bounded.high);
+            anyFirst_[static_cast<unsigned>(p.kind)].push_back(bounded);
         }
     }
     indexed_ = true;
@@ -176,7 +178,13 @@ Dictionary::Entry const* Dictionary::lookup(CommKey const& key) const {
     if (auto list = byFirst_.find(CommKey{key.kind, key.fieldCount, {key.field[0], 0, 0}});
         list != byFirst_.end())
         firstMatch(list->second);
-    firstMatch(anyFirst_[static_cast<unsigned>(key.kind)]);
+    for (Bounded const& b : anyFirst_[static_cast<unsigned>(key.kind)]) {
+        if (key.field[0] < b.low || key.field[0] > b.high || !b.entry->pattern.matches(key))
+            continue;
+        if (!best || better(b.entry, best))
+            best = b.entry;
+        break;
+    }
     return best;
 }
 

@@ -76,7 +76,12 @@ class Dictionary {
     // Range and wildcard entries by kind and exact first field, and by kind
     // alone where the first field is not exact; each in precedence order.
     std::unordered_map<CommKey, std::vector<Entry const*>, CommKeyHash> byFirst_;
-    std::vector<Entry const*> anyFirst_[4];
+    struct Bounded {
+        U32 low;  // the first field's bounds, checked before the pattern
+        U32 high;
+        Entry const* entry;
+    };
+    std::vector<Bounded> anyFirst_[4];
 };
 
 // The dictionary folder installed with the tool (or the source tree's, for a

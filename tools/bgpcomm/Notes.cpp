@@ -21,29 +21,43 @@ void appendJsonString(VoFmt::TextBuffer& out, std::string_view text) {
     out.append('"');
 }
 
-Notes::Item Notes::item(CommKey const* key, U32 standardValue, CommKind kind) const {
+Notes::Item Notes::item(CommKey const* key, U32 standardValue, CommKind kind,
+                        Dictionary::Entry const* const* looked) const {
     Item item;
     if (!key)
         return item;
     item.key = *key;
-    if (kind == CommKind::standard && CommList::wellKnownName(standardValue).view().empty())
+    // Only 0 and 65535:* can have a name (the library's or the registry's).
+    bool const mayBeNamed =
+        kind == CommKind::standard && (standardValue == 0 || (standardValue >> 16) == 0xFFFF);
+    bool const libraryNamed = mayBeNamed && !CommList::wellKnownName(standardValue).view().empty();
+    if (mayBeNamed && !libraryNamed)
         item.name = wellKnownByValue(standardValue);
-    if (dictionary_)
+    if (looked)
+        item.entry = *looked;
+    else if (dictionary_)
         item.entry = dictionary_->lookup(*key);
     // One operator's range or wildcard over 65535:* says nothing about the
     // values every speaker gives a global meaning: only an exact entry
     // describes a well-known community.
-    bool const wellKnown = kind == CommKind::standard && (standardValue >> 16) == 0xFFFF &&
-                           (item.name || !CommList::wellKnownName(standardValue).view().empty());
-    if (wellKnown && item.entry && item.entry->pattern.precedence() != Precedence::exact)
+    if ((item.name || libraryNamed) && item.entry &&
+        item.entry->pattern.precedence() != Precedence::exact)
         item.entry = nullptr;
     return item;
 }
 
 void Notes::listIs(RouteComms const& comms, CommKind kind) {
     items_.clear();
-    forEachKey(comms, kind,
-               [&](CommKey const* key, U32 value) { items_.push_back(item(key, value, kind)); });
+    forEachKey(comms, kind, [&](CommKey const* key, U32 value) {
+        Dictionary::Entry const* const* looked = nullptr;
+        if (key && dictionary_) {
+            auto found = looked_.find(*key);
+            if (found == looked_.end())
+                found = looked_.emplace(*key, dictionary_->lookup(*key)).first;
+            looked = &found->second;
+        }
+        items_.push_back(item(key, value, kind, looked));
+    });
 }
 
 void Notes::appendText(VoFmt::TextBuffer& out, std::size_t i, bool psv) {

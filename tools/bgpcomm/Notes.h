@@ -17,6 +17,7 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "VoFmt/StackBackedBuffer.h"
@@ -57,10 +58,13 @@ class Notes {
         Dictionary::Entry const* entry = nullptr;
         CommKey key;
     };
-    Item item(CommKey const* key, U32 standardValue, CommKind kind) const;
+    Item item(CommKey const* key, U32 standardValue, CommKind kind,
+              Dictionary::Entry const* const* looked = nullptr) const;
 
     Dictionary const* dictionary_;
     std::vector<Item> items_;
+    // Printing asks for the same values over and over: their lookups, kept.
+    std::unordered_map<CommKey, Dictionary::Entry const*, CommKeyHash> looked_;
 };
 
 template <class Each>
