@@ -17,8 +17,8 @@ bool sameLetters(std::string_view a, std::string_view b) {
     if (a.size() != b.size())
         return false;
     for (std::size_t i = 0; i < a.size(); ++i) {
-        char x = a[i] == '-' ? '_' : a[i];
-        char y = b[i] == '-' ? '_' : b[i];
+        char x = a[i] == '-' || a[i] == ' ' ? '_' : a[i];
+        char y = b[i] == '-' || b[i] == ' ' ? '_' : b[i];
         if (std::tolower(static_cast<unsigned char>(x)) !=
             std::tolower(static_cast<unsigned char>(y)))
             return false;

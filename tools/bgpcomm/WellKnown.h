@@ -21,7 +21,8 @@ struct WellKnown {
 std::span<WellKnown const> wellKnownRegistry();
 // The registry row of `value`, or null.
 WellKnown const* wellKnownByValue(U32 value);
-// The value registered as `name`, case-insensitively (BLACKHOLE, blackhole).
+// The value registered as `name`, case-insensitively, with '-', '_' and ' '
+// alike (BLACKHOLE, blackhole; standby_pe for "Standby PE").
 std::optional<U32> wellKnownByName(std::string_view name);
 
 }  // namespace Bgpcomm
