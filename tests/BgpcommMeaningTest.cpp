@@ -240,7 +240,6 @@ TEST(BgpcommMeaning, TopCountsRoutesPerValueAndList) {
     std::fclose(out);
     std::string const text(buffer, size);
     std::free(buffer);
-    std::filesystem::remove_all(dir);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(text,
               "origin AS65100\nroutes 4\n"
@@ -249,6 +248,19 @@ TEST(BgpcommMeaning, TopCountsRoutesPerValueAndList) {
               "large communities (1 distinct)\n           1  25.00%  65000:0:7\n"
               "large lists (1 distinct)\n           1  25.00%  65000:0:7\n"
               "extended communities (0 distinct)\nextended lists (0 distinct)\n\n");
+    out = open_memstream(&buffer, &size);
+    status =
+        topCommand({"--no-dictionary", "--json", "--limit", "1", (dir / "t.mrt").string()}, out);
+    std::fclose(out);
+    std::string const json(buffer, size);
+    std::free(buffer);
+    std::filesystem::remove_all(dir);
+    EXPECT_EQ(json,
+              "{\"routes\":4,\"standard\":[{\"community\":\"65000:1\",\"routes\":3,"
+              "\"share\":0.7500}],\"standard_lists\":[{\"list\":\"65000:1\",\"routes\":2,"
+              "\"share\":0.5000}],\"large\":[{\"community\":\"65000:0:7\",\"routes\":1,"
+              "\"share\":0.2500}],\"large_lists\":[{\"list\":\"65000:0:7\",\"routes\":1,"
+              "\"share\":0.2500}],\"extended\":[],\"extended_lists\":[]}\n");
 }
 
 }  // namespace

@@ -21,6 +21,8 @@ char const* const mrtHelp =
     "  --format text|json|psv  text (default): prefix, peer and communities;\n"
     "                          json: JSON Lines; psv: the columns of bgpdump -m,\n"
     "                          then one per community kind (interned lists)\n"
+    "                          (text and json add notes: 65535:666 {BLACKHOLE},\n"
+    "                          1299:20100 {Copenhagen (Peer)}; psv names only)\n"
     "  --header                psv: a first line naming the columns\n"
     "  --wire-order            text and psv: each attribute's values as received\n"
     "                          (order, duplicates) instead of the interned list\n"
