@@ -93,10 +93,15 @@ TEST(BgpcommMeaning, ShippedDictionaryLoadsCleanlyWithItsSharedFiles) {
     Dictionary::Entry const* e = d.lookup(standardKey(1299u << 16 | 20100));
     ASSERT_NE(e, nullptr);
     EXPECT_EQ(e->description, "Copenhagen (Peer)");
-    // as6695.txt is a link to src_decix.txt, whose <ASN> is then 6695.
+    // as6695.txt is a link to src_decix.txt, whose <ASN> is then 6695 (read
+    // on its own, its <ASN> lines would be reported).
     e = d.lookup(largeKey(6695, 1914, 150));
     ASSERT_NE(e, nullptr);
     EXPECT_EQ(e->description, "Continent: Europe");
+    // well-known.txt, a general file, comes before every as<N>.txt.
+    e = d.lookup(standardKey(0xFFFF029A));
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(e->description, "Blackhole");
 }
 
 // A RIB record of one entry per list; each list a COMMUNITIES,

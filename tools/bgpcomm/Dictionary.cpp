@@ -59,33 +59,44 @@ void Dictionary::loadFolder(std::string const& dir, Problem const& problem) {
     std::vector<std::string> names;
     for (auto const& item : fs::directory_iterator(dir, error)) {
         std::string name = item.path().filename().string();
-        if (fileAsn(name))
+        if (name.size() > 4 && name.substr(name.size() - 4) == ".txt")
             names.push_back(name);
     }
     if (error) {
         problem(dir + ": cannot read the folder: " + error.message());
         return;
     }
-    std::sort(names.begin(), names.end());
+    // Files that are not one AS's come first: general meanings (the
+    // well-known values) before one network's use of the same value.
+    std::sort(names.begin(), names.end(), [](std::string const& a, std::string const& b) {
+        bool const asA = fileAsn(a).has_value(), asB = fileAsn(b).has_value();
+        return asA != asB ? asB : a < b;
+    });
+    // Each file's text, a link (a one-line file naming its target in this
+    // folder) replaced by its target; targets are read only through links.
+    std::vector<std::pair<std::string, std::string>> texts;
+    std::vector<std::string> targets;
     for (std::string const& name : names) {
-        fs::path path = fs::path(dir) / name;
         std::string text;
-        if (!readFile(path, &text)) {
-            problem(path.string() + ": cannot read; file skipped");
-            continue;
+        if (!readFile(fs::path(dir) / name, &text)) {
+            problem((fs::path(dir) / name).string() + ": cannot read; file skipped");
+            text.clear();
         }
-        // A link stored as a one-line file naming its target in this folder.
         std::string_view target = trim(text);
         if (!target.empty() && target.find_first_of(",\n/") == std::string_view::npos &&
             fs::is_regular_file(fs::path(dir) / std::string(target), error)) {
-            fs::path linked = fs::path(dir) / std::string(target);
-            if (!readFile(linked, &text)) {
-                problem(linked.string() + ": cannot read; file skipped");
-                continue;
+            targets.emplace_back(target);
+            if (!readFile(fs::path(dir) / std::string(target), &text)) {
+                problem((fs::path(dir) / std::string(target)).string() +
+                        ": cannot read; file skipped");
+                text.clear();
             }
-            path = linked;
         }
-        addText(path.string(), text, fileAsn(name), problem);
+        texts.emplace_back(name, std::move(text));
+    }
+    for (auto const& [name, text] : texts) {
+        if (std::find(targets.begin(), targets.end(), name) == targets.end())
+            addText((fs::path(dir) / name).string(), text, fileAsn(name), problem);
     }
     nextFolder();
 }

@@ -1,5 +1,6 @@
 // Community dictionaries: what communities mean, as operators publish them,
-// read from folders of NLNOG-style files (one file per AS, "as<N>.txt"; each
+// read from folders of NLNOG-style files (the .txt files of a folder, mostly
+// one per AS, "as<N>.txt", and general ones like "well-known.txt"; each
 // line a community pattern (bgpcomm/CommPattern.h), a comma and the
 // description; '#' comments and blank lines ignored).
 //
@@ -9,13 +10,15 @@
 //   2. at equal precedence, the folder loaded first (the user's own
 //      --dictionary folders before the shipped one);
 //   3. then the narrower entry (a shorter range, fewer wildcard digits);
-//   4. then the earlier file (by name) and line.
+//   4. then the earlier file (general files before as<N>.txt ones, each by
+//      name) and line.
 // Descriptions may refer to the wildcard digits of the match as $0, $1, ...
 //
 // "<ASN>" in a line stands for the AS number of the file's name, so one
 // shared file can serve many ASes: a file "as<N>.txt" that holds only the
 // name of another file in its folder (a symbolic link as a checkout without
-// link support stores it) is read as that file.
+// link support stores it) is read as that file, and a file some link names
+// is read only through its links.
 //
 // Contract: malformed lines and unreadable files are reported through the
 // problem callback ("FILE: line N: what") and skipped; everything else is
@@ -46,7 +49,7 @@ class Dictionary {
         U64 order = 0;  // file and line order within all loading
     };
 
-    // Every as<N>.txt of `dir`, in name order. Folders loaded first win ties.
+    // Every .txt file of `dir` (order above). Folders loaded first win ties.
     void loadFolder(std::string const& dir, Problem const& problem);
     // One file's text; `asn` is what "<ASN>" stands for (none: such lines are
     // malformed).
