@@ -4,8 +4,8 @@
     interop.py LABDIR selfcheck SENDER RECEIVER   the lab checked without bgpcomm
     interop.py LABDIR collect SPEAKER BGPCOMM     1: SPEAKER announces to collect
     interop.py LABDIR replay SPEAKER BGPCOMM MRT  2: replay announces MRT to SPEAKER
-    interop.py LABDIR malformed BGPCOMM           3: bad COMMUNITIES length
-    interop.py LABDIR twopeers BGPCOMM            4: gobgpd and FRR into one collector
+    interop.py LABDIR malformed SPEAKER BGPCOMM   3: bad COMMUNITIES length beside SPEAKER
+    interop.py LABDIR twopeers SPEAKER BGPCOMM    4: SPEAKER and gobgpd (FRR) into one collector
 
 SPEAKER is frr, bird or gobgp. Every speaker runs in a folder of its own
 under LABDIR on its own 127.0.0.x address; every port is picked free at run
@@ -160,15 +160,8 @@ def collect(labdir, kind, bgpcomm):
     try:
         col.wait_event(r"listening on", 10)
         sp.start()
-        col.wait_event(rf"peer {sp.addr} \S+: established", 30)
-        sent = sp.wait_stable(lambda: sp.sent(COLLECTOR))
-        ok = check_against_table(sp, sent, "iBGP")
-        last = converge(f"collect to hold what {kind} sent", kind, lambda: sent,
-                        "bgpcomm collect", lambda: collected(col, sp.addr))
-        ok = report(f"between {kind}'s sent view and bgpcomm collect", last["diff"]) and ok
-        if ok:
-            log(f"ok: {kind} -> bgpcomm collect: {last['counts'][0]} routes, "
-                f"{last['counts'][1]} community values agree")
+        ok, sent = collect_from(col, sp)
+        ok = check_against_table(sp, sent, "iBGP") and ok
         return finish_collect(col, [sp]) and ok
     finally:
         sp.stop()
@@ -226,18 +219,40 @@ def replay(labdir, kind, bgpcomm, mrt):
     return ok
 
 
-def malformed(labdir, bgpcomm):
+def collect_from(col, sp):
+    """Waits for the collector to hold what `sp` says it sent; diff lines."""
+    col.wait_event(rf"peer {sp.addr} \S+: established", 30)
+    sent = sp.wait_stable(lambda: sp.sent(COLLECTOR))
+    last = converge(f"collect to hold what {sp.kind} sent", sp.kind, lambda: sent,
+                    "bgpcomm collect", lambda: collected(col, sp.addr))
+    ok = report(f"between {sp.kind}'s sent view and bgpcomm collect", last["diff"])
+    if ok:
+        log(f"ok: {sp.kind} -> bgpcomm collect: {last['counts'][0]} routes, "
+            f"{last['counts'][1]} community values agree")
+    return ok, sent
+
+
+def malformed(labdir, kind, bgpcomm):
+    """A raw peer's UPDATE with a COMMUNITIES length of 7 next to a real
+    speaker's session: the raw peer's route is withdrawn, its session stays
+    up, the speaker's routes stay as they were."""
     addr, asn = RAW_PEER
     port = free_port()
-    col = Bgpcomm(collect_argv(bgpcomm, port, COLLECTOR_AS, [(addr, asn)]), "bgpcomm collect")
+    sp = speaker(labdir, kind).announce()
+    sp.neighbor(COLLECTOR, port, COLLECTOR_AS)
+    col = Bgpcomm(collect_argv(bgpcomm, port, COLLECTOR_AS, [(addr, asn), (sp.addr, sp.asn)]),
+                  "bgpcomm collect")
     try:
         col.wait_event(r"listening on", 10)
+        sp.start()
+        ok, sent = collect_from(col, sp)
         s = bgpraw.Session(addr, COLLECTOR, port, asn)
         s.establish(addr)
         col.wait_event(rf"peer {addr} \S+: established", 10)
         comm = bytes.fromhex("fdea0001fdea0002")  # 65002:1 65002:2
         s.send(bgpraw.update(["203.0.113.0/24"], asn, "192.0.2.5", comm))
-        wait_for("the first route", lambda: "203.0.113.0/24" in collected(col, addr), 10)
+        wait_for("the raw peer's first route",
+                 lambda: "203.0.113.0/24" in collected(col, addr), 10)
         # Seven octets: not a multiple of four, treat-as-withdraw (RFC 7606 7.8).
         s.send(bgpraw.update(["203.0.113.0/24"], asn, "192.0.2.5", comm, communities_length=7))
         col.wait_event(rf"peer {addr} .*COMMUNITIES.*length 7.*treat-as-withdraw", 10)
@@ -247,19 +262,26 @@ def malformed(labdir, bgpcomm):
         s.send(bgpraw.update(["203.0.113.128/25"], asn, "192.0.2.5", comm[:4]))
         wait_for("a route sent after the bad one",
                  lambda: "203.0.113.128/25" in collected(col, addr), 10)
-        ok = report("session after the malformed UPDATE",
-                    [f"NOTIFICATION {n} received" for n in notes])
-        if ok:
-            log("ok: malformed COMMUNITIES withdrew the route, the session stayed up")
+        diff = [f"the raw peer received NOTIFICATION {n}" for n in notes]
+        diff += commnorm.compare(kind, sent, "bgpcomm collect", collected(col, sp.addr))
+        if report("after the malformed UPDATE", diff):
+            log("ok: malformed COMMUNITIES withdrew the route, the session stayed up, "
+                f"{kind}'s routes unchanged")
+        else:
+            ok = False
         s.cease()
-        return finish_collect(col, []) and ok
+        return finish_collect(col, [sp]) and ok
     finally:
+        sp.stop()
         col.stop()
 
 
-def twopeers(labdir, bgpcomm):
+def twopeers(labdir, kind, bgpcomm):
+    """`kind` and a second speaker (gobgpd, or FRR beside gobgpd) into one
+    collector over eBGP: each peer's table as it says it sent, the total
+    the sum of both, empty tables after both sessions closed."""
     port = free_port()
-    sps = [speaker(labdir, k).announce() for k in ("gobgp", "frr")]
+    sps = [speaker(labdir, k).announce() for k in (kind, "frr" if kind == "gobgp" else "gobgp")]
     for sp in sps:
         sp.neighbor(COLLECTOR, port, COLLECTOR_AS)
     col = Bgpcomm(collect_argv(bgpcomm, port, COLLECTOR_AS, [(s.addr, s.asn) for s in sps],
@@ -270,19 +292,14 @@ def twopeers(labdir, bgpcomm):
             sp.start()
         ok, total = True, 0
         for sp in sps:
-            col.wait_event(rf"peer {sp.addr} \S+: established", 30)
-            sent = sp.wait_stable(lambda: sp.sent(COLLECTOR))
-            total += len(sent)
-            last = converge(f"collect to hold what {sp.kind} sent", sp.kind, lambda: sent,
-                            "bgpcomm collect", lambda: collected(col, sp.addr))
-            ok = report(f"between {sp.kind}'s sent view and bgpcomm collect",
-                        last["diff"]) and ok
+            agreed, sent = collect_from(col, sp)
+            ok, total = ok and agreed, total + len(sent)
         held = sum(len(t) for t in commnorm.bgpcomm_stream(col.lines()[0]).values())
         if held != total:
             ok = report("totals", [f"the speakers sent {total} routes, the collector "
                                    f"holds {held}"])
         elif ok:
-            log(f"ok: {total} routes from two peers agree")
+            log(f"ok: {total} routes from two peers at once agree")
         return finish_collect(col, sps) and ok
     finally:
         for sp in sps:
@@ -299,7 +316,7 @@ def main(argv):
     # A test timeout's SIGTERM becomes a normal exit, so the speakers stop.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     modes = {"selfcheck": (selfcheck, 2), "collect": (collect, 2), "replay": (replay, 3),
-             "malformed": (malformed, 1), "twopeers": (twopeers, 1)}
+             "malformed": (malformed, 2), "twopeers": (twopeers, 2)}
     if mode not in modes or len(args) != modes[mode][1]:
         print(__doc__, file=sys.stderr)
         return 2
