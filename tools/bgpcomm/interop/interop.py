@@ -26,7 +26,9 @@ from daemons import SPEAKERS, LabError, wait_for
 
 COLLECTOR = "127.0.0.1"  # bgpcomm's address; replay connects from it too
 ADDR = {"frr": "127.0.0.2", "bird": "127.0.0.3", "gobgp": "127.0.0.4"}
-ASN = {"frr": 65001, "bird": 65002, "gobgp": 65003}
+# Not 65001: the sample table's routes come from AS 65001, and a speaker drops
+# routes whose AS path holds its own AS.
+ASN = {"frr": 65011, "bird": 65012, "gobgp": 65013}
 RECEIVER_ADDR = "127.0.0.6"  # the second speaker of a self-check
 RAW_PEER = ("127.0.0.5", 65010)
 COLLECTOR_AS = 65000
