@@ -228,4 +228,13 @@ std::size_t Ingest::largeListsInterned() const {
     return largeTable_->dedupTable()->size();
 }
 
+std::size_t Ingest::ip6CommsInterned() const {
+    return ip6Table_->dedupTable()->size();
+}
+
+std::size_t Ingest::ip6ListsInterned() const {
+    return ip6ListTable_->dedupTable()->size() +
+           ip6ListTable_->extCommIp6ClassificationListDedupTable()->size();
+}
+
 }  // namespace Bgpcomm

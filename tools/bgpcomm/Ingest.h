@@ -103,6 +103,9 @@ class Ingest {
     std::size_t extClassificationListsInterned() const;
     std::size_t standardListsInterned() const;
     std::size_t largeListsInterned() const;
+    // IPv6-address-specific values, and their lists with classification lists.
+    std::size_t ip6CommsInterned() const;
+    std::size_t ip6ListsInterned() const;
 
     Routing::Bgp::BgpParseExtCommContainerSm::Ptr const& parser() const { return parser_; }
 

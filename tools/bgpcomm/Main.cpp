@@ -16,6 +16,8 @@
 #include "bgpcomm/MrtCommand.h"
 #include "bgpcomm/Synth.h"
 #include "bgpcomm/Top.h"
+#include "bgpcomm/session/Collect.h"
+#include "bgpcomm/session/Replay.h"
 
 namespace {
 
@@ -28,6 +30,8 @@ char const* const mainHelp =
     "  decode VALUE...     every text form of a community or community attribute\n"
     "  top FILE...         the most common communities and lists, with meanings\n"
     "  synth -o FILE       write a synthetic TABLE_DUMP_V2 file\n"
+    "  collect             receive live BGP tables from peers\n"
+    "  replay FILE...      announce MRT routes (or a synth table) to a BGP peer\n"
     "\n"
     "'bgpcomm COMMAND --help' describes each command.\n";
 
@@ -57,6 +61,10 @@ int main(int argc, char** argv) {
         return Bgpcomm::topCommand(args, stdout);
     if (command == "synth")
         return Bgpcomm::synthCommand(args);
+    if (command == "collect")
+        return Bgpcomm::Session::collectCommand(args, &Bgpcomm::liveHeapBytes);
+    if (command == "replay")
+        return Bgpcomm::Session::replayCommand(args);
     std::fprintf(stderr, "bgpcomm: unknown command '%s'\n%s", command.c_str(), mainHelp);
     return 2;
 }

@@ -60,6 +60,7 @@ void Fsm::tcpConnected(double now) {
     open.extendedMessage = true;
     handler_.send(encodeOpen(open));
     state_ = State::openSent;
+    openSentAt_ = now;
     holdDeadline_ = now + openHoldSeconds;
 }
 
@@ -74,9 +75,12 @@ void Fsm::tcpClosed(double now) {
     if (state_ == State::idle)
         return;
     handler_.disconnect();
-    down(state_ == State::openSent ? "connection closed by the peer before its OPEN"
-                                   : "connection closed by the peer",
-         true);
+    // Once established, a peer going away is its right; before, the
+    // session failed to come up.
+    State const was = state_;
+    down(was == State::openSent ? "connection closed by the peer before its OPEN"
+                                : "connection closed by the peer",
+         was != State::established);
 }
 
 void Fsm::received(U8 const* data, std::size_t size, double now) {

@@ -78,6 +78,7 @@ class Fsm {
     std::size_t maxMessage() const { return maxSize_; }
     U16 holdTime() const { return hold_; }
     double establishedAt() const { return establishedAt_; }
+    double openSentAt() const { return openSentAt_; }
 
   private:
     void message(MsgType type, Cursor body, double now);
@@ -99,6 +100,7 @@ class Fsm {
     double holdDeadline_ = 0;
     double keepaliveDue_ = 0;
     double establishedAt_ = 0;
+    double openSentAt_ = 0;
 };
 
 }  // namespace Bgpcomm::Session

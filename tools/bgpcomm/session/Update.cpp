@@ -125,6 +125,7 @@ std::optional<Notification> decodeUpdate(Cursor body, UpdateContext const& conte
     out->treatAsWithdraw.clear();
     out->discarded.clear();
     out->endOfRib = false;
+    out->body = body;
     // Lengths that do not fit the message: RFC 4271 section 6.3, kept by RFC
     // 7606 section 4 as a session reset.
     U16 withdrawnLength = 0, attrsLength = 0;

@@ -32,7 +32,8 @@ struct UpdateMsg {
     std::vector<Nlri> withdrawn;  // withdrawn routes and MP_UNREACH_NLRI
     std::vector<Nlri> announced;  // NLRI and MP_REACH_NLRI
     PathAttrs attrs;
-    Cursor rawAttrs;  // the path attributes as received
+    Cursor body;      // the whole UPDATE body as received
+    Cursor rawAttrs;  // its path attributes
     // RFC 4724 section 2: an UPDATE with nothing in it (IPv4) or with only an
     // empty MP_UNREACH_NLRI of the family.
     bool endOfRib = false;
