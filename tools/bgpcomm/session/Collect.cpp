@@ -97,9 +97,13 @@ std::optional<std::string> parseCollect(std::vector<std::string> args, CollectOp
             rest.push_back(a);
         }
     }
+    // The route options are `bgpcomm mrt`'s own; its parser wants a file,
+    // which a placeholder stands for.
+    static char const* const noFile = "\x01";
+    rest.push_back(noFile);
     if (auto error = parseMrtOptions(rest, &out->output))
         return error;
-    if (!out->output.files.empty())
+    if (out->output.files.size() != 1)
         return "unexpected argument '" + out->output.files.front() + "'";
     return finishSessionOptions(&out->session, /*passiveByDefault=*/true);
 }
