@@ -141,6 +141,7 @@ class CollectPeer : public PeerApp {
 
     void established(Fsm& fsm, double now, IpAddress const& local) override {
         (void)now;
+        rib_.clear();
         local_ = local;
         bgpId = fsm.peerOpen().bgpId;
         openAt_ = fsm.openSentAt();
@@ -153,8 +154,9 @@ class CollectPeer : public PeerApp {
     void closed(std::string const& why, bool error) override {
         (void)why;
         failed_ = failed_ || error;
-        // At our own exit a RIB dump still wants the routes.
-        if (c_.stopping.load() && !c_.options.dumpRib.empty())
+        // A RIB dump at exit wants the last session's routes; the next
+        // session starts afresh.
+        if (!c_.options.dumpRib.empty())
             return;
         if (rib_.size())
             logEvent("peer " + config_.text() + ": " + std::to_string(rib_.size()) +

@@ -1,0 +1,200 @@
+#!/usr/bin/env python3
+"""bgpcomm replay -> bgpcomm collect over loopback, no daemons needed.
+
+  loopback.py BGPCOMM
+
+1. eBGP and iBGP: a synth table replayed into the collector; every route's
+   communities as received equal the table's (extended ones without the
+   non-transitive over eBGP, with them over iBGP); what --write-updates and
+   --dump-rib wrote reads back through `bgpcomm mrt` as the same routes; the
+   tables are empty at exit.
+2. A raw UPDATE whose COMMUNITIES length is 7: its route is withdrawn, the
+   session stays up (the next UPDATE is taken, End-of-RIB ends the run).
+3. Bad input: a config typo, a port in use, an unreachable peer, a peer that
+   closes mid-OPEN: a clear message and a non-zero exit each.
+"""
+import json
+import os
+import shutil
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+
+BGPCOMM = sys.argv[1]
+WORK = tempfile.mkdtemp(prefix="bgpcomm-loopback.")
+PORT = 20000 + os.getpid() % 20000
+failures = []
+
+
+def check(ok, what):
+    print(("ok   " if ok else "FAIL ") + what)
+    if not ok:
+        failures.append(what)
+
+
+def start_collect(*extra, port=PORT):
+    err = open(os.path.join(WORK, "collect.err"), "w+")
+    out = open(os.path.join(WORK, "collect.out"), "w+")
+    proc = subprocess.Popen([BGPCOMM, "collect", "--local-as", "65000", "--router-id", "10.0.0.1",
+                             "--listen", "127.0.0.1:%d" % port, *extra], stdout=out, stderr=err)
+    for _ in range(100):  # until it listens
+        err.seek(0)
+        if "listening on" in err.read() or proc.poll() is not None:
+            break
+        time.sleep(0.05)
+    return proc, out, err
+
+
+def finish(proc, out, err, limit=60):
+    try:
+        rc = proc.wait(timeout=limit)
+    except subprocess.TimeoutExpired:
+        proc.kill()
+        rc = proc.wait()
+    out.seek(0)
+    err.seek(0)
+    return rc, out.read(), err.read()
+
+
+def routes(json_lines):
+    """prefix -> (standard, large, extended raw, ipv6 raw) of the last announcement."""
+    table = {}
+    for line in json_lines.splitlines():
+        r = json.loads(line)
+        if r["type"] == "withdraw":
+            table.pop(r["prefix"], None)
+        else:
+            # As sets: a list holds each value once.
+            table[r["prefix"]] = (sorted(set(r["communities_raw"])),
+                                  sorted(set(map(tuple, r["large_communities_raw"]))),
+                                  sorted(set(r["ext_communities_raw"])),
+                                  sorted(set(r["ipv6_ext_communities_raw"])))
+    return table
+
+
+def mrt_json(path):
+    return subprocess.run([BGPCOMM, "mrt", "--json", path], capture_output=True, text=True).stdout
+
+
+def replay_round(peer_as, label):
+    synth = os.path.join(WORK, "synth.mrt")
+    subprocess.run([BGPCOMM, "synth", "--routes", "3000", "--seed", "7", "-o", synth], check=True)
+    updates, rib = os.path.join(WORK, "up.mrt"), os.path.join(WORK, "rib.mrt")
+    proc, out, err = start_collect("--peer", "127.0.0.1,as=%d" % peer_as, "--json",
+                                   "--exit-after-eor", "--write-updates", updates,
+                                   "--dump-rib", rib)
+    replay = subprocess.run([BGPCOMM, "replay", "--local-as", str(peer_as), "--router-id",
+                             "10.0.0.2", "--peer", "127.0.0.1:%d,as=65000" % PORT, synth,
+                             "--hold-open", "0"], capture_output=True, text=True, timeout=60)
+    rc, seen, log = finish(proc, out, err)
+    check(rc == 0 and replay.returncode == 0, label + ": both exit 0")
+    check("interned at exit: 0 values, 0 lists" in log, label + ": tables empty at exit")
+    got = routes(seen)
+    sent = routes(mrt_json(synth))
+    ibgp = peer_as == 65000
+    # Non-transitive extended communities (type octet bit 0x40, RFC 4360)
+    # stay home over eBGP.
+    want = {p: (s, l, [e for e in x if ibgp or not int(e[2:4], 16) & 0x40], v)
+            for p, (s, l, x, v) in sent.items()}
+    check(len(got) == len(want) > 1000, label + ": %d routes received of %d" % (len(got), len(want)))
+    check(got == want, label + ": communities as the table has them")
+    dropped = sum(len(x) for _, _, x, _ in sent.values()) - sum(len(x) for _, _, x, _ in got.values())
+    check((dropped == 0) == ibgp, label + ": %d non-transitive extended dropped" % dropped)
+    check(routes(mrt_json(updates)) == got, label + ": --write-updates reads back the same")
+    check(routes(mrt_json(rib)) == got, label + ": --dump-rib reads back the same")
+
+
+def message(kind, body):
+    return b"\xff" * 16 + struct.pack("!HB", 19 + len(body), kind) + body
+
+
+def update(attrs, nlri):
+    return message(2, struct.pack("!HH", 0, len(attrs)) + attrs + nlri)
+
+
+def raw_peer(port, steps):
+    """Talks BGP by hand: OPEN (AS 65001, 4-octet AS capability), KEEPALIVE,
+    then `steps`; returns the NOTIFICATION (code, subcode) received last."""
+    s = socket.create_connection(("127.0.0.1", port), timeout=10)
+    caps = bytes([2, 6, 65, 4]) + struct.pack("!I", 65001)
+    s.sendall(message(1, struct.pack("!BHHIB", 4, 65001, 30, 0x0A000002, len(caps)) + caps))
+    s.sendall(message(4, b""))
+    for step in steps:
+        s.sendall(step)
+    s.settimeout(10)
+    data = b""
+    try:
+        while True:
+            chunk = s.recv(65536)
+            if not chunk:
+                break
+            data += chunk
+    except socket.timeout:
+        pass
+    s.close()
+    notes, at = [], 0
+    while at + 19 <= len(data):
+        length, kind = struct.unpack("!HB", data[at + 16:at + 19])
+        if kind == 3:
+            notes.append((data[at + 19], data[at + 20]))
+        at += length
+    return notes[-1] if notes else None
+
+
+def malformed_communities():
+    proc, out, err = start_collect("--peer", "127.0.0.1,as=65001", "--json", "--exit-after-eor")
+    base = bytes([0x40, 1, 1, 0, 0x40, 2, 6, 2, 1, 0, 0, 0xFD, 0xE9, 0x40, 3, 4, 127, 0, 0, 1])
+    good = base + bytes([0xC0, 8, 4]) + struct.pack("!I", 65001 << 16 | 7)
+    bad = base + bytes([0xC0, 8, 7]) + bytes(7)
+    note = raw_peer(PORT, [update(good, bytes([16, 10, 1])), update(bad, bytes([16, 10, 1])),
+                           update(good, bytes([16, 10, 2])), update(b"", b"")])
+    rc, seen, log = finish(proc, out, err)
+    lines = [(r["type"], r["prefix"]) for r in map(json.loads, seen.splitlines())]
+    check(lines == [("announce", "10.1.0.0/16"), ("withdraw", "10.1.0.0/16"),
+                    ("announce", "10.2.0.0/16")], "malformed COMMUNITIES: route withdrawn, next taken")
+    check("peer 127.0.0.1 AS65001: UPDATE COMMUNITIES attribute length 7 is not a multiple of 4;"
+          " treat-as-withdraw" in log, "malformed COMMUNITIES: the message names peer, attribute, length")
+    check(note == (6, 2) and rc == 0, "malformed COMMUNITIES: session stays up until our Cease")
+
+
+def bad_input():
+    conf = os.path.join(WORK, "bad.conf")
+    with open(conf, "w") as f:
+        f.write("local-as 65000\nrouter-id 10.0.0.1\npeer 127.0.0.1,as=65001\nmax-prefix 10\n")
+    r = subprocess.run([BGPCOMM, "collect", "--config", conf], capture_output=True, text=True)
+    check(r.returncode == 2 and "bad.conf:4: unknown option 'max-prefix'" in r.stderr,
+          "config typo: named with its line, exit 2")
+
+    holder = socket.socket()
+    holder.bind(("127.0.0.1", 0))
+    holder.listen(1)
+    busy = holder.getsockname()[1]
+    r = subprocess.run([BGPCOMM, "collect", "--local-as", "65000", "--router-id", "10.0.0.1",
+                        "--listen", "127.0.0.1:%d" % busy, "--peer", "127.0.0.1,as=65001"],
+                       capture_output=True, text=True, timeout=10)
+    check(r.returncode == 2 and "Address already in use" in r.stderr, "port in use: exit 2")
+    holder.close()  # now nobody listens there
+    r = subprocess.run([BGPCOMM, "replay", "--local-as", "65001", "--router-id", "10.0.0.2",
+                        "--peer", "127.0.0.1:%d,as=65000" % busy, "--synth", "10"],
+                       capture_output=True, text=True, timeout=30)
+    check(r.returncode == 1 and "Connection refused" in r.stderr, "unreachable peer: exit 1")
+
+    proc, out, err = start_collect("--peer", "127.0.0.1,as=65001", "--duration", "2")
+    s = socket.create_connection(("127.0.0.1", PORT))
+    s.sendall(message(1, struct.pack("!BHHIB", 4, 65001, 30, 0x0A000002, 0))[:20])
+    s.close()
+    rc, _, log = finish(proc, out, err)
+    check(rc == 1 and "closed by the peer before its OPEN" in log and "never established" in log,
+          "peer closing mid-OPEN: reported, exit 1")
+
+
+replay_round(65001, "eBGP")
+replay_round(65000, "iBGP")
+malformed_communities()
+bad_input()
+if not failures:
+    shutil.rmtree(WORK)
+sys.exit(1 if failures else 0)
