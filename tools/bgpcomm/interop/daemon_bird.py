@@ -113,6 +113,9 @@ class Bird(Speaker):
     def birdc(self, *words):
         return run(["birdc", "-s", self.path("bird.ctl"), *words]).stdout
 
+    def shut_down(self, addr):
+        self.birdc("disable", self.protocol(addr))
+
     def ready(self):
         self.alive()
         return run(["birdc", "-s", self.path("bird.ctl"), "show", "status"],

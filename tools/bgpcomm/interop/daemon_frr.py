@@ -131,6 +131,9 @@ class Frr(Speaker):
             args += ["-c", c]
         return run(args).stdout
 
+    def shut_down(self, addr):
+        self.vtysh("configure terminal", f"router bgp {self.asn}", f"neighbor {addr} shutdown")
+
     def ready(self):
         self.alive()
         return os.path.exists(self.path("bgpd.vty")) and \

@@ -109,6 +109,9 @@ class Gobgp(Speaker):
         self.alive()
         return run(["gobgp", "-p", str(self.api_port), *args], check=check)
 
+    def shut_down(self, addr):
+        self.cli("neighbor", addr, "disable")
+
     def ready(self):
         self.alive()
         return self.cli("global", check=False).returncode == 0

@@ -135,10 +135,11 @@ def collected(col, peer):
 
 
 def finish_collect(col, speakers):
-    """Stops the speakers; the collector must see every session close, exit
-    by itself with status 0 and report empty tables."""
+    """Shuts the speakers' sessions down (Cease / Administrative Shutdown);
+    the collector must see every session close, exit by itself with status 0
+    and report empty tables."""
     for sp in speakers:
-        sp.stop()
+        sp.shut_down(COLLECTOR)
     ok = True
     rc = col.wait_exit(30)
     exit_line = [e for e in col.events() if "interned at exit" in e]

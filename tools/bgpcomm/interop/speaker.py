@@ -112,6 +112,11 @@ class Speaker:
             self.proc.kill()
             self.proc.wait(timeout=10)
 
+    def shut_down(self, addr):
+        """Closes the session with `addr` by administrative shutdown (Cease
+        2, RFC 4486), as an operator would, leaving the daemon running."""
+        raise NotImplementedError
+
     def log_tail(self):
         try:
             with open(self.log, errors="replace") as f:
