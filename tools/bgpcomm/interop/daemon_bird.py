@@ -135,5 +135,14 @@ class Bird(Speaker):
         return bird_routes(self.birdc("show", "route", "protocol", proto, "all"), proto)
 
     def sent(self, addr):
-        return bird_routes(self.birdc("show", "route", "export", self.protocol(addr), "all"))
+        """`show route export`, which shows the attributes before BIRD's
+        last step: to an eBGP peer it leaves out the non-transitive extended
+        communities (type bit 0x40, RFC 4360) on the wire, so they are left
+        out here too."""
+        routes = bird_routes(self.birdc("show", "route", "export", self.protocol(addr), "all"))
+        if next(n for n in self.neighbors if n["addr"] == addr)["asn"] != self.asn:
+            for comms in routes.values():
+                comms["extended"] = {v for v in comms["extended"]
+                                     if isinstance(v, tuple) or not int(v[:2], 16) & 0x40}
+        return routes
 

@@ -25,17 +25,33 @@ def frr_shows(raw):
     """Whether FRR 8.4 prints the extended community `raw` in a form that
     tells its value: route target and route origin in the three
     administrator layouts [RFC 4360, RFC 5668], link bandwidth
-    [draft-ietf-idr-link-bandwidth], encapsulation [RFC 9012]. It prints
-    others (color among them) as "UNK:type, sub-type" or not at all."""
+    [draft-ietf-idr-link-bandwidth], encapsulation [RFC 9012], flow-spec
+    redirect [RFC 8955, RFC 7674], origin validation state [RFC 8097]. It prints others (color among them) as
+    "UNK:type, sub-type", or in words that do not give every octet."""
     t, s = int(raw[:2], 16), int(raw[2:4], 16)
     return (t in (0x00, 0x01, 0x02) and s in (0x02, 0x03)) or (t in (0x00, 0x40) and s == 0x04) \
-        or (t, s) == (0x03, 0x0C)
+        or (t, s) in ((0x03, 0x0C), (0x43, 0x00)) or (t in (0x80, 0x81, 0x82) and s == 0x08)
+
+
+# Where one community ends in FRR's string: its words are separated by
+# spaces too ("FS:redirect VRF RT:65001:5", "UNK:3, 0", "Default Gateway").
+FRR_TOKEN_START = re.compile(r"(?<!VRF) (?=RT:|SoO:|LB:|ET:|UNK:|FS:|OVS:|MM:|ND:|DF:|ESI-label|Rmac:|Default G)")
+
+
+OVS_STATES = {"OVS:valid": 0, "OVS:not-found": 1, "OVS:invalid": 2}
 
 
 def _frr_ext_token(token):
     """One token of FRR's extended community string, as commnorm values;
     what FRR does not spell out comes back as "?TOKEN"."""
-    if token.startswith("ET:"):
+    m = re.fullmatch(r"FS:redirect VRF RT:(.+):(\d+)", token)
+    if m:
+        # Flow-spec redirect: 0x80 / 0x81 / 0x82 for the three layouts, sub-type 0x08.
+        return admin_ext(0x80, 0x08, m[1], m[2])
+    if token in OVS_STATES:
+        # Origin validation state 0x43/0x00: the state in the last octet [RFC 8097].
+        return ext_hex(0x43, 0x00, bytes(5) + bytes([OVS_STATES[token]]))
+    if re.fullmatch(r"ET:\d+", token):
         # Encapsulation 0x03/0x0c: 4 reserved octets, the tunnel type [RFC 9012].
         return ext_hex(0x03, 0x0C, struct.pack("!IH", 0, int(token[3:])))
     m = re.fullmatch(r"(RT|SoO|LB):(.+):(\d+)", token)
@@ -51,13 +67,13 @@ def _frr_ext_token(token):
 
 def frr_comms(path):
     """The communities of one path of FRR's `json detail` output."""
-    ext_text = path.get("extendedCommunity", {}).get("string", "")
+    ext_text = path.get("extendedCommunity", {}).get("string", "").strip()
     # Drop the "(1.000 Gbps)" FRR prints after a link bandwidth.
     ext_text = re.sub(r"\s*\([^)]*\)", "", ext_text)
     return {
         "standard": {std_parse(t) for t in path.get("community", {}).get("string", "").split()},
         "large": set(path.get("largeCommunity", {}).get("list", [])),
-        "extended": {_frr_ext_token(t) for t in re.findall(r"UNK:\d+, ?\d+|\S+", ext_text)},
+        "extended": {_frr_ext_token(t) for t in FRR_TOKEN_START.split(ext_text) if t},
     }
 
 
@@ -164,8 +180,9 @@ class Frr(Speaker):
 
     def sent(self, addr):
         """FRR's advertised-routes list to `addr`, each with the communities
-        of FRR's best path for it (FRR changes none on the way out but for
-        the non-transitive extended ones on eBGP, which it drops)."""
+        of FRR's best path for it: FRR changes none of them on the way out
+        (with no outbound route-map), not even on eBGP, where it still sends
+        the non-transitive link bandwidth."""
         best = {}
         for fam in FAMILIES:
             for prefix, p in self._paths(fam):
