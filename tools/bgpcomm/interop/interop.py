@@ -14,6 +14,7 @@ could not run.
 """
 
 import os
+import re
 import signal
 import socket
 import subprocess
@@ -279,6 +280,28 @@ def malformed(labdir, kind, bgpcomm):
         col.stop()
 
 
+def check_totals(col, sent):
+    """The collector's own counts: each closed session released as many
+    routes as its peer sent, and the `--stats` report at exit holds no route
+    and no interned list or value."""
+    diff, events = [], col.events()
+    for addr, n in sent.items():
+        released = [int(m[1]) for e in events
+                    for m in [re.search(rf"peer {addr} \S+: (\d+) routes released", e)] if m]
+        if released != [n]:
+            diff.append(f"peer {addr} sent {n} routes; the collector released {released}")
+    final = [e for e in events if "stats: " in e][-len(sent) - 2:]
+    numbers = [int(n) for e in final if "stats: peer" in e or "stats: interned:" in e
+               for n in re.findall(r"\b(\d+) (?:routes|[\w ]*lists|[\w ]*values)", e)]
+    if not final or any(numbers):
+        diff.append("the --stats report at exit is not all zero:\n    " + "\n    ".join(final))
+    if report("in the collector's counts", diff):
+        log(f"ok: the collector released {sum(sent.values())} routes "
+            f"({' + '.join(map(str, sent.values()))}); all zero at exit")
+        return True
+    return False
+
+
 def twopeers(labdir, kind, bgpcomm):
     """`kind` and a second speaker (gobgpd, or FRR beside gobgpd) into one
     collector over eBGP: each peer's table as it says it sent, the total
@@ -293,17 +316,20 @@ def twopeers(labdir, kind, bgpcomm):
         col.wait_event(r"listening on", 10)
         for sp in sps:
             sp.start()
-        ok, total = True, 0
+        ok, counts = True, []
         for sp in sps:
             agreed, sent = collect_from(col, sp)
-            ok, total = ok and agreed, total + len(sent)
+            ok = ok and agreed
+            counts.append(len(sent))
+        total = sum(counts)
         held = sum(len(t) for t in commnorm.bgpcomm_stream(col.lines()[0]).values())
         if held != total:
             ok = report("totals", [f"the speakers sent {total} routes, the collector "
                                    f"holds {held}"])
         elif ok:
             log(f"ok: {total} routes from two peers at once agree")
-        return finish_collect(col, sps) and ok
+        ok = finish_collect(col, sps) and ok
+        return check_totals(col, {sp.addr: n for sp, n in zip(sps, counts)}) and ok
     finally:
         for sp in sps:
             sp.stop()
