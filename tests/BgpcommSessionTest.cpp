@@ -98,7 +98,7 @@ TEST(BgpSessionCodec, OpenCarriesCapabilitiesAndItsErrorsTheirSubcodes) {
         U8 value;
         U8 subcode;
     } const cases[] = {
-        {19, 3, openBadVersion},  {19, 5, openBadVersion}, {23, 2, openBadHoldTime},
+        {19, 3, openBadVersion},  {19, 5, openBadVersion},  {23, 2, openBadHoldTime},
         {23, 1, openBadHoldTime}, {29, 3, openBadOptParam},
     };
     for (Case const& c : cases) {
@@ -173,8 +173,11 @@ TEST(BgpSessionUpdate, EachMalformedAttributeGetsItsRfc7606Action) {
         {"unknown optional", cat({base, attr(0xC0, 99, {1})}), nlri, announce, ""},
         {"unknown well-known", cat({base, attr(0x40, 99, {1})}), nlri, reset, "3/2"},
         {"mp_reach next hop", cat({base, mpV6NextHop4}), {}, reset, "3/9"},
-        {"mp_reach twice", cat({base, attr(0x80, 15, {0, 2, 1}), attr(0x80, 15, {0, 2, 1})}), {},
-         reset, "3/1"},
+        {"mp_reach twice",
+         cat({base, attr(0x80, 15, {0, 2, 1}), attr(0x80, 15, {0, 2, 1})}),
+         {},
+         reset,
+         "3/1"},
         {"prefix 33", base, {33, 10, 1, 2, 3, 4}, reset, "3/10"},
         {"prefix 32", base, {32, 10, 1, 2, 3}, announce, ""},
     };
@@ -216,7 +219,8 @@ TEST(BgpSessionUpdate, EndOfRibAddPathAndEncodedMessagesDecodeBack) {
     ASSERT_TRUE(parseAddress("2001:db8::1", &hop6));
     Prefix p6b;
     ASSERT_TRUE(parsePrefix("2001:db8:8000::/34", &p6b));
-    Bytes const announce = encodeAnnounce(cat({origin, asPath}), Family::ipv6Unicast, hop6, {p6, p6b});
+    Bytes const announce =
+        encodeAnnounce(cat({origin, asPath}), Family::ipv6Unicast, hop6, {p6, p6b});
     EXPECT_EQ(announce.size(), announceOverhead(Family::ipv6Unicast) + origin.size() +
                                    asPath.size() + prefixSize(p6) + prefixSize(p6b));
     Decoded a = decode(Bytes(announce.begin() + headerSize, announce.end()));
@@ -229,7 +233,8 @@ TEST(BgpSessionUpdate, EndOfRibAddPathAndEncodedMessagesDecodeBack) {
     // With ADD-PATH the prefix follows a 4-octet path identifier.
     UpdateContext addPath;
     addPath.addPath[0] = true;
-    Decoded ap = decode(updateBody({}, cat({origin, asPath, nextHop}), {0, 0, 1, 2, 8, 10}), addPath);
+    Decoded ap =
+        decode(updateBody({}, cat({origin, asPath, nextHop}), {0, 0, 1, 2, 8, 10}), addPath);
     ASSERT_EQ(ap.msg.announced.size(), 1u);
     EXPECT_EQ(ap.msg.announced[0].pathId, 258u);
     EXPECT_EQ(ap.msg.announced[0].prefix.length, 8);

@@ -58,8 +58,8 @@ struct CollectOptions {
 
 std::optional<std::string> parseCollect(std::vector<std::string> args, CollectOptions* out) {
     std::set<std::string> known = sessionOptionNames();
-    known.insert({"max-prefixes", "write-updates", "dump-rib", "exit-after-eor",
-                  "exit-after-close", "duration", "stats", "format", "json", "asdot", "count"});
+    known.insert({"max-prefixes", "write-updates", "dump-rib", "exit-after-eor", "exit-after-close",
+                  "duration", "stats", "format", "json", "asdot", "count"});
     if (auto error = expandConfig(args, known))
         return error;
     std::vector<std::string> rest;
@@ -70,8 +70,8 @@ std::optional<std::string> parseCollect(std::vector<std::string> args, CollectOp
         if (taken)
             continue;
         std::string const& a = args[i];
-        bool const valued = a == "--max-prefixes" || a == "--write-updates" ||
-                            a == "--dump-rib" || a == "--duration";
+        bool const valued = a == "--max-prefixes" || a == "--write-updates" || a == "--dump-rib" ||
+                            a == "--duration";
         if (valued && i + 1 == args.size())
             return a + " needs a value";
         U64 number = 0;
@@ -113,8 +113,10 @@ class CollectPeer;
 // What all peers share: the interning tables, the output, the MRT file.
 struct Collector {
     Collector(CollectOptions const& options, std::function<U64()> heap)
-        : options(options), output(options.output.format, options.output.asdot, ingest, stdout),
-          heap(std::move(heap)), heapAtStart(this->heap ? this->heap() : 0) {}
+        : options(options),
+          output(options.output.format, options.output.asdot, ingest, stdout),
+          heap(std::move(heap)),
+          heapAtStart(this->heap ? this->heap() : 0) {}
 
     bool printsRoutes() const {
         return !options.output.count && (!options.output.stats || options.output.formatGiven);
@@ -248,8 +250,8 @@ void CollectPeer::update(UpdateMsg const& msg, Fsm& fsm, double now) {
         c_.ingest.path(msg.attrs, &route.comms);
         route.originated = batch.timestamp;
         if (!c_.options.dumpRib.empty())
-            route.attrs = std::make_shared<Octets const>(
-                ribAttributes(msg.rawAttrs, msg.attrs, msg.announced[0].prefix.addr.afi == Afi::ipv6));
+            route.attrs = std::make_shared<Octets const>(ribAttributes(
+                msg.rawAttrs, msg.attrs, msg.announced[0].prefix.addr.afi == Afi::ipv6));
         for (Nlri const& nlri : msg.announced)
             rib_.announce(nlri, route);
         batch.kind = RouteKind::announce;
@@ -306,7 +308,8 @@ void Collector::stats() {
         std::snprintf(line, sizeof line,
                       "stats: interned state %llu bytes (%.1f per route; heap held beyond the "
                       "Adj-RIB-In maps)",
-                      static_cast<unsigned long long>(held), total ? double(held) / double(total) : 0.0);
+                      static_cast<unsigned long long>(held),
+                      total ? double(held) / double(total) : 0.0);
         logEvent(line);
     }
 }
@@ -329,7 +332,8 @@ void dumpRib(Collector& c, std::string const& path) {
         for (auto const& [key, route] : peer->rib().routes()) {
             addPath = addPath || key.pathId != 0;
             if (route.attrs)
-                byPrefix[key.prefix].push_back({index, key.pathId, route.originated, route.attrs.get()});
+                byPrefix[key.prefix].push_back(
+                    {index, key.pathId, route.originated, route.attrs.get()});
         }
     }
     file.peerIndex(c.options.session.routerId.value_or(0), peers);
@@ -385,7 +389,8 @@ int collectCommand(std::vector<std::string> const& args, std::function<U64()> li
     std::atomic<bool> stopAll{false};
     Listener listener;
     if (anyPassive) {
-        if (std::string error = listener.open(options.session.listenAddr, options.session.listenPort);
+        if (std::string error =
+                listener.open(options.session.listenAddr, options.session.listenPort);
             !error.empty()) {
             std::fprintf(stderr, "bgpcomm collect: %s\n", error.c_str());
             return 2;
@@ -404,9 +409,10 @@ int collectCommand(std::vector<std::string> const& args, std::function<U64()> li
     double const started = monotonicSeconds();
     while (running.load() > 0) {
         ::poll(nullptr, 0, 100);
-        bool const allEor = std::all_of(c.peers.begin(), c.peers.end(),
-                                        [](auto const& p) { return p->eorAll(); });
-        if (stopRequested().load() || (options.duration > 0 && monotonicSeconds() - started >= options.duration) ||
+        bool const allEor =
+            std::all_of(c.peers.begin(), c.peers.end(), [](auto const& p) { return p->eorAll(); });
+        if (stopRequested().load() ||
+            (options.duration > 0 && monotonicSeconds() - started >= options.duration) ||
             (options.exitAfterEor && allEor))
             break;
     }
@@ -435,7 +441,8 @@ int collectCommand(std::vector<std::string> const& args, std::function<U64()> li
         c.peers[i]->rib().clear();
     }
     std::size_t const left = c.ingest.standardListsInterned() + c.ingest.largeListsInterned() +
-                             c.ingest.extListsInterned() + c.ingest.extClassificationListsInterned() +
+                             c.ingest.extListsInterned() +
+                             c.ingest.extClassificationListsInterned() +
                              c.ingest.ip6ListsInterned();
     std::size_t const values = c.ingest.extCommsInterned() + c.ingest.ip6CommsInterned();
     logEvent("interned at exit: " + std::to_string(values) + " values, " + std::to_string(left) +

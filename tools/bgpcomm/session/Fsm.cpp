@@ -58,6 +58,7 @@ void Fsm::tcpConnected(double now) {
     }
     open.routeRefresh = true;
     open.extendedMessage = true;
+    open.gracefulRestart = true;
     handler_.send(encodeOpen(open));
     state_ = State::openSent;
     openSentAt_ = now;
@@ -158,9 +159,9 @@ void Fsm::openReceived(Cursor body, double now) {
         return fail(*error, "OPEN error");
     if (peer_.asn != config_.peerAs) {
         Octets as{U8(peer_.asn >> 8), U8(peer_.asn)};  // RFC 4271 section 6.2
-        return fail({errOpen, openBadPeerAs, as},
-                    "peer AS " + std::to_string(peer_.asn) + " is not the configured " +
-                        std::to_string(config_.peerAs));
+        return fail({errOpen, openBadPeerAs, as}, "peer AS " + std::to_string(peer_.asn) +
+                                                      " is not the configured " +
+                                                      std::to_string(config_.peerAs));
     }
     // RFC 6286 section 2.2: within an AS the identifiers differ.
     if (peer_.asn == config_.localAs && peer_.bgpId == config_.routerId)

@@ -82,6 +82,9 @@ void takeCapability(U8 code, Cursor value, OpenMsg* out) {
         case capExtendedMessage:
             out->extendedMessage = true;
             return;
+        case capGracefulRestart:
+            out->gracefulRestart = true;
+            return;
         case capFourOctetAs:
             if (value.left() == 4) {
                 out->fourOctetAs = true;
@@ -144,6 +147,8 @@ Octets encodeOpen(OpenMsg const& open) {
         capability(caps, capRouteRefresh, {});
     if (open.extendedMessage)
         capability(caps, capExtendedMessage, {});
+    if (open.gracefulRestart)
+        capability(caps, capGracefulRestart, {0, 0});  // no restart, restart time 0
     if (open.fourOctetAs) {
         Octets asn;
         putBig(asn, open.asn, 4);

@@ -70,11 +70,12 @@ inline constexpr U8 ceaseConnectionRejected = 5;
 inline constexpr U8 ceaseOutOfResources = 8;
 
 // Capability codes (IANA Capability Codes).
-inline constexpr U8 capMultiprotocol = 1;    // RFC 4760
-inline constexpr U8 capRouteRefresh = 2;     // RFC 2918
-inline constexpr U8 capExtendedMessage = 6;  // RFC 8654
-inline constexpr U8 capFourOctetAs = 65;     // RFC 6793
-inline constexpr U8 capAddPath = 69;         // RFC 7911
+inline constexpr U8 capMultiprotocol = 1;     // RFC 4760
+inline constexpr U8 capRouteRefresh = 2;      // RFC 2918
+inline constexpr U8 capExtendedMessage = 6;   // RFC 8654
+inline constexpr U8 capGracefulRestart = 64;  // RFC 4724
+inline constexpr U8 capFourOctetAs = 65;      // RFC 6793
+inline constexpr U8 capAddPath = 69;          // RFC 7911
 // OPEN optional parameter type Capabilities (RFC 5492 section 4).
 inline constexpr U8 optParamCapabilities = 2;
 // ADD-PATH Send/Receive field bits (RFC 7911 section 4).
@@ -85,8 +86,12 @@ inline constexpr U8 addPathSend = 2;
 // Numbers) with SAFI 1 unicast (RFC 4760).
 enum class Family : U8 { ipv4Unicast, ipv6Unicast };
 inline constexpr unsigned familyCount = 2;
-inline Afi familyAfi(Family f) { return f == Family::ipv4Unicast ? Afi::ipv4 : Afi::ipv6; }
-inline Family afiFamily(Afi a) { return a == Afi::ipv4 ? Family::ipv4Unicast : Family::ipv6Unicast; }
+inline Afi familyAfi(Family f) {
+    return f == Family::ipv4Unicast ? Afi::ipv4 : Afi::ipv6;
+}
+inline Family afiFamily(Afi a) {
+    return a == Afi::ipv4 ? Family::ipv4Unicast : Family::ipv6Unicast;
+}
 char const* familyName(Family f);  // "ipv4-unicast", "ipv6-unicast"
 // AFI/SAFI codes to a family; false for the ones not exchanged here.
 bool familyOf(U16 afi, U8 safi, Family* out);
@@ -112,6 +117,9 @@ struct OpenMsg {
     bool family[familyCount] = {};
     bool routeRefresh = false;
     bool extendedMessage = false;
+    // Graceful restart with no family: we preserve no forwarding state but
+    // want End-of-RIB markers (RFC 4724 section 3).
+    bool gracefulRestart = false;
     U8 addPath[familyCount] = {};  // addPathReceive | addPathSend
     // Whether the peer offers `f` (its MP capability, or IPv4 by default).
     bool offers(Family f) const {

@@ -40,7 +40,8 @@ class MrtFile {
         Octets const* attrs = nullptr;  // as TABLE_DUMP_V2 holds them (RFC 6396 4.3.4)
     };
     void peerIndex(U32 collectorId, std::vector<RibPeer> const& peers);
-    void rib(U32 sequence, Prefix const& prefix, bool addPath, std::vector<RibEntry> const& entries);
+    void rib(U32 sequence, Prefix const& prefix, bool addPath,
+             std::vector<RibEntry> const& entries);
 
   private:
     void record(U16 type, U16 subtype, Octets const& body, bool extendedTime);

@@ -46,7 +46,8 @@ std::string PeerConfig::text() const {
 }
 
 bool parseNumber(std::string const& text, U64 max, U64* out) {
-    if (text.empty() || text.size() > 19 || text.find_first_not_of("0123456789") != std::string::npos)
+    if (text.empty() || text.size() > 19 ||
+        text.find_first_not_of("0123456789") != std::string::npos)
         return false;
     *out = std::stoull(text);
     return *out <= max;
@@ -126,8 +127,8 @@ std::optional<std::string> expandConfig(std::vector<std::string>& args,
     return std::nullopt;
 }
 
-std::optional<std::string> takeSessionOption(std::vector<std::string> const& args,
-                                             std::size_t& i, SessionOptions* out, bool* taken) {
+std::optional<std::string> takeSessionOption(std::vector<std::string> const& args, std::size_t& i,
+                                             SessionOptions* out, bool* taken) {
     std::string const& name = args[i];
     *taken = false;
     if (name != "--local-as" && name != "--router-id" && name != "--listen" &&
@@ -147,8 +148,8 @@ std::optional<std::string> takeSessionOption(std::vector<std::string> const& arg
         if (!parseAddress(value, &id) || id.afi != Afi::ipv4 ||
             (id.octets[0] | id.octets[1] | id.octets[2] | id.octets[3]) == 0)
             return "bad --router-id '" + value + "' (a non-zero A.B.C.D)";
-        out->routerId = U32(id.octets[0]) << 24 | U32(id.octets[1]) << 16 |
-                        U32(id.octets[2]) << 8 | id.octets[3];
+        out->routerId = U32(id.octets[0]) << 24 | U32(id.octets[1]) << 16 | U32(id.octets[2]) << 8 |
+                        id.octets[3];
     } else if (name == "--listen") {
         if (!parseEndpoint(value, bgpPort, &out->listenAddr, &out->listenPort))
             return "bad --listen '" + value + "' (ADDR:PORT or [ADDR]:PORT)";

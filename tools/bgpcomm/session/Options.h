@@ -48,8 +48,8 @@ std::optional<std::string> expandConfig(std::vector<std::string>& args,
 
 // Takes args[i] (and its value) when it is a session option: sets *taken and
 // advances i past the value. A message when the value is bad.
-std::optional<std::string> takeSessionOption(std::vector<std::string> const& args,
-                                             std::size_t& i, SessionOptions* out, bool* taken);
+std::optional<std::string> takeSessionOption(std::vector<std::string> const& args, std::size_t& i,
+                                             SessionOptions* out, bool* taken);
 // Names of the session options (for expandConfig).
 std::set<std::string> sessionOptionNames();
 // Checks what the command needs once all options are read: --local-as,

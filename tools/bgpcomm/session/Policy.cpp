@@ -23,8 +23,10 @@ bool decimalFields(std::string const& text, std::vector<U64> const& max, std::ve
         std::size_t end = text.find(':', at);
         if ((end == std::string::npos) != (i + 1 == max.size()))
             return false;
-        std::string field = text.substr(at, end == std::string::npos ? std::string::npos : end - at);
-        if (field.empty() || field.size() > 10 || field.find_first_not_of("0123456789") != std::string::npos)
+        std::string field =
+            text.substr(at, end == std::string::npos ? std::string::npos : end - at);
+        if (field.empty() || field.size() > 10 ||
+            field.find_first_not_of("0123456789") != std::string::npos)
             return false;
         U64 value = std::strtoull(field.c_str(), nullptr, 10);
         if (value > max[i])
@@ -103,8 +105,7 @@ std::optional<std::string> CommPolicy::addIs(std::string const& text) {
             to.push_back(U8(std::strtoul(hex.substr(i, 2).c_str(), nullptr, 16)));
         return std::nullopt;
     }
-    return "cannot read community '" + text +
-           "' (a:b, a:b:c, or 0x with 16 or 40 hex digits)";
+    return "cannot read community '" + text + "' (a:b, a:b:c, or 0x with 16 or 40 hex digits)";
 }
 
 void CommPolicy::apply(Ingest& ingest, RouteComms const& in, RouteComms* out) const {

@@ -177,8 +177,8 @@ class Loader {
         // without the non-transitive extended communities.
         Kiv::String texts[] = {
             sent.standard ? sent.standard->serialize() : Kiv::String(),
-            sent.extended ? sent.extended->serialize(Routing::Bgp::ExtCommList::serialization(
-                                ibgp_, false, false))
+            sent.extended ? sent.extended->serialize(
+                                Routing::Bgp::ExtCommList::serialization(ibgp_, false, false))
                           : Kiv::String(),
             sent.ipv6 ? sent.ipv6->serialize(ibgp_) : Kiv::String(),
             sent.large ? sent.large->serialize() : Kiv::String(),
@@ -256,7 +256,8 @@ class Replayer : public PeerApp {
                 ++skipped_;
                 continue;
             }
-            fsm.sendUpdate(encodeAnnounce(attrs, family, nextHop_[unsigned(family)], prefixes_), now);
+            fsm.sendUpdate(encodeAnnounce(attrs, family, nextHop_[unsigned(family)], prefixes_),
+                           now);
             sent_ += prefixes_.size();
             ++updates_;
             budget -= std::min(budget, size);
@@ -269,11 +270,10 @@ class Replayer : public PeerApp {
         eorSent_ = true;
         eorAt_ = now;
         char line[200];
-        std::snprintf(line, sizeof line,
-                      "peer %s: end-of-rib sent: %llu routes in %llu UPDATEs, %.2f s",
-                      options_.session.peers[0].text().c_str(),
-                      static_cast<unsigned long long>(sent_),
-                      static_cast<unsigned long long>(updates_), now - startedAt_);
+        std::snprintf(
+            line, sizeof line, "peer %s: end-of-rib sent: %llu routes in %llu UPDATEs, %.2f s",
+            options_.session.peers[0].text().c_str(), static_cast<unsigned long long>(sent_),
+            static_cast<unsigned long long>(updates_), now - startedAt_);
         logEvent(line);
         if (skipped_)
             logEvent(std::to_string(skipped_) +
@@ -318,7 +318,8 @@ int replayCommand(std::vector<std::string> const& args) {
             std::fputs(replayHelp, stdout);
             return 0;
         }
-        std::fprintf(stderr, "bgpcomm replay: %s\nTry 'bgpcomm replay --help'.\n", problem->c_str());
+        std::fprintf(stderr, "bgpcomm replay: %s\nTry 'bgpcomm replay --help'.\n",
+                     problem->c_str());
         return 2;
     }
     PeerConfig const& peer = options.session.peers[0];
@@ -367,7 +368,8 @@ int replayCommand(std::vector<std::string> const& args) {
     installStopSignals();
     Listener listener;
     if (peer.passive) {
-        if (std::string error = listener.open(options.session.listenAddr, options.session.listenPort);
+        if (std::string error =
+                listener.open(options.session.listenAddr, options.session.listenPort);
             !error.empty()) {
             std::fprintf(stderr, "bgpcomm replay: %s\n", error.c_str());
             return 2;

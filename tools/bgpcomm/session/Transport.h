@@ -44,9 +44,9 @@ class PeerApp {
 };
 
 struct RunPolicy {
-    bool retry = true;          // reconnect / wait again after a session ends
-    double retrySeconds = 5;    // ConnectRetryTime (RFC 4271 section 10 suggests 120)
-    bool oneSession = false;    // return after the first Established session ends
+    bool retry = true;        // reconnect / wait again after a session ends
+    double retrySeconds = 5;  // ConnectRetryTime (RFC 4271 section 10 suggests 120)
+    bool oneSession = false;  // return after the first Established session ends
 };
 
 class PeerSession : public FsmHandler {

@@ -19,13 +19,13 @@ struct AttrRule {
 };
 constexpr U16 any = 0;
 constexpr AttrRule attrRules[] = {
-    {attrOrigin, false, 1, any, Action::treatAsWithdraw, "ORIGIN"},     // RFC 7606 7.1
-    {attrAsPath, false, any, any, Action::treatAsWithdraw, "AS_PATH"},  // RFC 7606 7.2
-    {attrNextHop, false, 4, any, Action::treatAsWithdraw, "NEXT_HOP"},  // RFC 7606 7.3
-    {4, true, 4, any, Action::treatAsWithdraw, "MULTI_EXIT_DISC"},      // RFC 7606 7.4
-    {5, false, 4, any, Action::treatAsWithdraw, "LOCAL_PREF"},          // RFC 7606 7.5
-    {6, false, any, any, Action::discard, "ATOMIC_AGGREGATE"},          // RFC 7606 7.6
-    {7, true, any, any, Action::discard, "AGGREGATOR"},                 // RFC 7606 7.7
+    {attrOrigin, false, 1, any, Action::treatAsWithdraw, "ORIGIN"},           // RFC 7606 7.1
+    {attrAsPath, false, any, any, Action::treatAsWithdraw, "AS_PATH"},        // RFC 7606 7.2
+    {attrNextHop, false, 4, any, Action::treatAsWithdraw, "NEXT_HOP"},        // RFC 7606 7.3
+    {4, true, 4, any, Action::treatAsWithdraw, "MULTI_EXIT_DISC"},            // RFC 7606 7.4
+    {5, false, 4, any, Action::treatAsWithdraw, "LOCAL_PREF"},                // RFC 7606 7.5
+    {6, false, any, any, Action::discard, "ATOMIC_AGGREGATE"},                // RFC 7606 7.6
+    {7, true, any, any, Action::discard, "AGGREGATOR"},                       // RFC 7606 7.7
     {attrCommunities, true, any, 4, Action::treatAsWithdraw, "COMMUNITIES"},  // RFC 7606 7.8
     {9, true, 4, any, Action::treatAsWithdraw, "ORIGINATOR_ID"},              // RFC 7606 7.9
     {10, true, any, 4, Action::treatAsWithdraw, "CLUSTER_LIST"},              // RFC 7606 7.10
@@ -36,7 +36,7 @@ constexpr AttrRule attrRules[] = {
     {attrAs4Path, true, any, any, Action::discard, "AS4_PATH"},  // RFC 6793 section 6
     {18, true, 8, any, Action::discard, "AS4_AGGREGATOR"},       // RFC 6793 section 6
     {attrIpv6ExtCommunity, true, any, 20, Action::treatAsWithdraw,
-     "IPV6 ADDRESS SPECIFIC EXTENDED COMMUNITY"},                                    // RFC 7606 7.15
+     "IPV6 ADDRESS SPECIFIC EXTENDED COMMUNITY"},  // RFC 7606 7.15
     {attrLargeCommunity, true, any, 12, Action::treatAsWithdraw, "LARGE_COMMUNITY"},  // RFC 8092 6
 };
 
@@ -144,9 +144,10 @@ std::optional<Notification> decodeUpdate(Cursor body, UpdateContext const& conte
         U8 flags = 0, type = 0;
         U16 length = 0;
         U8 length8 = 0;
-        bool ok = walk.u8(&flags) && walk.u8(&type) &&
-                  ((flags & attrFlagExtendedLength) ? walk.u16(&length)
-                                                    : (walk.u8(&length8) && (length = length8, true)));
+        bool ok =
+            walk.u8(&flags) && walk.u8(&type) &&
+            ((flags & attrFlagExtendedLength) ? walk.u16(&length)
+                                              : (walk.u8(&length8) && (length = length8, true)));
         Cursor value;
         if (!ok || !walk.sub(length, &value)) {
             // RFC 7606 section 4: an attribute running past the attributes.
@@ -175,14 +176,16 @@ std::optional<Notification> decodeUpdate(Cursor body, UpdateContext const& conte
         }
         std::string problem;
         if (bool(flags & attrFlagOptional) != rule->optional)
-            problem = rule->name + std::string(" attribute flags 0x") + "0123456789abcdef"[flags >> 4] +
-                      "0123456789abcdef"[flags & 15] + " are wrong";
+            problem = rule->name + std::string(" attribute flags 0x") +
+                      "0123456789abcdef"[flags >> 4] + "0123456789abcdef"[flags & 15] +
+                      " are wrong";
         else if ((rule->exactLength && length != rule->exactLength) ||
                  (rule->multipleOf && (length == 0 || length % rule->multipleOf != 0)))
-            problem = rule->name + std::string(" attribute length ") + std::to_string(length) +
-                      (rule->multipleOf ? " is not a multiple of " + std::to_string(rule->multipleOf)
-                                        : " is not " + std::to_string(rule->exactLength));
-        else if (type == attrMpReachNlri ? !mpReachWellFormed(value)
+            problem =
+                rule->name + std::string(" attribute length ") + std::to_string(length) +
+                (rule->multipleOf ? " is not a multiple of " + std::to_string(rule->multipleOf)
+                                  : " is not " + std::to_string(rule->exactLength));
+        else if (type == attrMpReachNlri     ? !mpReachWellFormed(value)
                  : type == attrMpUnreachNlri ? !mpUnreachWellFormed(value)
                                              : (length > 0 || type == 6 || type == 7) &&
                                                    !valueWellFormed(*rule, value, context))
@@ -197,8 +200,7 @@ std::optional<Notification> decodeUpdate(Cursor body, UpdateContext const& conte
         if (action == Action::discard) {
             note(discardNote, problem);
             discardAs4 = discardAs4 || type == attrAs4Path;
-        }
-        else
+        } else
             note(out->treatAsWithdraw, problem);
         if (action > worst)
             worst = action;
@@ -219,8 +221,8 @@ std::optional<Notification> decodeUpdate(Cursor body, UpdateContext const& conte
     // RFC 7606 section 5.3: NLRI that cannot be parsed resets the session.
     PathAttrs const& a = out->attrs;
     if (!readPrefixes(withdrawn, Afi::ipv4, addPath(Afi::ipv4), &out->withdrawn) ||
-        (a.hasMpUnreach && !readPrefixes(a.mpUnreachNlri, a.mpUnreachAfi,
-                                         addPath(a.mpUnreachAfi), &out->withdrawn)) ||
+        (a.hasMpUnreach && !readPrefixes(a.mpUnreachNlri, a.mpUnreachAfi, addPath(a.mpUnreachAfi),
+                                         &out->withdrawn)) ||
         !readPrefixes(body, Afi::ipv4, addPath(Afi::ipv4), &out->announced))
         return updateError(updInvalidNetwork);
     ipv4Nlri = !out->announced.empty();

@@ -23,9 +23,9 @@ namespace Bgpcomm::Session {
 
 // What was negotiated and matters for reading an UPDATE.
 struct UpdateContext {
-    bool fourOctetAs = true;                 // RFC 6793
-    bool addPath[familyCount] = {};          // the peer sends path ids (RFC 7911)
-    bool ibgp = false;                       // LOCAL_PREF handling (RFC 7606 section 7.5)
+    bool fourOctetAs = true;         // RFC 6793
+    bool addPath[familyCount] = {};  // the peer sends path ids (RFC 7911)
+    bool ibgp = false;               // LOCAL_PREF handling (RFC 7606 section 7.5)
 };
 
 struct UpdateMsg {
@@ -46,8 +46,7 @@ struct UpdateMsg {
 };
 
 // Decodes an UPDATE body. A NOTIFICATION when the session must be reset.
-std::optional<Notification> decodeUpdate(Cursor body, UpdateContext const& context,
-                                         UpdateMsg* out);
+std::optional<Notification> decodeUpdate(Cursor body, UpdateContext const& context, UpdateMsg* out);
 
 // Encoding, for the replayer. `attrs` are the path attributes without
 // MP_REACH/MP_UNREACH; for IPv6 an MP_REACH_NLRI with `nextHop` and the
@@ -58,7 +57,9 @@ Octets encodeAnnounce(Octets const& attrs, Family family, IpAddress const& nextH
 Octets encodeWithdraw(Family family, std::vector<Prefix> const& prefixes);
 Octets encodeEndOfRib(Family family);
 // Octets a prefix takes in NLRI: length octet and address octets.
-inline std::size_t prefixSize(Prefix const& p) { return 1 + (p.length + 7u) / 8; }
+inline std::size_t prefixSize(Prefix const& p) {
+    return 1 + (p.length + 7u) / 8;
+}
 // Fixed octets of an announcement besides attributes and prefixes.
 std::size_t announceOverhead(Family family);
 void putPrefix(Octets& out, Prefix const& p);
