@@ -8,6 +8,7 @@ value texts of the wire value, so that two views compare as sets:
             turned back into their numbers)
   large     "A:B:C" in decimal
   extended  16 lower-case hex digits, type octet first
+  ipv6      IPv6-address-specific extended communities: 40 hex digits
 
 Where a speaker's text does not tell two wire values apart (FRR prints link
 bandwidth alike whether or not it is transitive; an AS number below 65536
@@ -20,7 +21,7 @@ import json
 import re
 import struct
 
-KINDS = ("standard", "large", "extended")
+KINDS = ("standard", "large", "extended", "ipv6")
 
 # Well-known communities [IANA "BGP Well-known Communities"], by the names
 # FRR prints and gobgp accepts.
@@ -107,6 +108,8 @@ def bgpcomm_comms(rec):
         "standard": {std_text(v) for v in rec.get("communities_raw", [])},
         "large": {f"{a}:{b}:{c}" for a, b, c in rec.get("large_communities_raw", [])},
         "extended": {v[2:] if v.startswith("0x") else v for v in rec.get("ext_communities_raw", [])},
+        "ipv6": {v[2:] if v.startswith("0x") else v
+                 for v in rec.get("ipv6_ext_communities_raw", [])},
     }
 
 

@@ -73,7 +73,7 @@ class Bird(Speaker):
 
     @staticmethod
     def can_express(ext):
-        return True
+        return ext[0] != "redirect6"
 
     def command(self):
         return ["bird", "-f", "-c", self.path("config"), "-s", self.path("bird.ctl"),

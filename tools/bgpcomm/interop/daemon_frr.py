@@ -82,7 +82,8 @@ class Frr(Speaker):
 
     @staticmethod
     def cannot_show(kind, value):
-        return kind == "extended" and (value.startswith("?") or not frr_shows(value))
+        return kind == "ipv6" or \
+            (kind == "extended" and (value.startswith("?") or not frr_shows(value)))
 
     @staticmethod
     def can_express(ext):

@@ -10,7 +10,7 @@ import json
 
 import richtable
 from commnorm import route_key, std_text
-from gobgpview import ext_raw
+from gobgpview import ext_raw, ipv6_ext_raw
 from speaker import Speaker, run
 
 FAMILIES = ("ipv4", "ipv6")
@@ -25,7 +25,7 @@ def asdot(admin):
 
 
 def gobgp_comms(path):
-    comms = {"standard": set(), "large": set(), "extended": set()}
+    comms = {"standard": set(), "large": set(), "extended": set(), "ipv6": set()}
     for attr in path.get("attrs", []):
         t = attr.get("type")
         if t == 8:  # COMMUNITIES [RFC 1997]
@@ -35,6 +35,8 @@ def gobgp_comms(path):
                               for c in attr["value"]}
         elif t == 16:  # EXTENDED COMMUNITIES [RFC 4360]
             comms["extended"] = {_ext(e) for e in attr["value"]}
+        elif t == 25:  # IPv6 ADDRESS SPECIFIC EXTENDED COMMUNITY [RFC 5701]
+            comms["ipv6"] = {ipv6_ext_raw(e)[2:] for e in attr["value"]}
     return comms
 
 
@@ -51,6 +53,10 @@ class Gobgp(Speaker):
     def __init__(self, *args, api_port, **kw):
         super().__init__(*args, **kw)
         self.api_port = api_port
+
+    @staticmethod
+    def cannot_show(kind, value):
+        return False
 
     @staticmethod
     def can_express(ext):
@@ -133,6 +139,8 @@ class Gobgp(Speaker):
         if comms.get("large"):
             args += ["large-community",
                      ",".join("%d:%d:%d" % richtable.bind(c, asn) for c in comms["large"])]
+        for e in (richtable.bind(e, asn) for e in comms.get("ipv6", [])):
+            args += ["redirect", f"{e[1]}:{e[2]}"]
         for e in (richtable.bind(e, asn) for e in comms.get("extended", [])):
             if e[0] == "rt":
                 args += ["rt", f"{asdot(e[1])}:{e[2]}"]

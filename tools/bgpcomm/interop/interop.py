@@ -175,7 +175,7 @@ def collect(labdir, kind, bgpcomm):
 def mrt_table(bgpcomm, mrt, ebgp):
     """The routes of `mrt` as bgpcomm reads them, without path ids (the
     replayed session has no ADD-PATH), without the non-transitive extended
-    communities (type bit 0x40, RFC 4360) when the session is eBGP."""
+    communities (type bit 0x40, RFC 4360, RFC 5701) when the session is eBGP."""
     r = subprocess.run([bgpcomm, "mrt", "--json", mrt], capture_output=True, text=True,
                        timeout=60)
     if r.returncode != 0:
@@ -186,7 +186,8 @@ def mrt_table(bgpcomm, mrt, ebgp):
             out[key.split(" path ")[0]] = comms
     if ebgp:
         for comms in out.values():
-            comms["extended"] = {v for v in comms["extended"] if not int(v[:2], 16) & 0x40}
+            for kind in ("extended", "ipv6"):
+                comms[kind] = {v for v in comms[kind] if not int(v[:2], 16) & 0x40}
     return out
 
 

@@ -9,9 +9,13 @@ Each extended community is a tuple:
   ("lb", AS, BYTES_PER_S, TRANSITIVE)    link bandwidth [draft-ietf-idr-link-bandwidth]
   ("color", N)                           color [RFC 9012]
   ("encap", TUNNEL_TYPE)                 encapsulation [RFC 9012]
+and each IPv6-address-specific one ("ipv6" list):
+  ("redirect6", IPV6, N)                 flow-spec redirect to an IPv6
+        address, type 0x80 sub-type 0x0b, the only kind gobgp sets
 `AS` stands for the announcing speaker's own AS number.
 """
 
+import ipaddress
 import struct
 
 from commnorm import WELL_KNOWN, admin_layouts, ext_hex, std_text
@@ -47,6 +51,7 @@ ROUTES = [
     ("2001:db8:2::/48", {
         "standard": [(AS, 601)],
         "extended": [("color", 4294967295), ("encap", 19), ("soo", AS, 601)],
+        "ipv6": [("redirect6", "2001:db8::1", 100), ("redirect6", "2001:db8::2", 65535)],
     }),
 ]
 
@@ -76,6 +81,9 @@ def ext_raw(e, asn):
         return ext_hex(0x03, 0x0B, struct.pack("!HI", 0, e[1]))
     if e[0] == "encap":
         return ext_hex(0x03, 0x0C, struct.pack("!IH", 0, e[1]))
+    if e[0] == "redirect6":
+        # IPv6-address-specific layout [RFC 5701]: address, 2-octet local part.
+        return "800b" + (ipaddress.IPv6Address(e[1]).packed + struct.pack("!H", e[2])).hex()
     raise ValueError(f"unknown extended community {e}")
 
 
@@ -84,11 +92,13 @@ def table(asn, can=lambda ext: True, routes=ROUTES):
     `can` accepts; and the list of those it left out."""
     out, left_out = {}, []
     for prefix, comms in routes:
-        ext = [e for e in comms.get("extended", []) if can(bind(e, asn))]
-        left_out += [bind(e, asn) for e in comms.get("extended", []) if not can(bind(e, asn))]
+        ext = [e for k in ("extended", "ipv6") for e in comms.get(k, []) if can(bind(e, asn))]
+        left_out += [bind(e, asn) for k in ("extended", "ipv6") for e in comms.get(k, [])
+                     if not can(bind(e, asn))]
         out[prefix] = {
             "standard": {std_text(std_value(c, asn)) for c in comms.get("standard", [])},
             "large": {"%d:%d:%d" % bind(c, asn) for c in comms.get("large", [])},
-            "extended": {ext_raw(e, asn) for e in ext},
+            "extended": {ext_raw(e, asn) for e in ext if e[0] != "redirect6"},
+            "ipv6": {ext_raw(e, asn) for e in ext if e[0] == "redirect6"},
         }
     return out, left_out

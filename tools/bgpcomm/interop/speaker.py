@@ -74,8 +74,10 @@ class Speaker:
 
     @staticmethod
     def cannot_show(kind, value):
-        """Values the speaker's view cannot show, left out of comparisons."""
-        return False
+        """Values the speaker's view cannot show, left out of comparisons.
+        FRR 8.4 and BIRD 2.0 have no printed form of the IPv6-address-specific
+        extended communities."""
+        return kind == "ipv6"
 
     def table(self):
         """The rich table as this speaker can express it, and what it left out."""
