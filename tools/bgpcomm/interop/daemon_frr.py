@@ -106,7 +106,7 @@ class Frr(Speaker):
                 lines += [f"route-map {rm} permit 10"] + self._sets(fam, comms) + ["!"]
         lines += [f"router bgp {self.asn}", f" bgp router-id {self.addr}",
                   " no bgp ebgp-requires-policy", " no bgp network import-check",
-                  " no bgp default ipv4-unicast", " bgp graceful-restart disable"]
+                  " no bgp default ipv4-unicast"]
         for n in self.neighbors:
             a = n["addr"]
             lines += [f" neighbor {a} remote-as {n['asn']}", f" neighbor {a} update-source {self.addr}",

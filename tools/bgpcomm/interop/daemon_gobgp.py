@@ -106,7 +106,9 @@ class Gobgp(Speaker):
                      f'    local-address = "{self.addr}"\n' +
                      ('' if n["passive"] else f'    remote-port = {n["port"]}\n') +
                      f'    passive-mode = {"true" if n["passive"] else "false"}\n'
-                     '  [neighbors.timers.config]\n    connect-retry = 1\n' +
+                     '  [neighbors.timers.config]\n    connect-retry = 1\n'
+                     # Graceful restart, so that gobgpd sends End-of-RIB (RFC 4724).
+                     '  [neighbors.graceful-restart.config]\n    enabled = true\n' +
                      "".join('  [[neighbors.afi-safis]]\n    [neighbors.afi-safis.config]\n'
                              f'      afi-safi-name = "{f}-unicast"\n' for f in FAMILIES))
         return text + (self._policy() if self.announced else "")

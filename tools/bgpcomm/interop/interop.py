@@ -143,6 +143,7 @@ def finish_collect(col, speakers):
         sp.shut_down(COLLECTOR)
     ok = True
     rc = col.wait_exit(30)
+    log("the collector's events:\n  " + "\n  ".join(col.events()))
     exit_line = [e for e in col.events() if "interned at exit" in e]
     if rc != 0:
         ok = report("at the collector's exit", [f"exit status {rc}" + col.tail()])
@@ -305,6 +306,27 @@ def check_totals(col, sent):
     return False
 
 
+def check_eor_stats(col, sent):
+    """Every peer sends End-of-RIB for IPv4 and IPv6 unicast (RFC 4724);
+    the `--stats` report after the last of them gives each peer the routes it
+    sent."""
+    for addr in sent:
+        col.wait_event(rf"peer {addr} \S+: end-of-rib", 10, count=2)
+    events = col.events()
+    last = max(i for i, e in enumerate(events) if "end-of-rib" in e)
+    held = {}
+    for e in events[last + 1:]:
+        m = re.search(r"stats: peer (\S+) \S+: (\d+) routes", e)
+        if m and m[1] not in held:
+            held[m[1]] = int(m[2])
+    if report("in the collector's --stats at End-of-RIB",
+              [f"peer {a}: sent {n} routes, the report says {held.get(a)}"
+               for a, n in sent.items() if held.get(a) != n]):
+        log(f"ok: --stats at End-of-RIB: {' + '.join(map(str, held.values()))} routes")
+        return True
+    return False
+
+
 def twopeers(labdir, kind, bgpcomm):
     """`kind` and a second speaker (gobgpd, or FRR beside gobgpd) into one
     collector over eBGP: each peer's table as it says it sent, the total
@@ -325,6 +347,7 @@ def twopeers(labdir, kind, bgpcomm):
             ok = ok and agreed
             counts.append(len(sent))
         total = sum(counts)
+        ok = check_eor_stats(col, {sp.addr: n for sp, n in zip(sps, counts)}) and ok
         held = sum(len(t) for t in commnorm.bgpcomm_stream(col.lines()[0]).values())
         if held != total:
             ok = report("totals", [f"the speakers sent {total} routes, the collector "
