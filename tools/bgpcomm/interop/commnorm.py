@@ -107,7 +107,8 @@ def bgpcomm_comms(rec):
     return {
         "standard": {std_text(v) for v in rec.get("communities_raw", [])},
         "large": {f"{a}:{b}:{c}" for a, b, c in rec.get("large_communities_raw", [])},
-        "extended": {v[2:] if v.startswith("0x") else v for v in rec.get("ext_communities_raw", [])},
+        "extended": {v[2:] if v.startswith("0x") else v
+                     for v in rec.get("ext_communities_raw", [])},
         "ipv6": {v[2:] if v.startswith("0x") else v
                  for v in rec.get("ipv6_ext_communities_raw", [])},
     }

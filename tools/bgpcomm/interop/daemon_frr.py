@@ -26,8 +26,9 @@ def frr_shows(raw):
     tells its value: route target and route origin in the three
     administrator layouts [RFC 4360, RFC 5668], link bandwidth
     [draft-ietf-idr-link-bandwidth], encapsulation [RFC 9012], flow-spec
-    redirect [RFC 8955, RFC 7674], origin validation state [RFC 8097]. It prints others (color among them) as
-    "UNK:type, sub-type", or in words that do not give every octet."""
+    redirect [RFC 8955, RFC 7674], origin validation state [RFC 8097]. It
+    prints others (color among them) as "UNK:type, sub-type", or in words
+    that do not give every octet."""
     t, s = int(raw[:2], 16), int(raw[2:4], 16)
     return (t in (0x00, 0x01, 0x02) and s in (0x02, 0x03)) or (t in (0x00, 0x40) and s == 0x04) \
         or (t, s) in ((0x03, 0x0C), (0x43, 0x00)) or (t in (0x80, 0x81, 0x82) and s == 0x08)
@@ -35,7 +36,8 @@ def frr_shows(raw):
 
 # Where one community ends in FRR's string: its words are separated by
 # spaces too ("FS:redirect VRF RT:65001:5", "UNK:3, 0", "Default Gateway").
-FRR_TOKEN_START = re.compile(r"(?<!VRF) (?=RT:|SoO:|LB:|ET:|UNK:|FS:|OVS:|MM:|ND:|DF:|ESI-label|Rmac:|Default G)")
+FRR_TOKEN_START = re.compile(
+    r"(?<!VRF) (?=RT:|SoO:|LB:|ET:|UNK:|FS:|OVS:|MM:|ND:|DF:|ESI-label|Rmac:|Default G)")
 
 
 OVS_STATES = {"OVS:valid": 0, "OVS:not-found": 1, "OVS:invalid": 2}
@@ -109,9 +111,10 @@ class Frr(Speaker):
                   " no bgp default ipv4-unicast"]
         for n in self.neighbors:
             a = n["addr"]
-            lines += [f" neighbor {a} remote-as {n['asn']}", f" neighbor {a} update-source {self.addr}",
-                      f" neighbor {a} timers connect 1"]
-            lines += [f" neighbor {a} passive"] if n["passive"] else [f" neighbor {a} port {n['port']}"]
+            lines += [f" neighbor {a} remote-as {n['asn']}",
+                      f" neighbor {a} update-source {self.addr}", f" neighbor {a} timers connect 1"]
+            lines += [f" neighbor {a} passive" if n["passive"] else
+                      f" neighbor {a} port {n['port']}"]
         for fam in FAMILIES:
             lines += [f" address-family {fam} unicast"]
             lines += [f"  neighbor {n['addr']} activate" for n in self.neighbors] + nets[fam]

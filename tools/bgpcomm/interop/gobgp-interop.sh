@@ -34,7 +34,7 @@ fi
 gobgpd --version
 
 lab_workdir
-if ! lab_run 200 python3 "$here/gobgplab.py" run "$LAB_DIR"; then
+if ! lab_run 200 python3 -B "$here/gobgplab.py" run "$LAB_DIR"; then
     echo "gobgp-interop: the gobgpd lab failed" >&2
     exit 1
 fi

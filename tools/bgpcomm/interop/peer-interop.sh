@@ -36,10 +36,14 @@ speakers=("$@")
 case $mode in
     twopeers) speakers+=("$( [ "$1" = gobgp ] && echo frr || echo gobgp )") ;;
 esac
+declare -A package=([frr]=frr [bird]=bird2 [gobgp]=gobgpd)
 for s in "${speakers[@]}"; do
+    if [ -z "${package[$s]:-}" ]; then
+        echo "peer-interop: unknown speaker '$s' (frr, bird or gobgp)" >&2
+        exit 2
+    fi
     if ! ensure_speaker "$s"; then
-        echo "skipped: the $s daemon (Debian package $(
-            case $s in frr) echo frr ;; bird) echo bird2 ;; *) echo gobgpd ;; esac)) is not available"
+        echo "skipped: the $s daemon (Debian package ${package[$s]}) is not available"
         exit 77
     fi
 done
@@ -50,7 +54,7 @@ case $mode in
     replay) args=("$1" "$bgpcomm" "$here/../sample/gobgp-rib.mrt") ;;
     *) args=("$1" "$bgpcomm") ;;
 esac
-if ! lab_run 150 python3 "$here/interop.py" "$LAB_DIR" "$mode" "${args[@]}"; then
+if ! lab_run 150 python3 -B "$here/interop.py" "$LAB_DIR" "$mode" "${args[@]}"; then
     echo "peer-interop $mode $*: FAILED" >&2
     exit 1
 fi
