@@ -147,6 +147,49 @@ void putAsPath(Octets& out, std::vector<AsPathEntry> const& path, U32 prepend) {
     out.insert(out.end(), value.begin(), value.end());
 }
 
+// The attributes for a peer without 4-octet AS numbers (RFC 6793 section
+// 4.2.2): AS_PATH with 2-octet numbers, AS_TRANS for the larger ones, and
+// the 4-octet path in AS4_PATH when there was such a number.
+Octets twoOctetAsPath(Octets const& attrs) {
+    Octets out;
+    Cursor in(attrs.data(), attrs.size(), 0);
+    while (!in.empty()) {
+        U8 const* start = in.data();
+        U8 flags = 0, type = 0, length8 = 0;
+        U16 length = 0;
+        in.u8(&flags);
+        in.u8(&type);
+        if (flags & attrFlagExtendedLength)
+            in.u16(&length);
+        else if (in.u8(&length8))
+            length = length8;
+        Cursor value;
+        in.sub(length, &value);
+        if (type != attrAsPath) {
+            out.insert(out.end(), start, in.data());
+            continue;
+        }
+        Octets path2;
+        bool large = false;
+        for (U8 segType = 0, count = 0; value.u8(&segType) && value.u8(&count);) {
+            path2.insert(path2.end(), {segType, count});
+            for (U32 asn = 0, i = 0; i < count && value.u32(&asn); ++i) {
+                large = large || asn > 0xFFFF;
+                putBig(path2, asn > 0xFFFF ? asTrans : asn, 2);
+            }
+        }
+        out.insert(out.end(), {0x50, attrAsPath});
+        putBig(out, path2.size(), 2);
+        out.insert(out.end(), path2.begin(), path2.end());
+        if (large) {  // optional transitive, extended length
+            out.insert(out.end(), {0xD0, attrAs4Path});
+            putBig(out, length, 2);
+            out.insert(out.end(), start + (in.data() - start) - length, in.data());
+        }
+    }
+    return out;
+}
+
 class Loader {
   public:
     Loader(ReplayOptions const& options, bool ibgp, Table& table)
@@ -256,7 +299,9 @@ class Replayer : public PeerApp {
                 ++skipped_;
                 continue;
             }
-            fsm.sendUpdate(encodeAnnounce(attrs, family, nextHop_[unsigned(family)], prefixes_),
+            Octets const& sentAttrs =
+                fsm.peerOpen().fourOctetAs ? attrs : (twoOctet_ = twoOctetAsPath(attrs));
+            fsm.sendUpdate(encodeAnnounce(sentAttrs, family, nextHop_[unsigned(family)], prefixes_),
                            now);
             sent_ += prefixes_.size();
             ++updates_;
@@ -285,6 +330,17 @@ class Replayer : public PeerApp {
         }
     }
 
+    // ROUTE-REFRESH (RFC 2918 section 4): the whole table again, then
+    // End-of-RIB.
+    void routeRefresh(Family family, Fsm&, double) override {
+        logEvent(std::string("route refresh for ") + familyName(family) +
+                 ": sending the table again");
+        if (eorSent_) {
+            next_ = 0;
+            sent_ = updates_ = skipped_ = 0;
+            eorSent_ = false;
+        }
+    }
     void closed(std::string const&, bool error) override { failed_ = failed_ || error; }
     bool done(double now) override {
         return eorSent_ && options_.holdOpen >= 0 && now - eorAt_ >= options_.holdOpen;
@@ -300,6 +356,7 @@ class Replayer : public PeerApp {
     Table& table_;
     std::vector<Item> order_;
     std::vector<Prefix> prefixes_;
+    Octets twoOctet_;
     std::size_t next_ = 0;
     U64 sent_ = 0, updates_ = 0, skipped_ = 0;
     bool eorSent_ = false, failed_ = false;

@@ -224,16 +224,14 @@ void PeerSession::run(std::atomic<bool> const& stop, RunPolicy policy) {
     std::vector<U8> buffer(1 << 16);
     now_ = monotonicSeconds();
     fsm_.start(now_);
-    bool wasUp = false;
     while (true) {
         now_ = monotonicSeconds();
         if (stop.load() || app_.done(now_)) {
             fsm_.stop(now_);
             break;
         }
-        wasUp = wasUp || fsm_.state() == State::established;
         if (fsm_.state() == State::idle) {
-            if (!policy.retry || (policy.oneSession && wasUp))
+            if (!policy.retry || (policy.oneSession && everEstablished_))
                 break;
             if (now_ < closedAt_ + policy.retrySeconds) {
                 ::poll(nullptr, 0, pollMillis);

@@ -160,6 +160,79 @@ def malformed_communities():
     check(note == (6, 2) and rc == 0, "malformed COMMUNITIES: session stays up until our Cease")
 
 
+def read_messages(s, until):
+    """Messages (type, body) from socket `s` until `until(type, body)`."""
+    data, out = b"", []
+    while True:
+        while len(data) >= 19 and len(data) >= struct.unpack("!H", data[16:18])[0]:
+            length, kind = struct.unpack("!HB", data[16:19])
+            out.append((kind, data[19:length]))
+            data = data[length:]
+            if until(*out[-1]):
+                return out
+        chunk = s.recv(65536)
+        if not chunk:
+            return out
+        data += chunk
+
+
+def two_octet_peer():
+    """replay towards a peer without the 4-octet AS capability: AS_TRANS in
+    AS_PATH, the real path in AS4_PATH (RFC 6793)."""
+    server = socket.socket()
+    server.bind(("127.0.0.1", 0))
+    server.listen(1)
+    port = server.getsockname()[1]
+    replay = subprocess.Popen([BGPCOMM, "replay", "--local-as", "65000", "--router-id", "10.0.0.2",
+                               "--peer", "127.0.0.1:%d,as=65001" % port, "--synth", "50",
+                               "--hold-open", "0"], stderr=subprocess.DEVNULL)
+    server.settimeout(30)
+    s, _ = server.accept()
+    s.settimeout(30)
+    s.sendall(message(1, struct.pack("!BHHIB", 4, 65001, 30, 0x0A000003, 0)) + message(4, b""))
+    got = read_messages(s, lambda kind, body: kind == 2 and body == bytes(4))
+    s.close()
+    server.close()
+    replay.wait(timeout=30)
+    paths = []
+    for kind, body in got:
+        if kind != 2 or body == bytes(4):
+            continue
+        at, end, attrs = 4, 4 + struct.unpack("!H", body[2:4])[0], {}
+        while at < end:
+            flags, code = body[at], body[at + 1]
+            size = struct.unpack("!H", body[at + 2:at + 4])[0] if flags & 0x10 else body[at + 2]
+            at += 4 if flags & 0x10 else 3
+            attrs[code] = body[at:at + size]
+            at += size
+        def ases(value, width):
+            out, i = [], 0
+            while i < len(value):
+                count = value[i + 1]
+                out += [int.from_bytes(value[i + 2 + width * k:i + 2 + width * (k + 1)], "big")
+                        for k in range(count)]
+                i += 2 + width * count
+            return out
+        paths.append((ases(attrs[2], 2), ases(attrs.get(17, b""), 4)))
+    wide = [(p2, p4) for p2, p4 in paths if p4]
+    check(len(paths) > 10 and wide and all(
+        len(p2) == len(p4) and all(a == b or (a == 23456 and b > 65535) for a, b in zip(p2, p4))
+        for p2, p4 in wide) and all(p2[0] == 65000 for p2, _ in paths),
+        "2-octet AS peer: AS_TRANS in AS_PATH, the path in AS4_PATH (%d of %d)" % (len(wide), len(paths)))
+
+
+def max_prefixes():
+    proc, out, err = start_collect("--peer", "127.0.0.1,as=65001", "--count", "--max-prefixes",
+                                   "100", "--exit-after-close")
+    r = subprocess.run([BGPCOMM, "replay", "--local-as", "65001", "--router-id", "10.0.0.2",
+                        "--peer", "127.0.0.1:%d,as=65000" % PORT, "--synth", "1000",
+                        "--hold-open", "5"], capture_output=True, text=True, timeout=60)
+    rc, _, log = finish(proc, out, err)
+    check(r.returncode == 1 and "received NOTIFICATION 6/1" in r.stderr and
+          "more than 100 prefixes" in log and "interned at exit: 0 values, 0 lists" in log,
+          "--max-prefixes: Cease / Maximum Number of Prefixes Reached, tables empty")
+
+
 def bad_input():
     conf = os.path.join(WORK, "bad.conf")
     with open(conf, "w") as f:
@@ -194,6 +267,8 @@ def bad_input():
 replay_round(65001, "eBGP")
 replay_round(65000, "iBGP")
 malformed_communities()
+two_octet_peer()
+max_prefixes()
 bad_input()
 if not failures:
     shutil.rmtree(WORK)
