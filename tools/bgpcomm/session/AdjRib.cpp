@@ -47,7 +47,7 @@ Octets ribAttributes(Cursor raw, PathAttrs const& attrs, bool ipv6) {
             out.insert(out.end(), start, raw.data());
     }
     if (ipv6 && attrs.hasNextHop && attrs.nextHop.afi == Afi::ipv6) {
-        out.insert(out.end(), {attrFlagOptional, attrMpReachNlri, 17, 16});
+        append(out, {attrFlagOptional, attrMpReachNlri, 17, 16});
         out.insert(out.end(), attrs.nextHop.octets.begin(), attrs.nextHop.octets.end());
     }
     return out;

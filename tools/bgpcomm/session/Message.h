@@ -150,5 +150,11 @@ bool decodeRouteRefresh(Cursor body, U16* afi, U8* safi);
 
 // Appends `value` big-endian in `n` octets.
 void putBig(Octets& out, U64 value, unsigned n);
+// Appends octets one by one: gcc 12 at -O3 mistakes a list insert into a
+// short vector for an overrun (-Warray-bounds).
+inline void append(Octets& out, std::initializer_list<U8> octets) {
+    for (U8 o : octets)
+        out.push_back(o);
+}
 
 }  // namespace Bgpcomm::Session

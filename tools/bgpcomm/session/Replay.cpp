@@ -142,7 +142,7 @@ void putAsPath(Octets& out, std::vector<AsPathEntry> const& path, U32 prepend) {
             putBig(value, all[i + j].asn, 4);
         i += n;
     }
-    out.insert(out.end(), {0x50, attrAsPath});  // well-known transitive, extended length
+    append(out, {0x50, attrAsPath});  // well-known transitive, extended length
     putBig(out, value.size(), 2);
     out.insert(out.end(), value.begin(), value.end());
 }
@@ -172,17 +172,17 @@ Octets twoOctetAsPath(Octets const& attrs) {
         Octets path2;
         bool large = false;
         for (U8 segType = 0, count = 0; value.u8(&segType) && value.u8(&count);) {
-            path2.insert(path2.end(), {segType, count});
+            append(path2, {segType, count});
             for (U32 asn = 0, i = 0; i < count && value.u32(&asn); ++i) {
                 large = large || asn > 0xFFFF;
                 putBig(path2, asn > 0xFFFF ? asTrans : asn, 2);
             }
         }
-        out.insert(out.end(), {0x50, attrAsPath});
+        append(out, {0x50, attrAsPath});
         putBig(out, path2.size(), 2);
         out.insert(out.end(), path2.begin(), path2.end());
         if (large) {  // optional transitive, extended length
-            out.insert(out.end(), {0xD0, attrAs4Path});
+            append(out, {0xD0, attrAs4Path});
             putBig(out, length, 2);
             out.insert(out.end(), start + (in.data() - start) - length, in.data());
         }
@@ -215,7 +215,7 @@ class Loader {
         Octets out{0x40, attrOrigin, 1, 0};  // ORIGIN IGP (RFC 4271 section 5.1.1)
         putAsPath(out, path_, ibgp_ ? 0 : options_.session.localAs);
         if (ibgp_)
-            out.insert(out.end(), {0x40, 5, 4, 0, 0, 0, 100});  // LOCAL_PREF (RFC 4271 5.1.5)
+            append(out, {0x40, 5, 4, 0, 0, 0, 100});  // LOCAL_PREF (RFC 4271 5.1.5)
         // Written by the library from the interned lists; towards eBGP
         // without the non-transitive extended communities.
         Kiv::String texts[] = {

@@ -272,15 +272,15 @@ Octets encodeAnnounce(Octets const& attrs, Family family, IpAddress const& nextH
                       std::vector<Prefix> const& prefixes) {
     Octets body{0, 0, 0, 0};  // no withdrawn routes; attribute length set below
     if (family == Family::ipv4Unicast) {
-        body.insert(body.end(), {0x40, attrNextHop, 4});  // well-known transitive
+        append(body, {0x40, attrNextHop, 4});  // well-known transitive
         body.insert(body.end(), nextHop.octets.begin(), nextHop.octets.begin() + 4);
     } else {
         Octets nlri;
         for (Prefix const& p : prefixes)
             putPrefix(nlri, p);
-        body.insert(body.end(), {attrFlagOptional | attrFlagExtendedLength, attrMpReachNlri});
+        append(body, {attrFlagOptional | attrFlagExtendedLength, attrMpReachNlri});
         putBig(body, 5 + 16 + nlri.size(), 2);
-        body.insert(body.end(), {0, 2, 1, 16});
+        append(body, {0, 2, 1, 16});
         body.insert(body.end(), nextHop.octets.begin(), nextHop.octets.end());
         body.push_back(0);
         body.insert(body.end(), nlri.begin(), nlri.end());
@@ -307,9 +307,9 @@ Octets encodeWithdraw(Family family, std::vector<Prefix> const& prefixes) {
     } else {
         putBig(body, 0, 2);
         putBig(body, 4 + 3 + nlri.size(), 2);
-        body.insert(body.end(), {attrFlagOptional | attrFlagExtendedLength, attrMpUnreachNlri});
+        append(body, {attrFlagOptional | attrFlagExtendedLength, attrMpUnreachNlri});
         putBig(body, 3 + nlri.size(), 2);
-        body.insert(body.end(), {0, 2, 1});
+        append(body, {0, 2, 1});
         body.insert(body.end(), nlri.begin(), nlri.end());
     }
     return encodeMessage(MsgType::update, body.data(), body.size());
