@@ -14,7 +14,7 @@ cd "$(dirname "$0")/.."
 seconds=${1:-15}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(extcomm lists stash text mrt)
+[ ${#targets[@]} -gt 0 ] || targets=(extcomm lists stash text mrt session)
 
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${targets[@]/#/fuzz_}"
