@@ -4,6 +4,15 @@ namespace Bgpcomm::Session {
 
 namespace {
 
+// Path attribute types beyond those Attrs.h names (IANA BGP Path Attributes).
+constexpr U8 attrMed = 4;              // RFC 4271
+constexpr U8 attrLocalPref = 5;        // RFC 4271
+constexpr U8 attrAtomicAggregate = 6;  // RFC 4271
+constexpr U8 attrAggregator = 7;       // RFC 4271
+constexpr U8 attrOriginatorId = 9;     // RFC 4456
+constexpr U8 attrClusterList = 10;     // RFC 4456
+constexpr U8 attrAs4Aggregator = 18;   // RFC 6793
+
 // What RFC 7606 section 2 does with an UPDATE holding a malformed attribute.
 enum class Action : U8 { discard, treatAsWithdraw, reset };
 
@@ -19,22 +28,22 @@ struct AttrRule {
 };
 constexpr U16 any = 0;
 constexpr AttrRule attrRules[] = {
-    {attrOrigin, false, 1, any, Action::treatAsWithdraw, "ORIGIN"},           // RFC 7606 7.1
-    {attrAsPath, false, any, any, Action::treatAsWithdraw, "AS_PATH"},        // RFC 7606 7.2
-    {attrNextHop, false, 4, any, Action::treatAsWithdraw, "NEXT_HOP"},        // RFC 7606 7.3
-    {4, true, 4, any, Action::treatAsWithdraw, "MULTI_EXIT_DISC"},            // RFC 7606 7.4
-    {5, false, 4, any, Action::treatAsWithdraw, "LOCAL_PREF"},                // RFC 7606 7.5
-    {6, false, any, any, Action::discard, "ATOMIC_AGGREGATE"},                // RFC 7606 7.6
-    {7, true, any, any, Action::discard, "AGGREGATOR"},                       // RFC 7606 7.7
-    {attrCommunities, true, any, 4, Action::treatAsWithdraw, "COMMUNITIES"},  // RFC 7606 7.8
-    {9, true, 4, any, Action::treatAsWithdraw, "ORIGINATOR_ID"},              // RFC 7606 7.9
-    {10, true, any, 4, Action::treatAsWithdraw, "CLUSTER_LIST"},              // RFC 7606 7.10
-    {attrMpReachNlri, true, any, any, Action::reset, "MP_REACH_NLRI"},        // RFC 7606 7.11
-    {attrMpUnreachNlri, true, any, any, Action::reset, "MP_UNREACH_NLRI"},    // RFC 7606 7.12
+    {attrOrigin, false, 1, any, Action::treatAsWithdraw, "ORIGIN"},               // RFC 7606 7.1
+    {attrAsPath, false, any, any, Action::treatAsWithdraw, "AS_PATH"},            // RFC 7606 7.2
+    {attrNextHop, false, 4, any, Action::treatAsWithdraw, "NEXT_HOP"},            // RFC 7606 7.3
+    {attrMed, true, 4, any, Action::treatAsWithdraw, "MULTI_EXIT_DISC"},          // RFC 7606 7.4
+    {attrLocalPref, false, 4, any, Action::treatAsWithdraw, "LOCAL_PREF"},        // RFC 7606 7.5
+    {attrAtomicAggregate, false, any, any, Action::discard, "ATOMIC_AGGREGATE"},  // RFC 7606 7.6
+    {attrAggregator, true, any, any, Action::discard, "AGGREGATOR"},              // RFC 7606 7.7
+    {attrCommunities, true, any, 4, Action::treatAsWithdraw, "COMMUNITIES"},      // RFC 7606 7.8
+    {attrOriginatorId, true, 4, any, Action::treatAsWithdraw, "ORIGINATOR_ID"},   // RFC 7606 7.9
+    {attrClusterList, true, any, 4, Action::treatAsWithdraw, "CLUSTER_LIST"},     // RFC 7606 7.10
+    {attrMpReachNlri, true, any, any, Action::reset, "MP_REACH_NLRI"},            // RFC 7606 7.11
+    {attrMpUnreachNlri, true, any, any, Action::reset, "MP_UNREACH_NLRI"},        // RFC 7606 7.12
     {attrExtCommunities, true, any, 8, Action::treatAsWithdraw,
-     "EXTENDED COMMUNITIES"},                                    // RFC 7606 7.14
-    {attrAs4Path, true, any, any, Action::discard, "AS4_PATH"},  // RFC 6793 section 6
-    {18, true, 8, any, Action::discard, "AS4_AGGREGATOR"},       // RFC 6793 section 6
+     "EXTENDED COMMUNITIES"},                                              // RFC 7606 7.14
+    {attrAs4Path, true, any, any, Action::discard, "AS4_PATH"},            // RFC 6793 section 6
+    {attrAs4Aggregator, true, 8, any, Action::discard, "AS4_AGGREGATOR"},  // RFC 6793 section 6
     {attrIpv6ExtCommunity, true, any, 20, Action::treatAsWithdraw,
      "IPV6 ADDRESS SPECIFIC EXTENDED COMMUNITY"},  // RFC 7606 7.15
     {attrLargeCommunity, true, any, 12, Action::treatAsWithdraw, "LARGE_COMMUNITY"},  // RFC 8092 6
@@ -68,9 +77,9 @@ bool valueWellFormed(AttrRule const& rule, Cursor value, UpdateContext const& co
             return segmentsWellFormed(value, context.fourOctetAs ? 4 : 2);
         case attrAs4Path:
             return segmentsWellFormed(value, 4);
-        case 6:
+        case attrAtomicAggregate:
             return value.left() == 0;
-        case 7:  // AS and address; the AS is 4 octets when negotiated
+        case attrAggregator:  // AS and address; the AS is 4 octets when negotiated
             return value.left() == (context.fourOctetAs ? 8u : 6u);
         default:
             return true;
@@ -185,15 +194,16 @@ std::optional<Notification> decodeUpdate(Cursor body, UpdateContext const& conte
                 rule->name + std::string(" attribute length ") + std::to_string(length) +
                 (rule->multipleOf ? " is not a multiple of " + std::to_string(rule->multipleOf)
                                   : " is not " + std::to_string(rule->exactLength));
-        else if (type == attrMpReachNlri     ? !mpReachWellFormed(value)
-                 : type == attrMpUnreachNlri ? !mpUnreachWellFormed(value)
-                                             : (length > 0 || type == 6 || type == 7) &&
-                                                   !valueWellFormed(*rule, value, context))
+        else if (type == attrMpReachNlri ? !mpReachWellFormed(value)
+                 : type == attrMpUnreachNlri
+                     ? !mpUnreachWellFormed(value)
+                     : (length > 0 || type == attrAtomicAggregate || type == attrAggregator) &&
+                           !valueWellFormed(*rule, value, context))
             problem = rule->name + std::string(" attribute is malformed");
         if (problem.empty())
             continue;
         Action action = rule->action;
-        if (type == 5 && !context.ibgp)
+        if (type == attrLocalPref && !context.ibgp)
             action = Action::discard;  // RFC 7606 section 7.5: eBGP LOCAL_PREF is dropped anyway
         if (action == Action::reset)
             return updateError(updOptionalAttr);  // RFC 4760 section 7
