@@ -4,6 +4,7 @@
 
 #include "BgpcommTestUtil.h"
 #include "bgpcomm/session/Fsm.h"
+#include "bgpcomm/session/Options.h"
 
 namespace {
 
@@ -390,6 +391,53 @@ TEST(BgpSessionFsm, ProtocolErrorsSendTheirNotification) {
     big.feed(encodeMessage(MsgType::update, body.data(), body.size()), 2);
     EXPECT_EQ(big.fsm.state(), State::established);
     EXPECT_EQ(big.io.updates, 1);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(BgpSessionOptions, EndpointsAndPeersParseOrSayWhatIsWrong) {
+    struct Case {
+        char const* text;
+        char const* expected;  // "address port", or "bad"
+    } const cases[] = {
+        {"127.0.0.1:1790", "127.0.0.1 1790"},
+        {"127.0.0.1", "127.0.0.1 179"},
+        {"[::1]:1790", "::1 1790"},
+        {"::1", "::1 179"},
+        {"127.0.0.1:0", "bad"},
+        {"127.0.0.1:65536", "bad"},
+        {"[::1]1790", "bad"},
+        {"localhost:179", "bad"},
+    };
+    for (Case const& c : cases) {
+        IpAddress addr;
+        U16 port = 0;
+        std::string got = parseEndpoint(c.text, bgpPort, &addr, &port)
+                              ? addressText(addr) + " " + std::to_string(port)
+                              : "bad";
+        EXPECT_EQ(got, c.expected) << c.text;
+    }
+    std::vector<std::string> args{"--peer", "10.0.0.1:1791,as=4200000001,passive,addpath",
+                                  "--peer", "10.0.0.2,AS=65001",
+                                  "--peer", "10.0.0.3,as=1,pasive"};
+    SessionOptions options;
+    bool taken = false;
+    std::size_t i = 0;
+    EXPECT_FALSE(takeSessionOption(args, i, &options, &taken));
+    i = 2;
+    EXPECT_FALSE(takeSessionOption(args, i, &options, &taken));
+    i = 4;
+    EXPECT_EQ(takeSessionOption(args, i, &options, &taken).value_or(""),
+              "unknown peer setting 'pasive' in --peer '10.0.0.3,as=1,pasive' (as=N, passive, "
+              "active, addpath)");
+    ASSERT_EQ(options.peers.size(), 2u);
+    EXPECT_EQ(options.peers[0].text(), "10.0.0.1 AS4200000001");
+    EXPECT_TRUE(options.peers[0].passive && options.peers[0].addPath);
+    EXPECT_EQ(options.peers[0].port, 1791);
+    EXPECT_FALSE(options.peers[1].passiveGiven);
+    EXPECT_EQ(finishSessionOptions(&options, true).value_or(""), "--local-as is required");
 }
 
 }  // namespace
