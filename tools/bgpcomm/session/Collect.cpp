@@ -151,11 +151,15 @@ class CollectPeer : public PeerApp {
             eor_[f] = !fsm.negotiated(Family(f));
         eorAll_.store(false);
         updates_ = 0;
+        up_ = true;
     }
     void update(UpdateMsg const& msg, Fsm& fsm, double now) override;
     void closed(std::string const& why, bool error) override {
         (void)why;
-        failed_ = failed_ || error;
+        // A failed attempt before Established is retried; the exit status
+        // tells of it only if no session ever came up.
+        failed_ = failed_ || (error && up_);
+        up_ = false;
         // A RIB dump at exit wants the last session's routes; the next
         // session starts afresh.
         if (!c_.options.dumpRib.empty())
@@ -185,7 +189,7 @@ class CollectPeer : public PeerApp {
     std::atomic<U64> routes_{0};
     U64 updates_ = 0;
     bool failed_ = false;
-    std::vector<Nlri> one_;
+    bool up_ = false;
 };
 
 void Collector::routes(RouteBatch const& batch, RouteComms const& comms) {

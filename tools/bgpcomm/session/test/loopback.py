@@ -233,6 +233,23 @@ def max_prefixes():
           "--max-prefixes: Cease / Maximum Number of Prefixes Reached, tables empty")
 
 
+def two_peers():
+    """Two replayers (passive, on their own ports) collected at once into one
+    set of tables: the totals add up, the tables are empty at exit."""
+    replays = [subprocess.Popen([BGPCOMM, "replay", "--local-as", str(65000 + n), "--router-id",
+                                 "10.0.0.1%d" % n, "--listen", "127.0.0.1:%d" % (PORT + n),
+                                 "--peer", "127.0.0.1,as=65000,passive", "--synth", "2000",
+                                 "--seed", str(n), "--hold-open", "2"], stderr=subprocess.PIPE,
+                                text=True) for n in (1, 2)]
+    time.sleep(0.5)
+    proc, out, err = start_collect(*sum((["--peer", "127.0.0.1:%d,as=%d,active" % (PORT + n, 65000 + n)]
+                                         for n in (1, 2)), []), "--count", "--exit-after-eor")
+    rc, count, log = finish(proc, out, err)
+    sent = [int(r.communicate(timeout=30)[1].split(" routes,")[0].split()[-1]) for r in replays]
+    check(rc == 0 and int(count) == sum(sent) and "interned at exit: 0 values, 0 lists" in log,
+          "two peers at once: %s routes of %s, tables empty at exit" % (count.strip(), sent))
+
+
 def bad_input():
     conf = os.path.join(WORK, "bad.conf")
     with open(conf, "w") as f:
@@ -269,6 +286,7 @@ replay_round(65000, "iBGP")
 malformed_communities()
 two_octet_peer()
 max_prefixes()
+two_peers()
 bad_input()
 if not failures:
     shutil.rmtree(WORK)
