@@ -10,7 +10,9 @@
    tables are empty at exit.
 2. A raw UPDATE whose COMMUNITIES length is 7: its route is withdrawn, the
    session stays up (the next UPDATE is taken, End-of-RIB ends the run).
-3. Bad input: a config typo, a port in use, an unreachable peer, a peer that
+3. A peer without 4-octet AS numbers gets AS_TRANS and AS4_PATH; --max-prefixes
+   ends a session with Cease 6/1; two peers collected at once add up.
+4. Bad input: a config typo, a port in use, an unreachable peer, a peer that
    closes mid-OPEN: a clear message and a non-zero exit each.
 """
 import json
