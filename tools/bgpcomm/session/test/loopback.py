@@ -10,7 +10,7 @@
    tables are empty at exit.
 2. A raw UPDATE whose COMMUNITIES length is 7: its route is withdrawn, the
    session stays up (the next UPDATE is taken, End-of-RIB ends the run).
-3. A peer without 4-octet AS numbers gets AS_TRANS and AS4_PATH; --max-prefixes
+3. --strip / --add change what is sent. A peer without 4-octet AS numbers gets AS_TRANS and AS4_PATH; --max-prefixes
    ends a session with Cease 6/1; two peers collected at once add up.
 4. Bad input: a config typo, a port in use, an unreachable peer, a peer that
    closes mid-OPEN: a clear message and a non-zero exit each.
@@ -107,6 +107,21 @@ def replay_round(peer_as, label):
     check((dropped == 0) == ibgp, label + ": %d non-transitive extended dropped" % dropped)
     check(routes(mrt_json(updates)) == got, label + ": --write-updates reads back the same")
     check(routes(mrt_json(rib)) == got, label + ": --dump-rib reads back the same")
+
+
+def policy_round():
+    """--strip and --add through the library: no-export and every large
+    community removed, 65535:1 and a route target added to every route."""
+    proc, out, err = start_collect("--peer", "127.0.0.1,as=65001", "--json", "--exit-after-eor")
+    subprocess.run([BGPCOMM, "replay", "--local-as", "65001", "--router-id", "10.0.0.2", "--peer",
+                    "127.0.0.1:%d,as=65000" % PORT, "--synth", "500", "--hold-open", "0",
+                    "--strip", "^no-export$", "--kind", "large", "--strip", ".", "--add",
+                    "65535:1", "--add", "0x0002fde800000064"], capture_output=True, timeout=60)
+    rc, seen, _ = finish(proc, out, err)
+    got = routes(seen).values()
+    check(rc == 0 and len(got) > 100 and all(
+        0xFFFFFF01 not in s and 0xFFFF0001 in s and not l and "0x0002fde800000064" in x
+        for s, l, x, _ in got), "policy: --strip and --add applied to every route")
 
 
 def message(kind, body):
@@ -285,6 +300,7 @@ def bad_input():
 
 replay_round(65001, "eBGP")
 replay_round(65000, "iBGP")
+policy_round()
 malformed_communities()
 two_octet_peer()
 max_prefixes()
