@@ -312,7 +312,7 @@ TEST(BgpcommMrt, WireOrderAndExactBandwidth) {
                   u32s({0x0004FDE8, 0x4CEE6B29, 0x0002FDE8, 0x64, 0x0004FDE8, 0x4CEE6B29,
                         0x0004FDE8, 0x4CEE6B28}))});
     Bytes file = cat({peerTable(), rib({{0, attrs}})});
-    std::string const lb = "Link-Bandwidth-AS:65000:1 Gbps";
+    std::string const lb = "Link-Bandwidth-Trans-AS:65000:1 Gbps";
     struct Case {
         bool wireOrder, exact;
         std::string out;

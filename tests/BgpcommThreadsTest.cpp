@@ -12,14 +12,20 @@ using namespace BgpcommTest;
 // A synthetic dump of several chunks, then a second peer table with a RIB
 // record that needs it, a record of unknown type and an entry whose peer
 // index is past the table: chunks must carry the peer table in force and
-// keep the messages in file order.
+// keep the messages in file order. The unknown index comes back a chunk
+// later (still one report) and after a third peer table (reported again).
 TEST(BgpcommThreads, OutputEqualsOneThread) {
     Bgpcomm::SynthOptions synth;
     synth.routes = 8000;
     synth.seed = 7;
     Bytes entryAttrs = cat({origin(), asPath({65002}), attr(0xC0, 8, u32s({0xFDE80001}))});
-    Bytes file = cat({Bgpcomm::synthesizeToMemory(synth), peerTable(),
-                      rib({{1, entryAttrs}, {9, entryAttrs}}), mrt(99, 0, {1, 2, 3})});
+    Bytes const unknownPeer = rib({{1, entryAttrs}, {9, entryAttrs}});
+    Bytes filler;
+    Bytes const entry = rib({{0, entryAttrs}});
+    for (unsigned i = 0; i < 12000; ++i)  // over a chunk (256 KiB)
+        filler.insert(filler.end(), entry.begin(), entry.end());
+    Bytes file = cat({Bgpcomm::synthesizeToMemory(synth), peerTable(), unknownPeer,
+                      mrt(99, 0, {1, 2, 3}), filler, unknownPeer, peerTable(), unknownPeer});
     for (Bgpcomm::Format format :
          {Bgpcomm::Format::text, Bgpcomm::Format::json, Bgpcomm::Format::psv}) {
         Result results[2];
@@ -34,6 +40,12 @@ TEST(BgpcommThreads, OutputEqualsOneThread) {
         EXPECT_EQ(results[0].out, results[1].out);
         EXPECT_EQ(results[0].err, results[1].err);
         EXPECT_NE(results[0].err.find("unknown MRT type 99"), std::string::npos);
+        std::size_t reports = 0;
+        for (std::size_t at = 0;
+             (at = results[1].err.find("peer index 9 ", at)) != std::string::npos; ++at)
+            ++reports;
+        EXPECT_EQ(reports, 2u);
+        EXPECT_EQ(results[1].err.find('\x01'), std::string::npos);
         EXPECT_EQ(results[0].status, results[1].status);
     }
 }

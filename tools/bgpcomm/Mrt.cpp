@@ -38,6 +38,10 @@ bool readAddress(Cursor& in, Afi afi, IpAddress* out) {
 
 }  // namespace
 
+std::string unknownPeerMark(U64 peerTableNumber, U16 peerIndex) {
+    return '\x01' + std::to_string(peerTableNumber) + '/' + std::to_string(peerIndex) + '\x01';
+}
+
 void MrtReader::run() {
     MrtHeader header;
     Cursor body;
@@ -125,6 +129,7 @@ void MrtReader::peerIndexTable(Cursor body) {
     peers_.clear();
     havePeerTable_ = true;
     unknownReported_.assign(0x10000, false);
+    peerTableNumber_ = records_;
     for (unsigned i = 0; i < count; ++i) {
         // Peer type bits (RFC 6396 section 4.3.1): 0x01 IPv6 address, 0x02 four-octet AS.
         U8 peerType = 0;
@@ -217,8 +222,10 @@ void MrtReader::ribEntries(Cursor& body, Nlri const& nlri, bool addPath, char co
             // Once per index: gobgpd writes one such entry per route it originates.
             if (!unknownReported_[peerIndex]) {
                 unknownReported_[peerIndex] = true;
-                diag_.at(at, std::string(what) + " record " + std::to_string(records_) +
-                                 " at offset " + std::to_string(batch_.recordOffset) + ", entry " +
+                diag_.at(at, (markUnknownPeers_ ? unknownPeerMark(peerTableNumber_, peerIndex)
+                                                : std::string()) +
+                                 what + " record " + std::to_string(records_) + " at offset " +
+                                 std::to_string(batch_.recordOffset) + ", entry " +
                                  std::to_string(i + 1) + " of " + std::to_string(count) +
                                  ": peer index " + std::to_string(peerIndex) +
                                  " is not in the peer table (" + std::to_string(peers_.size()) +

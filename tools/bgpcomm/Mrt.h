@@ -60,6 +60,9 @@ struct RouteBatch {
     U64 recordOffset = 0;
 };
 
+// The mark markUnknownPeersIs puts before the report of an unknown peer index.
+std::string unknownPeerMark(U64 peerTableNumber, U16 peerIndex);
+
 class MrtReader {
   public:
     using Sink = std::function<void(RouteBatch const&)>;
@@ -81,10 +84,18 @@ class MrtReader {
     using Framed = std::function<void(U32 timestamp, U16 type, U16 subtype, Cursor body)>;
     void framedIs(Framed framed) { framed_ = std::move(framed); }
     // Decodes one framed record into the sink, as run() does (the body's
-    // offset is the stream offset of the octet after the 12-octet header).
-    void decode(U32 timestamp, U16 type, U16 subtype, Cursor body) {
+    // offset is the stream offset of the octet after the 12-octet header;
+    // `number` counts records from 1 in the stream, for messages).
+    void decode(U32 timestamp, U16 type, U16 subtype, Cursor body, U64 number) {
+        records_ = number;
         record(MrtHeader{timestamp, type, subtype, static_cast<U32>(body.left())}, body);
     }
+
+    // Decoding on threads, each chunk of records by a reader of its own: the
+    // "not in the peer table" report is made for every chunk, marked with
+    // unknownPeerMark(table, index), so that the thread emitting chunks in
+    // order keeps only the first per peer table (MrtThreads.cpp).
+    void markUnknownPeersIs(bool mark) { markUnknownPeers_ = mark; }
 
     U64 records() const { return records_; }
     U64 offset() const { return framer_.offset(); }
@@ -112,6 +123,8 @@ class MrtReader {
     bool havePeerTable_ = false;
     // Peer indexes out of range already reported since the peer table.
     std::vector<bool> unknownReported_;
+    bool markUnknownPeers_ = false;
+    U64 peerTableNumber_ = 0;  // the record number of the table in force
     RouteBatch batch_;
     PathAttrs attrs_;
     std::vector<Nlri> nlri_;

@@ -110,8 +110,7 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
         if (arg == "--json" || arg == "--asdot" || arg == "--stats" || arg == "--count" ||
             arg == "--verify" || arg == "--include-super" || arg == "--include-sub" ||
             arg == "--no-progress" || arg == "--default-parser" || arg == "--header" ||
-            arg == "--wire-order" || arg == "--exact" ||
-            arg == "--no-dictionary") {
+            arg == "--wire-order" || arg == "--exact" || arg == "--no-dictionary") {
             if (hasValue)
                 return "option '" + arg + "' takes no value";
             if (arg == "--json") {

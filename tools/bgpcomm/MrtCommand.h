@@ -79,7 +79,7 @@ class MrtRun {
     int finish();
 
     Diag& diag() { return diag_; }
-    Notes const* notes() const { return notes_.get(); }
+    Notes const* notes() const { return &main_->notes; }
     Ingest& ingest() { return *ingest_; }
     RunCounts const& counts() const { return counts_; }
     RouteFilter const& filter() const { return options_.filter; }

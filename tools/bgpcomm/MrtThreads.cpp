@@ -9,6 +9,8 @@
 // is known: each chunk carries a copy of the one in force at its start and
 // decodes it first, silently (its messages were given where the table is).
 #include <cstring>
+#include <set>
+#include <string_view>
 
 #include "bgpcomm/ChunkPool.h"
 #include "bgpcomm/MrtCommand.h"
@@ -18,8 +20,6 @@ namespace Bgpcomm {
 namespace {
 
 constexpr std::size_t chunkOctets = 256u << 10;
-// TABLE_DUMP_V2 PEER_INDEX_TABLE (RFC 6396 section 4.3.1).
-constexpr U16 td2PeerIndexTable = 1;
 
 struct Framed {
     U32 timestamp;
@@ -27,6 +27,7 @@ struct Framed {
     U16 subtype;
     U32 size;
     U64 offset;  // stream offset of the body
+    U64 number;  // in the stream, from 1
 };
 
 struct PeerTable {
@@ -48,6 +49,33 @@ struct Chunk {
     RunCounts counts;
     std::vector<RouteComms> held;
 };
+
+// Each chunk's reader reports an unknown peer index once; over the whole
+// file it is once per peer table, as on one thread: the first report in file
+// order stays (unmarked), later ones go.
+void keepFirstUnknownPeerReports(std::string& text, U64& reports, std::set<std::string>& reported) {
+    if (text.find('\x01') == std::string::npos)
+        return;
+    std::string kept;
+    std::size_t at = 0;
+    while (at < text.size()) {
+        std::size_t end = text.find('\n', at);
+        end = end == std::string::npos ? text.size() : end + 1;
+        std::string_view line(text.data() + at, end - at);
+        std::size_t const open = line.find('\x01');
+        std::size_t const close = open == line.npos ? line.npos : line.find('\x01', open + 1);
+        if (close == line.npos) {
+            kept += line;
+        } else if (reported.insert(std::string(line.substr(open, close - open))).second) {
+            kept += line.substr(0, open);
+            kept += line.substr(close + 1);
+        } else {
+            --reports;
+        }
+        at = end;
+    }
+    text = std::move(kept);
+}
 
 void addCounts(RunCounts& to, RunCounts const& from) {
     to.records += from.records;
@@ -87,24 +115,28 @@ void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
         lane.text = &chunk.text;
         lane.held = &chunk.held;
         MrtReader decoder(source, diag, [&](RouteBatch const& batch) { this->batch(lane, batch); });
+        decoder.markUnknownPeersIs(true);
         std::string silent;
         diag.captureIs(&silent);
         if (chunk.peerTable) {
             PeerTable const& table = *chunk.peerTable;
             decoder.decode(table.record.timestamp, table.record.type, table.record.subtype,
-                           Cursor(table.body.data(), table.body.size(), table.record.offset));
+                           Cursor(table.body.data(), table.body.size(), table.record.offset),
+                           table.record.number);
         }
         diag.captureIs(&chunk.diag);
         U64 const reportsBefore = diag.reports();
         U8 const* p = chunk.octets.data();
         for (Framed const& record : chunk.records) {
             decoder.decode(record.timestamp, record.type, record.subtype,
-                           Cursor(p, record.size, record.offset));
+                           Cursor(p, record.size, record.offset), record.number);
             p += record.size;
         }
         chunk.reports = diag.reports() - reportsBefore;
     };
+    std::set<std::string> unknownPeersReported;
     auto emit = [&](Chunk& chunk) {
+        keepFirstUnknownPeerReports(chunk.diag, chunk.reports, unknownPeersReported);
         if (!chunk.text.empty())
             std::fwrite(chunk.text.data(), 1, chunk.text.size(), out_);
         diag_.relay(chunk.diag, chunk.reports);
@@ -134,7 +166,7 @@ void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
     };
     MrtReader reader(source, readerDiag, nullptr);
     reader.framedIs([&](U32 timestamp, U16 type, U16 subtype, Cursor body) {
-        Framed record{timestamp, type, subtype, U32(body.left()), body.offset()};
+        Framed record{timestamp, type, subtype, U32(body.left()), body.offset(), reader.records()};
         if (!readerText.empty())
             seal();  // a framing message comes after the records before it
         chunk->records.push_back(record);

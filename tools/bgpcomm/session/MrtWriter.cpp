@@ -5,23 +5,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include "bgpcomm/MrtFrame.h"
 #include "bgpcomm/session/Update.h"
 
 namespace Bgpcomm::Session {
 
 namespace {
-
-// TABLE_DUMP_V2 subtypes (RFC 6396 section 4.3, ADDPATH: RFC 8050 section 4).
-constexpr U16 td2PeerIndexTable = 1;
-constexpr U16 td2RibIpv4Unicast = 2;
-constexpr U16 td2RibIpv6Unicast = 4;
-constexpr U16 td2RibIpv4UnicastAddPath = 8;
-constexpr U16 td2RibIpv6UnicastAddPath = 10;
-// BGP4MP subtypes (RFC 6396 section 4.4, ADDPATH: RFC 8050 section 3).
-constexpr U16 bgp4mpMessage = 1;
-constexpr U16 bgp4mpMessageAs4 = 4;
-constexpr U16 bgp4mpMessageAddPath = 8;
-constexpr U16 bgp4mpMessageAs4AddPath = 9;
 
 void putAddress(Octets& out, IpAddress const& addr) {
     out.insert(out.end(), addr.octets.begin(), addr.octets.begin() + std::ptrdiff_t(addr.size()));
