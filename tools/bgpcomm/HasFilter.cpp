@@ -352,7 +352,9 @@ bool CommFilter::passes(RouteComms const& comms, Ingest const& ingest) const {
     if (terms_.empty())
         return true;
     U64 bits = 0;
-    std::lock_guard<std::mutex> lock(memo_->mutex);
+    std::unique_lock<std::mutex> lock(memo_->mutex, std::defer_lock);
+    if (!oneThread_)
+        lock.lock();
     for (unsigned k = 0; k < commKindCount; ++k) {
         if (!(kinds_ & (1u << k)))
             continue;

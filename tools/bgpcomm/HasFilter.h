@@ -23,7 +23,9 @@
 // holds a reference to the list so the address cannot be reused by another
 // list while the entry lives. A route
 // costs one lookup per kind; the terms run once per distinct list (counted by
-// evaluations()). Thread-safe: the memo is behind a mutex.
+// evaluations()). Thread-safe: the memo is behind a mutex, unless the one
+// thread that uses the filter says it is alone (oneThreadIs), which spares
+// every route the lock.
 #pragma once
 
 #include <regex.h>
@@ -56,6 +58,8 @@ class CommFilter {
     std::optional<std::string> meaningIs(std::string const& pattern);
     // The notes --has-meaning reads; set before the first route.
     void notesIs(Notes const* notes) { notes_ = notes; }
+    // Only one thread calls passes(): the memo needs no lock.
+    void oneThreadIs(bool oneThread) { oneThread_ = oneThread; }
 
     bool empty() const { return terms_.empty(); }
     bool needsNotes() const;
@@ -76,6 +80,7 @@ class CommFilter {
     U64 noneMask_ = 0;
     unsigned kinds_ = 0;  // bit per CommKind some term looks at
     Notes const* notes_ = nullptr;
+    bool oneThread_ = false;
 
     struct Memo;
     std::unique_ptr<Memo> memo_;

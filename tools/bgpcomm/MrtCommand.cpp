@@ -228,6 +228,7 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
     main_ = std::make_unique<Lane>(*this, &diag_);
     // Looking a note up is const, so every lane's filter may share the main lane's.
     options_.filter.comm.notesIs(&main_->notes);
+    options_.filter.comm.oneThreadIs(options_.threads == 1);
     main_->counts = &counts_;
     if (printsRoutes())
         main_->output.begin();
