@@ -77,33 +77,36 @@ void Notes::appendText(VoFmt::TextBuffer& out, std::size_t i, bool psv) {
     out.append('}');
 }
 
-void Notes::appendJson(VoFmt::TextBuffer& out, RouteComms const& comms, Ingest& ingest,
-                       bool asdot) {
+void Notes::appendJson(VoFmt::TextBuffer& out, RouteComms const& comms, Ingest& ingest, bool asdot,
+                       BgpShowCli::ExtCommCache* cache) {
     bool first = true;
     for (CommKind kind :
          {CommKind::standard, CommKind::large, CommKind::extended, CommKind::ipv6}) {
         listIs(comms, kind);
         std::size_t i = 0;
-        ingest.forEachText(comms, kind, asdot, [&](std::string_view text) {
-            Item const& it = items_[i++];
-            if (!it.name && !it.entry)
-                return;
-            out.append(first ? ",\"notes\":[" : ",");
-            first = false;
-            out.append("{\"community\":");
-            appendJsonString(out, text);
-            if (it.name) {
-                out.append(",\"well_known\":");
-                appendJsonString(out, it.name->name);
-                out.append(",\"reference\":");
-                appendJsonString(out, it.name->reference);
-            }
-            if (it.entry) {
-                out.append(",\"description\":");
-                appendJsonString(out, dictionary_->describe(*it.entry, it.key));
-            }
-            out.append('}');
-        });
+        ingest.forEachText(
+            comms, kind, asdot,
+            [&](std::string_view text) {
+                Item const& it = items_[i++];
+                if (!it.name && !it.entry)
+                    return;
+                out.append(first ? ",\"notes\":[" : ",");
+                first = false;
+                out.append("{\"community\":");
+                appendJsonString(out, text);
+                if (it.name) {
+                    out.append(",\"well_known\":");
+                    appendJsonString(out, it.name->name);
+                    out.append(",\"reference\":");
+                    appendJsonString(out, it.name->reference);
+                }
+                if (it.entry) {
+                    out.append(",\"description\":");
+                    appendJsonString(out, dictionary_->describe(*it.entry, it.key));
+                }
+                out.append('}');
+            },
+            cache);
     }
     if (!first)
         out.append(']');

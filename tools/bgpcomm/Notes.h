@@ -46,7 +46,9 @@ class Notes {
     // The note of the list's i-th community, if it has one.
     void appendText(VoFmt::TextBuffer& out, std::size_t i, bool psv);
     // ",\"notes\":[...]" for all kinds of the route; nothing without notes.
-    void appendJson(VoFmt::TextBuffer& out, RouteComms const& comms, Ingest& ingest, bool asdot);
+    // `cache` as for Ingest::forEachText: the printer's own on a thread of its own.
+    void appendJson(VoFmt::TextBuffer& out, RouteComms const& comms, Ingest& ingest, bool asdot,
+                    BgpShowCli::ExtCommCache* cache = nullptr);
 
     // The note of one community ("" when none): name, description or both.
     std::string note(CommKey const* key, U32 standardValue) const;

@@ -158,7 +158,7 @@ void Output::json(RouteView const& route) {
     }
     jsonLinkBandwidths(route);
     if (notes_)
-        notes_->appendJson(line_, *route.comms, ingest_, asdot_);
+        notes_->appendJson(line_, *route.comms, ingest_, asdot_, cache_.ptr());
     line_.append('}');
 }
 
