@@ -25,10 +25,10 @@ bool AdjRibIn::withdraw(Nlri const& nlri) {
     return routes_.erase(Key{nlri.prefix, nlri.pathId}) != 0;
 }
 
-U64 AdjRibIn::mapBytes() const {
-    // A node: next pointer, cached hash, key and value.
-    std::size_t const node = 2 * sizeof(void*) + sizeof(Map::value_type);
-    return U64(routes_.size()) * node + U64(routes_.bucket_count()) * sizeof(void*);
+U64 AdjRibIn::mapBytes(U64 nodeBlock) const {
+    // One bucket is the map's own member, not on the heap.
+    std::size_t const buckets = routes_.bucket_count() > 1 ? routes_.bucket_count() : 0;
+    return U64(routes_.size()) * nodeBlock + U64(buckets) * sizeof(void*);
 }
 
 Octets ribAttributes(Cursor raw, PathAttrs const& attrs, bool ipv6) {

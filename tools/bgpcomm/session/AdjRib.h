@@ -43,8 +43,13 @@ class AdjRibIn {
     void clear() { Map().swap(routes_); }
     std::size_t size() const { return routes_.size(); }
     Map const& routes() const { return routes_; }
-    // The map's own heap (nodes and buckets), estimated from its sizes.
-    U64 mapBytes() const;
+    // Octets the map asks of operator new for one node: the next pointer,
+    // the cached hash, key and value (libstdc++'s layout).
+    static constexpr std::size_t nodeSize = 2 * sizeof(void*) + sizeof(Map::value_type);
+    // The map's own heap: `nodeBlock` octets per node (what the allocator
+    // really holds for nodeSize, which the caller can measure) and the
+    // bucket array.
+    U64 mapBytes(U64 nodeBlock) const;
 
   private:
     Map routes_;

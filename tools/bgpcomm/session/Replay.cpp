@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <string_view>
 #include <unordered_map>
 
 #include "bgpcomm/Filter.h"
@@ -113,7 +114,9 @@ std::optional<std::string> parseReplay(std::vector<std::string> args, ReplayOpti
 // The table to announce: attribute sets written once, prefixes pointing at them.
 struct Table {
     std::vector<Octets> attrSets;
-    std::unordered_map<std::string, U32> setIndex;
+    // Keys view the sets' own octets (a vector's buffer stays put when
+    // attrSets grows), so that each set is stored once.
+    std::unordered_map<std::string_view, U32> setIndex;
     struct PrefixHash {
         std::size_t operator()(Prefix const& p) const {
             std::size_t h = p.length;
@@ -210,6 +213,10 @@ class Loader {
     U32 attrSet(PathAttrs const& attrs) {
         RouteComms received, sent;
         ingest_.path(attrs, &received);
+        // Hold every set's lists until the table is loaded: a RIB dump
+        // repeats the same lists route after route, and without a holder
+        // each route would build them afresh and drop them again.
+        held_.push_back(received);
         options_.policy.apply(ingest_, received, &sent);
         asPathEntries(attrs, &path_);
         Octets out{0x40, attrOrigin, 1, 0};  // ORIGIN IGP (RFC 4271 section 5.1.1)
@@ -229,11 +236,17 @@ class Loader {
         for (Kiv::String const& attr : texts)
             if (!attr.isNull())
                 out.insert(out.end(), attr.view().begin(), attr.view().end());
-        std::string key(out.begin(), out.end());
-        auto [it, fresh] = table_.setIndex.try_emplace(key, U32(table_.attrSets.size()));
-        if (fresh)
-            table_.attrSets.push_back(std::move(out));
-        return it->second;
+        auto const view = [](Octets const& o) {
+            return std::string_view(reinterpret_cast<char const*>(o.data()), o.size());
+        };
+        if (auto it = table_.setIndex.find(view(out)); it != table_.setIndex.end()) {
+            held_.pop_back();  // the same lists as the set's first route
+            return it->second;
+        }
+        U32 const index = U32(table_.attrSets.size());
+        table_.attrSets.push_back(std::move(out));
+        table_.setIndex.emplace(view(table_.attrSets.back()), index);
+        return index;
     }
 
     ReplayOptions const& options_;
@@ -241,6 +254,7 @@ class Loader {
     Table& table_;
     Ingest ingest_;
     std::vector<AsPathEntry> path_;
+    std::vector<RouteComms> held_;  // destroyed before ingest_
 };
 
 class Replayer : public PeerApp {
