@@ -21,10 +21,11 @@ Runs, one after the other, each in a fresh receiver:
      --stats` on what collect received (its --write-updates file, in a run of
      its own, untimed) and on MRT itself.
 
-The time a receiver takes is observed from outside, the same way for all
-three: bgpcomm's event lines are timestamped as they arrive on the pipe;
-FRR and gobgpd are polled every POLL seconds (their own JSON views), so
-their times are late by up to POLL. Every daemon runs in a folder of its own
+The time a receiver takes is observed from outside: bgpcomm's event lines
+are timestamped as they arrive on the pipe; FRR's JSON view is polled every
+POLL seconds (its times are late by up to POLL); gobgpd, which slows down
+when asked, is done when its CPU time stops growing and it then holds every
+route (late by up to 0.1 s). Every daemon runs in a folder of its own
 under LABDIR on its own 127.0.0.x address, is stopped by its process id,
 and every wait is bounded.
 """
