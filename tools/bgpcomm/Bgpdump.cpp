@@ -4,10 +4,6 @@ namespace Bgpcomm {
 
 namespace {
 
-U32 be32(U8 const* p) {
-    return U32(p[0]) << 24 | U32(p[1]) << 16 | U32(p[2]) << 8 | p[3];
-}
-
 // RFC 6793: the two-octet AS that stands for a four-octet one.
 constexpr U32 asTrans = 23456;
 

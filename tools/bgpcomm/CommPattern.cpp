@@ -4,6 +4,14 @@
 
 namespace Bgpcomm {
 
+std::string_view trim(std::string_view text) {
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
+        text.remove_prefix(1);
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
+        text.remove_suffix(1);
+    return text;
+}
+
 namespace {
 
 // Extended community types and subtypes with a key (RFC 4360 section 5,
@@ -13,14 +21,6 @@ constexpr U8 extTypeIpv4 = 0x01;
 constexpr U8 extTypeFourOctetAs = 0x02;
 constexpr U8 extSubtypeRouteTarget = 0x02;
 constexpr U8 extSubtypeRouteOrigin = 0x03;
-
-std::string_view trim(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
-        text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
-        text.remove_suffix(1);
-    return text;
-}
 
 bool parseNumber(std::string_view text, U64 max, U32* out) {
     if (text.empty() || text.size() > 10)

@@ -31,6 +31,9 @@
 
 namespace Bgpcomm {
 
+// `text` without the white space before and after it.
+std::string_view trim(std::string_view text);
+
 enum class KeyKind : U8 { standard, large, routeTarget, routeOrigin };
 
 struct CommKey {

@@ -15,14 +15,6 @@ namespace Bgpcomm {
 
 namespace {
 
-std::string_view trim(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
-        text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
-        text.remove_suffix(1);
-    return text;
-}
-
 bool readFile(std::filesystem::path const& path, std::string* out) {
     std::ifstream in(path, std::ios::binary);
     if (!in)

@@ -17,14 +17,6 @@ namespace {
 constexpr U32 libraryNamed[] = {0x00000000u, 0xFFFFFF01u, 0xFFFFFF02u, 0xFFFFFF03u,
                                 0xFFFF0000u, 0xFFFF0006u, 0xFFFF0007u};
 
-std::string_view trim(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
-        text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
-        text.remove_suffix(1);
-    return text;
-}
-
 bool sameIgnoringCase(std::string_view a, std::string_view b) {
     if (a.size() != b.size())
         return false;

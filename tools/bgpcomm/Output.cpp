@@ -17,10 +17,6 @@ void appendHexOctets(VoFmt::TextBuffer& out, U8 const* p, std::size_t n) {
         out.appendHex2(p[i]);
 }
 
-U32 be32(U8 const* p) {
-    return U32(p[0]) << 24 | U32(p[1]) << 16 | U32(p[2]) << 8 | p[3];
-}
-
 // The JSON keys of each kind's text and raw arrays, indexed by CommKind.
 struct JsonKeys {
     char const* texts;

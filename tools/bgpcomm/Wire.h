@@ -18,6 +18,11 @@
 
 namespace Bgpcomm {
 
+// The four octets at `p` as one number, the first octet the most significant.
+inline U32 be32(U8 const* p) {
+    return U32(p[0]) << 24 | U32(p[1]) << 16 | U32(p[2]) << 8 | p[3];
+}
+
 // A read-only view of octets with the stream offset of its first octet, so
 // that every message can name the byte offset in the file.
 class Cursor {
