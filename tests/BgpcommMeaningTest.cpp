@@ -189,11 +189,13 @@ TEST(BgpcommMeaning, MatchThatCanNeverMatchIsWarned) {
 }
 
 TEST(BgpcommMeaning, NotesStandBesideValuesInEveryFormat) {
-    // BLACKHOLE and NOPEER have no library name; no-export keeps its own.
+    // BLACKHOLE and NOPEER have no library name; no-export keeps its own. A
+    // description that starts with the name does not repeat it.
     Bytes const file = ribOf({std_({0xFFFF029A, 0xFFFFFF01, 0xFFFFFF04, 0xFDE80001})});
     std::vector<std::string> problems;
     auto dictionary = std::make_shared<Dictionary>();
-    dictionary->addText("d", "65000:1,one \"quoted\"\n", std::nullopt, [](std::string const&) {});
+    dictionary->addText("d", "65000:1,one \"quoted\"\n65535:65284,NOPEER: not to peers\n",
+                        std::nullopt, [](std::string const&) {});
     dictionary->finish();
     std::string outs[3];
     for (Format format : {Format::text, Format::psv, Format::json}) {
@@ -203,7 +205,7 @@ TEST(BgpcommMeaning, NotesStandBesideValuesInEveryFormat) {
         outs[static_cast<unsigned>(format)] = run(std::move(options), file).out;
     }
     EXPECT_NE(outs[0].find("communities [65000:1 {one \"quoted\"} 65535:666 {BLACKHOLE} no-export "
-                           "65535:65284 {NOPEER}]\n"),
+                           "65535:65284 {NOPEER: not to peers}]\n"),
               std::string::npos)
         << outs[0];
     EXPECT_NE(outs[2].find("|65000:1 65535:666{BLACKHOLE} no-export 65535:65284{NOPEER}|"),
@@ -213,7 +215,8 @@ TEST(BgpcommMeaning, NotesStandBesideValuesInEveryFormat) {
                            "\"one \\\"quoted\\\"\"},{\"community\":\"65535:666\","
                            "\"well_known\":\"BLACKHOLE\",\"reference\":\"RFC 7999\"},"
                            "{\"community\":\"65535:65284\",\"well_known\":\"NOPEER\","
-                           "\"reference\":\"RFC 3765\"}]}\n"),
+                           "\"reference\":\"RFC 3765\",\"description\":\"NOPEER: not to "
+                           "peers\"}]}\n"),
               std::string::npos)
         << outs[1];
     // --has-meaning reads names and descriptions, case-insensitively.

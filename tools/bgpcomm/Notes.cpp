@@ -68,12 +68,16 @@ void Notes::appendText(VoFmt::TextBuffer& out, std::size_t i, bool psv) {
     if (!it.name && !description)
         return;
     out.append(psv ? "{" : " {");
-    if (it.name)
-        out.append(it.name->name);
-    if (it.name && description)
+    std::string const text = description ? dictionary_->describe(*it.entry, it.key) : "";
+    // Operators often spell the registry's name out first ("NOPEER: ...").
+    std::string_view const name = it.name ? std::string_view(it.name->name) : "";
+    bool const repeated = description && !name.empty() && text.starts_with(name) &&
+                          (text.size() == name.size() || text[name.size()] == ':');
+    if (!name.empty() && !repeated)
+        out.append(name);
+    if (!name.empty() && description && !repeated)
         out.append(": ");
-    if (description)
-        out.append(dictionary_->describe(*it.entry, it.key));
+    out.append(text);
     out.append('}');
 }
 
