@@ -87,19 +87,38 @@ ExtCommIp6List::PtrConst ExtCommIp6List::dedup(ExtCommIp6ListDedupTable const* t
                "Vok::dedupHandleStateNeverDeduped()");
     ExtCommVectorSort(commVector_);
     commVectorSortedIs(true);
+    // When its classification lists are interned already, nothing is built.
+    CommListDedupTableBase const* const base = table;
+    InternedClassificationLists<ExtCommIp6ClassificationList::PtrConst> parts;
+    PtrConst existing;
+    bool const partsInterned = findInterned(
+        base->dedupTable().ptr(),
+        [table](ExtCommClassification) {
+            return table->extCommIp6ClassificationListDedupTable().ptr();
+        },
+        parts, existing);
+    if (existing != nullptr)
+        return existing;
+    U32 transitive = 0;
+    for (ExtCommIp6::PtrConst const& comm : commVector_)
+        transitive += comm->isTransitive() ? 1 : 0;
+    totalTransitiveCommunitiesIs(transitive);
+    if (partsInterned) {
+        for (U32 i = 0; i < parts.present; ++i)
+            ExtCommIp6ListClassificationListIs(classificationLists_, parts.lists[i]);
+        return insertInto(base->dedupTable().ptr());
+    }
+
     // Members per classification first, so that each list is one block.
     std::array<U32, 256> counts{};
     for (ExtCommIp6::PtrConst const& comm : commVector_)
         ++counts[comm->classification()];
-    U32 transitive = 0;
     for (ExtCommIp6::PtrConst const& comm : commVector_) {
         ExtCommClassification const classification = comm->classification();
         ExtCommIp6ListFindOrCreateClassificationList(classificationLists_, classification,
                                                      counts[classification])
             ->commIs(comm);
-        transitive += comm->isTransitive() ? 1 : 0;
     }
-    totalTransitiveCommunitiesIs(transitive);
     for (std::size_t slot = 0; slot < classificationLists_.size(); ++slot) {
         if (classificationLists_[slot] == nullptr)
             continue;
@@ -109,7 +128,6 @@ ExtCommIp6List::PtrConst ExtCommIp6List::dedup(ExtCommIp6ListDedupTable const* t
         KIV_ASSERT(_classificationList->commVectorSorted());
         ExtCommIp6ListClassificationListIs(classificationLists_, _classificationList->dedup(table));
     }
-    CommListDedupTableBase const* const base = table;
     return insertInto(base->dedupTable().ptr());
 }
 

@@ -189,65 +189,34 @@ ExtCommList::PtrConst ExtCommList::internReceived(ExtCommDedupTable const* extTa
 
 ExtCommList::PtrConst ExtCommList::dedupFromInterned(ExtCommListDedupTable const* table) {
     ExtCommVectorSort(commVector_);
-    // Each classification list's hash, built from the communities as they
-    // stand: a classification list holds its members in this same order.
-    std::array<Vok::HashMix, classificationCount> mixes{};
-    std::array<U32, classificationCount> counts{};
-    for (ExtComm::PtrConst const& comm : commVector_) {
-        U32 const classification = comm->classification();
-        if (classification >= classificationCount)
-            return nullptr;
-        BgpHashMix(mixes[classification], comm.ptr());
-        ++counts[classification];
-    }
-    std::array<ExtCommClassificationList::PtrConst, classificationCount> found;
-    U32 present = 0;
-    for (U32 c = 0; c < classificationCount; ++c) {
-        if (counts[c] == 0)
-            continue;
-        auto const classification = static_cast<ExtCommClassification>(c);
-        Vok::DedupHashTable const* const classificationTable =
-            classification == extCommClassificationRouteTarget
-                ? table->rtExtCommClassificationListDedupTableRaw()
-                : table->extCommClassificationListDedupTableRaw();
-        auto sameMembers = [&](ExtCommClassificationList const* candidate) {
-            if (candidate->classification() != classification || candidate->comms() != counts[c])
-                return false;
-            auto theirs = candidate->commVectorRawPtr()->begin();
-            for (ExtComm::PtrConst const& comm : commVector_)
-                if (comm->classification() == classification && comm != *theirs++)
-                    return false;
-            return true;
-        };
-        found[present] = classificationTable->lookup<ExtCommClassificationList>(
-            Vok::placementHashOf(mixes[c].result()), sameMembers);
-        if (found[present] == nullptr)
-            return nullptr;
-        ++present;
-    }
-
-    // The list itself: one probe, compared by a handful of pointers.
+    InternedClassificationLists<ExtCommClassificationList::PtrConst> parts;
+    PtrConst existing;
     CommListDedupTableBase const* const base = table;
-    PtrConst existing = base->dedupTable()->lookup<ExtCommList>(
-        placementHashCompute(), [&](ExtCommList const* candidate) {
-            auto const& lists = candidate->classificationLists_;
-            return lists.size() == present && std::equal(lists.begin(), lists.end(), found.begin());
-        });
+    bool const partsInterned = findInterned(
+        base->dedupTable().ptr(),
+        [table](ExtCommClassification classification) {
+            return classification == extCommClassificationRouteTarget
+                       ? table->rtExtCommClassificationListDedupTableRaw()
+                       : table->extCommClassificationListDedupTableRaw();
+        },
+        parts, existing);
+    if (!partsInterned)
+        return nullptr;
     if (existing != nullptr)
         return existing;
 
-    classificationLists_.assignSorted(found.data(), present);
+    classificationLists_.assignSorted(parts.lists.data(), parts.present);
     CommunityNotes notes;
     for (ExtComm::PtrConst const& comm : commVector_)
         notes.note(*comm, true);
     CommVectorAttrs attrs;
     attrs.sortedIs(true);
-    attrs.hasLinkBandwidthIs(counts[extCommClassificationLinkBandwidth] != 0);
+    attrs.hasLinkBandwidthIs(parts.counts[extCommClassificationLinkBandwidth] != 0);
     attrs.hasLinkBandwidthWithUnspecifiedAsNumberIs(notes.linkBandwidthWithUnspecifiedAsNumber);
-    attrs.hasOriginValidationStateIs(counts[extCommClassificationOriginValidationState] != 0);
+    attrs.hasOriginValidationStateIs(parts.counts[extCommClassificationOriginValidationState] != 0);
     attrs.hasPolicyMatchStrepUICommunitiesIs(notes.policyMatchStrepUI);
     attrs.hasPrunableValuesIs(
-        std::any_of(found.begin(), found.begin() + present,
+        std::any_of(parts.lists.begin(), parts.lists.begin() + parts.present,
                     [](auto const& list) { return list->hasPrunableValues(); }));
     commVectorAttrsIs(attrs);
     totalTransitiveCommunitiesIs(notes.transitive);

@@ -22,6 +22,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <bitset>
 #include <cstddef>
 #include <iosfwd>
@@ -115,6 +116,26 @@ inline U32 userDataWithTransitive(U32 userData, U32 transitive) {
     return (userData & 0xFF) | transitive << 8;
 }
 
+// Mixes the identity of one interned handle (a null one counts as zero).
+class BgpHashMix {
+  public:
+    BgpHashMix(Vok::HashMix& mix, Vok::DedupHandle const* p) {
+        VOK_ASSERT_IS_DEDUPED(p);
+        mix.mixIdentity(p);
+    }
+};
+
+// The hash of a sequence of interned handles, null ones skipped (the empty
+// slots of a slot vector): 0 when nothing is left.
+template <class Range>
+U32 hashIdentities(Range const& range) {
+    Vok::HashMix mix;
+    for (auto const& member : range)
+        if (member != nullptr)
+            BgpHashMix(mix, member.ptr());
+    return mix.result();
+}
+
 // Interned members gathered before their list's block is sized, on the
 // stack up to stackCapacity of them.
 template <class Ptr, std::size_t stackCapacity>
@@ -136,6 +157,17 @@ class PendingMembers {
     std::unique_ptr<Ptr[]> heap_;
     Ptr* data_ = stack_;
     std::size_t size_ = 0;
+};
+
+// The interned classification lists of one list, ascending by
+// classification, as the lookup-first pass of dedup finds them
+// (ExtCommVectorMembers::findInterned), with the members of each.
+template <class ClassificationListPtr>
+struct InternedClassificationLists {
+    static constexpr std::size_t classifications = extCommClassificationOneBeyondLast;
+    std::array<ClassificationListPtr, classifications> lists;
+    U32 present = 0;
+    std::array<U32, classifications> counts{};
 };
 
 // The member vector of a list of interned communities (ExtCommList,
@@ -252,6 +284,65 @@ class ExtCommVectorMembers {
         return list->dedup(listTable);
     }
 
+    // dedup's lookup-first pass over this list's members, sorted: the
+    // interned classification lists they make, each found by one lookup in
+    // classificationTable(its classification) and compared member by member,
+    // then the interned list made of them, found by one lookup in
+    // `listTable` and compared by a handful of pointers. Builds and
+    // allocates nothing. False when a classification list is not interned
+    // (or a member's classification is beyond the known ones): dedup builds
+    // them then. On true, `parts` holds the lists and `interned` the list,
+    // null when only its parts are interned.
+    template <class Parts, class ClassificationTable>
+    bool findInterned(Vok::DedupHashTable const* listTable,
+                      ClassificationTable&& classificationTable, Parts& parts,
+                      Kiv::Ptr<Derived const>& interned) const {
+        using ClassificationList = typename decltype(Parts::lists)::value_type::element_type;
+        // Each classification list's hash, built from the members as they
+        // stand: a classification list holds its members in this same order.
+        std::array<Vok::HashMix, Parts::classifications> mixes{};
+        for (CommPtrConst const& comm : commVector_) {
+            std::size_t const classification = comm->classification();
+            if (classification >= Parts::classifications)
+                return false;
+            BgpHashMix(mixes[classification], comm.ptr());
+            ++parts.counts[classification];
+        }
+        for (std::size_t c = 0; c < Parts::classifications; ++c) {
+            if (parts.counts[c] == 0)
+                continue;
+            auto const classification = static_cast<ExtCommClassification>(c);
+            auto const sameMembers = [&](ClassificationList const* candidate) {
+                if (candidate->classification() != classification ||
+                    candidate->comms() != parts.counts[c])
+                    return false;
+                auto theirs = candidate->commVectorRawPtr()->begin();
+                for (CommPtrConst const& comm : commVector_)
+                    if (comm->classification() == classification && comm != *theirs++)
+                        return false;
+                return true;
+            };
+            auto& found = parts.lists[parts.present];
+            found = classificationTable(classification)
+                        ->template lookup<ClassificationList>(
+                            Vok::placementHashOf(mixes[c].result()), sameMembers);
+            if (found == nullptr)
+                return false;
+            ++parts.present;
+        }
+        // The candidate's lists in order, empty slots (null) skipped.
+        interned =
+            listTable->template lookup<Derived>(membersPlacement(), [&](Derived const* list) {
+                U32 next = 0;
+                for (auto const& theirs : list->classificationLists_)
+                    if (theirs != nullptr &&
+                        (next == parts.present || theirs != parts.lists[next++]))
+                        return false;
+                return next == parts.present;
+            });
+        return true;
+    }
+
     // The classification lists that `members` make: one per classification
     // present, or (Derived::slotPerClassification) a slot for every
     // classification up to the highest present.
@@ -275,26 +366,6 @@ class ExtCommVectorMembers {
             .commVector_.shrink_to_fit();
     }
 };
-
-// Mixes the identity of one interned handle (a null one counts as zero).
-class BgpHashMix {
-  public:
-    BgpHashMix(Vok::HashMix& mix, Vok::DedupHandle const* p) {
-        VOK_ASSERT_IS_DEDUPED(p);
-        mix.mixIdentity(p);
-    }
-};
-
-// The hash of a sequence of interned handles, null ones skipped (the empty
-// slots of a slot vector): 0 when nothing is left.
-template <class Range>
-U32 hashIdentities(Range const& range) {
-    Vok::HashMix mix;
-    for (auto const& member : range)
-        if (member != nullptr)
-            BgpHashMix(mix, member.ptr());
-    return mix.result();
-}
 
 // The framework text functions of a dense bool set nested in a list class
 // (stream output, valueToStrep, sequenceToValue), declared and defined once
