@@ -4,22 +4,26 @@
 // interns them against random values; unit tests check with a few of them
 // that tables spread them anyway.
 //
-// Two families:
+// Three families:
 //   - the 8-octet extended community's hash is the MurmurHash3 64-bit
 //     finaliser of the value, a bijection: any 64-bit finaliser output whose
 //     halves fold to the target is inverted back to a value.
-//   - everything else hashes octets with Jenkins' one-at-a-time, whose step
-//     for one octet is invertible. A meet in the middle finds octet strings
-//     that end in one target state: a table of the states from which the
-//     last three octets lead to the target (their last octet confined to 64
-//     values the caller chooses), and for each of many prefixes a walk over
-//     two free octets before them, looked up in that table. Each match is a
-//     colliding string; prefixes differ, so all strings do.
+//   - IPv6 values and standard and large lists hash octets with Jenkins'
+//     one-at-a-time, whose step for one octet is invertible. A meet in the
+//     middle finds octet strings that end in one target state: a table of
+//     the states from which the last three octets lead to the target (their
+//     last octet confined to 64 values the caller chooses), and for each of
+//     many prefixes a walk over two free octets before them, looked up in
+//     that table. Each match is a colliding string; prefixes differ, so all
+//     strings do.
+//   - lists of interned members hash the members' addresses: colliders are
+//     found at run time among combinations of live members.
 #pragma once
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "Acl/CommunityValue.h"
@@ -131,6 +135,40 @@ std::vector<std::array<U8, N>> oaatColliders(std::size_t count, U32 target, std:
         }
     }
     return found;
+}
+
+// ---- identities (Vok::HashMix::mixIdentity) ----
+
+// A list of interned members (an extended community's classification list)
+// hashes its members' addresses, low four octets each, which nothing outside
+// the process knows: its colliders are found at run time, among the
+// two-member lists {firsts[i], seconds[j]}, by the birthday bound (n firsts
+// and n seconds, fewer than 65,536 each, give about n^4 / 2^33 pairs: 128 for
+// n = 1,024). Returns pairs of (i, j) whose lists share one hash.
+inline std::vector<std::array<std::array<U32, 2>, 2>> identityPairColliders(
+    std::vector<void const*> const& firsts, std::vector<void const*> const& seconds) {
+    auto const mix = [](U32 state, void const* p) {
+        auto const address = static_cast<U32>(reinterpret_cast<std::uintptr_t>(p));
+        for (int shift = 0; shift < 32; shift += 8)
+            state = oaatStep(state, static_cast<U8>(address >> shift));
+        return state;
+    };
+    std::vector<U64> keyed;  // state << 32 | i << 16 | j
+    keyed.reserve(firsts.size() * seconds.size());
+    for (std::size_t i = 0; i < firsts.size(); ++i) {
+        U32 const state = mix(0, firsts[i]);
+        for (std::size_t j = 0; j < seconds.size(); ++j)
+            keyed.push_back(U64(mix(state, seconds[j])) << 32 | i << 16 | j);
+    }
+    std::sort(keyed.begin(), keyed.end());
+    std::vector<std::array<std::array<U32, 2>, 2>> pairs;
+    auto const indices = [](U64 k) {
+        return std::array<U32, 2>{U32(k >> 16 & 0xFFFF), U32(k & 0xFFFF)};
+    };
+    for (std::size_t k = 1; k < keyed.size(); ++k)
+        if (keyed[k] >> 32 == keyed[k - 1] >> 32)
+            pairs.push_back({indices(keyed[k - 1]), indices(keyed[k++])});
+    return pairs;
 }
 
 // ---- the kinds ----

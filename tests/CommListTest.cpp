@@ -3,7 +3,6 @@
 // against each.
 
 #include "Acl/CommunityValue.h"
-#include "HashColliders.h"
 #include "TestUtil.h"
 #include "VoBgp/VoBgpCommunityList.h"
 #include "VoBgp/VoBgpCommunityListImpl.h"
@@ -219,45 +218,6 @@ TYPED_TEST(CommListKindTest, DumpAndAFreshTable) {
 
 // The flags: no-export, no-advertise, no-export-subconfed; neighbours of
 // the flagged values are not flagged.
-// Lists crafted to share one hash(), as a peer flooding the list tables
-// would send them: each stays its own list and is found again by its
-// members, built or from received octets. There are enough that colliders
-// meet on probe paths with equal slot fingerprints (one probed entry in
-// 1,024): a lookup that compared hash() or the fingerprint instead of the
-// members would return a wrong list every run.
-TEST(CommList, CraftedCollisionsStayDistinct) {
-    auto table = commListDedupTableFactory();
-    auto largeTable = largeCommListDedupTableFactory();
-    auto const standards = HashColliders::commListColliders(8000);
-    auto const larges = HashColliders::largeCommListColliders(8000);
-    auto intern = [](auto list, auto const& members, auto const* into) {
-        for (auto const& comm : members)
-            list->commIs(comm);
-        return list->dedup(into);
-    };
-    std::vector<CommList::PtrConst> held;
-    std::vector<LargeCommList::PtrConst> heldLarge;
-    for (auto const& members : standards)
-        held.push_back(intern(commListFactory(), members, table.ptr()));
-    for (auto const& members : larges)
-        heldLarge.push_back(intern(largeCommListFactory(), members, largeTable.ptr()));
-    ASSERT_EQ(held.front()->hash(), held.back()->hash());
-    ASSERT_EQ(heldLarge.front()->hash(), heldLarge.back()->hash());
-    EXPECT_EQ(standards.size(), table->dedupTable()->size());
-    EXPECT_EQ(larges.size(), largeTable->dedupTable()->size());
-    for (std::size_t i = 0; i < standards.size(); ++i) {
-        ASSERT_EQ(held[i], intern(commListFactory(), standards[i], table.ptr())) << i;
-        Octets octets;
-        for (U32 comm : standards[i])
-            for (int shift = 24; shift >= 0; shift -= 8)
-                octets.push_back(static_cast<U8>(comm >> shift));
-        ASSERT_EQ(held[i], CommList::internReceived(table.ptr(), octets.data(), octets.size()))
-            << i;
-    }
-    for (std::size_t i = 0; i < larges.size(); ++i)
-        ASSERT_EQ(heldLarge[i], intern(largeCommListFactory(), larges[i], largeTable.ptr())) << i;
-}
-
 TEST(CommList, CachesTheWellKnownFlagsOnDedup) {
     auto table = commListDedupTableFactory();
     for (auto [members, flags] : Rows<std::vector<U32>, std::string>{

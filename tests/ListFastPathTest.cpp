@@ -9,10 +9,12 @@
 #include <atomic>
 #include <cstdlib>
 #include <new>
+#include <set>
 #include <tuple>
 #include <vector>
 
 #include "ExtCommListTestEnv.h"
+#include "HashColliders.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
 
 // Every allocation of this program is counted. ThreadSanitizer's runtime
@@ -76,6 +78,37 @@ auto classicOf(ListPtr list, Table const* table, Values const& values) {
     return list->dedup(table);
 }
 
+// Lists sharing the hash() their table places them by, as a flooding peer
+// would send them, and the interned values they need kept alive (`pool`).
+// Standard and large lists hash their values: 8,000 colliders each
+// (bench/HashColliders.h). An extended list's classification list hashes
+// its members' addresses: pairs of two-route-target lists that collide,
+// found among the two million of 1,024 x 2,048 interned route targets
+// (hundreds of pairs).
+using Pool = std::vector<Vok::DedupHandle::PtrConst>;
+template <class Value, class Colliders>
+std::vector<std::vector<Value>> asLists(Colliders const& colliders) {
+    std::vector<std::vector<Value>> lists;
+    for (auto const& members : colliders)
+        lists.emplace_back(members.begin(), members.end());
+    return lists;
+}
+template <class Kind>
+std::vector<std::vector<typename Kind::Value>> identityColliders(Kind const& kind, Pool& pool) {
+    auto const* const values = std::get<0>(kind.tables());
+    using Content = typename std::remove_cvref_t<decltype(*values)>::Content;
+    std::vector<void const*> addresses[2];
+    for (U32 i = 0; i < 3072; ++i) {
+        pool.emplace_back(values->intern(Content(Kind::value(2 * i + 1))).ptr());
+        addresses[i < 1024 ? 0 : 1].push_back(pool.back().ptr());
+    }
+    std::vector<std::vector<typename Kind::Value>> lists;
+    for (auto const& pair : HashColliders::identityPairColliders(addresses[0], addresses[1]))
+        for (auto const& [first, second] : pair)
+            lists.push_back({Kind::value(2 * first + 1), Kind::value(2 * (1024 + second) + 1)});
+    return lists;
+}
+
 // Per kind: the i-th sample value (ascending in i), its wire form, the
 // classic path, and the tables the entry points take before the values.
 struct StandardKind {
@@ -93,6 +126,7 @@ struct StandardKind {
     }
     std::size_t interned() const { return table->dedupTable()->size(); }
     auto tables() const { return std::make_tuple(table.ptr()); }
+    auto colliders(Pool&) const { return asLists<Value>(HashColliders::commListColliders(8000)); }
 };
 
 struct LargeKind {
@@ -112,6 +146,9 @@ struct LargeKind {
     }
     std::size_t interned() const { return table->dedupTable()->size(); }
     auto tables() const { return std::make_tuple(table.ptr()); }
+    auto colliders(Pool&) const {
+        return asLists<Value>(HashColliders::largeCommListColliders(8000));
+    }
 };
 
 struct ExtendedKind {
@@ -133,6 +170,7 @@ struct ExtendedKind {
         return env.lists->dedupTable()->size() + env.values->dedupTable()->size();
     }
     auto tables() const { return std::make_tuple(env.values.ptr(), env.lists.ptr()); }
+    auto colliders(Pool& pool) const { return identityColliders(*this, pool); }
 };
 
 struct Ip6Kind {
@@ -166,6 +204,7 @@ struct Ip6Kind {
         return lists->dedupTable()->size() + values->dedupTable()->size();
     }
     auto tables() const { return std::make_tuple(values.ptr(), lists.ptr()); }
+    auto colliders(Pool& pool) const { return identityColliders(*this, pool); }
 };
 
 // List::intern(tables..., values) and List::internReceived(tables..., octets).
@@ -223,6 +262,45 @@ TYPED_TEST(ListFastPathTest, FindsAndBuildsWhatTheClassicPathDoes) {
         EXPECT_EQ(0u, kind.interned());  // the routes let go: nothing stays
     }
     EXPECT_EQ(liveBefore, KivStash::DedupHandle::liveHandles());
+}
+
+// Colliders of each kind (see identityColliders) stay distinct lists and are
+// found again by their members, built and from received octets. There are
+// enough of them on one another's probe paths with equal slot fingerprints
+// (standard, large: one probed entry in 1,024) or with equal placements
+// (an extended list's classification lists, placed by hash()) that a
+// lookup comparing hash() or the fingerprint instead of the members returns
+// a wrong list every run.
+TYPED_TEST(ListFastPathTest, CraftedCollisionsStayDistinct) {
+    TypeParam kind;
+    Pool pool;
+    auto const colliders = kind.colliders(pool);
+    ASSERT_GE(colliders.size(), 32u);
+    auto const collidingHash = [](auto const& list) {
+        if constexpr (requires { list->classificationLists(); }) {
+            for (auto const& part : list->classificationLists())
+                if (part != nullptr)
+                    return part->hash();
+            return 0u;
+        } else {
+            return list->hash();
+        }
+    };
+    std::vector<typename TypeParam::List::PtrConst> held;
+    for (auto const& members : colliders) {
+        held.push_back(kind.classic(members));
+        // Pairs at least (an extended list's colliders come in pairs).
+        ASSERT_EQ(collidingHash(held[(held.size() - 1) & ~std::size_t(1)]),
+                  collidingHash(held.back()));
+    }
+    EXPECT_EQ(colliders.size(), std::set(held.begin(), held.end()).size());
+    for (std::size_t i = 0; i < colliders.size(); ++i) {
+        Octets octets;
+        for (auto const& v : colliders[i])
+            TypeParam::wire(octets, v);
+        ASSERT_EQ(held[i], fast(kind, colliders[i])) << i;
+        ASSERT_EQ(held[i], fromOctets(kind, octets)) << i;
+    }
 }
 
 // What the entry points cost, counted: a hit allocates nothing (so it builds
