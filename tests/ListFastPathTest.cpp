@@ -276,24 +276,28 @@ TYPED_TEST(ListFastPathTest, CraftedCollisionsStayDistinct) {
     Pool pool;
     auto const colliders = kind.colliders(pool);
     ASSERT_GE(colliders.size(), 32u);
-    auto const collidingHash = [](auto const& list) {
+    // Where a kind's colliders share hash(): the list, or an extended list's
+    // one classification list.
+    auto const colliding = [](auto const& list) -> Vok::DedupHandle const* {
         if constexpr (requires { list->classificationLists(); }) {
             for (auto const& part : list->classificationLists())
                 if (part != nullptr)
-                    return part->hash();
-            return 0u;
+                    return part.ptr();
+            return nullptr;
         } else {
-            return list->hash();
+            return list.ptr();
         }
     };
     std::vector<typename TypeParam::List::PtrConst> held;
+    std::set<Vok::DedupHandle const*> distinct;
     for (auto const& members : colliders) {
         held.push_back(kind.classic(members));
+        distinct.insert(colliding(held.back()));
         // Pairs at least (an extended list's colliders come in pairs).
-        ASSERT_EQ(collidingHash(held[(held.size() - 1) & ~std::size_t(1)]),
-                  collidingHash(held.back()));
+        ASSERT_EQ(colliding(held[(held.size() - 1) & ~std::size_t(1)])->hash(),
+                  colliding(held.back())->hash());
     }
-    EXPECT_EQ(colliders.size(), std::set(held.begin(), held.end()).size());
+    EXPECT_EQ(colliders.size(), distinct.size());
     for (std::size_t i = 0; i < colliders.size(); ++i) {
         Octets octets;
         for (auto const& v : colliders[i])
