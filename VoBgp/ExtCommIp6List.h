@@ -15,6 +15,9 @@
 // Lifecycle: private and appendable (commIs, append...) from its factory
 // until dedup(table), which sorts it, distributes it into classification
 // lists, interns those and returns the one shared list with that content.
+// When the classification lists are interned already, dedup finds them (and
+// the list, if interned) by lookups without building anything, as
+// ExtCommList does.
 // Its identity is that of its classification lists (their addresses, slot by
 // slot); an interned list never changes.
 #pragma once
