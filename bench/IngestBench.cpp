@@ -45,6 +45,8 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <type_traits>
+#include <unordered_set>
 #include <vector>
 
 #include "IngestTable.h"
@@ -63,10 +65,12 @@ using namespace Routing::Bgp;
 using namespace IngestBench;
 
 #ifndef INGEST_EXTENDED_VALUES_ONLY
+constexpr bool extendedValuesOnly = false;
 using ExtHeld = ExtCommList::PtrConst;
 using Ip6Held = ExtCommIp6List::PtrConst;
 
 #else
+constexpr bool extendedValuesOnly = true;
 U32 be32(U8 const* p) {
     return U32(p[0]) << 24 | U32(p[1]) << 16 | U32(p[2]) << 8 | p[3];
 }
@@ -355,6 +359,70 @@ void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool thread
     bench.SetLabel(std::string(kindNames[kind]) + (threadSafe ? ", thread-safe" : ", plain"));
 }
 
+// The references of Kind that the routes hold, moved out in route order;
+// with `distinct`, only the first of each object, the others dropped.
+template <unsigned Kind, class Held>
+std::vector<Held> takeReferences(std::vector<Route>& routes, bool distinct) {
+    std::vector<Held> taken;
+    std::unordered_set<void const*> seen;
+    for (Route& route : routes) {
+        Held& held = KindOps<Kind>::held(route);
+        if (held && (!distinct || seen.insert(held.ptr()).second))
+            taken.push_back(std::move(held));
+        held = nullptr;
+    }
+    return taken;
+}
+
+// ingest/<kind>/release: every list of the kind interned and its holders'
+// references but one dropped (untimed), then the last reference of each list
+// dropped, which takes the list out of its tables and frees it and whatever
+// it alone held (timed, per list). ingest/<kind>/drop: every carrying
+// route's reference dropped in route order (timed, per carrying route):
+// mostly plain decrements, each list's last release among them.
+template <unsigned Kind>
+void releaseBench(benchmark::State& bench, bool threadSafe, bool drop) {
+    using Held = std::remove_reference_t<decltype(KindOps<Kind>::held(std::declval<Route&>()))>;
+    if constexpr (requires(Held h) { h.ptr(); }) {
+        State state;
+        std::size_t lists = 0;
+        for (auto _ : bench) {
+            bench.PauseTiming();
+            state.reset(threadSafe);
+            ingestKinds<Kind>(*state.interner, state.routes.data(), rangeOf(0, table().routes));
+            lists = state.interner->interned(Kind);
+            std::vector<Held> references = takeReferences<Kind, Held>(state.routes, !drop);
+            if (references.size() != (drop ? table().carrying[Kind] : lists))
+                bench.SkipWithError("the routes hold other lists than the table");
+            bench.ResumeTiming();
+            references.clear();
+            bench.PauseTiming();
+            if (state.interner->interned(Kind) != 0)
+                bench.SkipWithError("a list stayed in its table after its last release");
+            bench.ResumeTiming();
+        }
+        using Counter = benchmark::Counter;
+        double const count = drop ? double(table().carrying[Kind]) : double(lists);
+        bench.counters[drop ? "per_route" : "per_list"] =
+            Counter(count, Counter::kIsIterationInvariantRate | Counter::kInvert);
+        bench.counters["interned"] = double(lists);
+        bench.SetLabel(std::string(kindNames[Kind]) + (threadSafe ? ", thread-safe" : ", plain"));
+    }
+}
+
+void releaseBenchOf(benchmark::State& bench, unsigned kind, bool threadSafe, bool drop) {
+    switch (kind) {
+        case 0:
+            return releaseBench<0>(bench, threadSafe, drop);
+        case 1:
+            return releaseBench<1>(bench, threadSafe, drop);
+        case 2:
+            return releaseBench<2>(bench, threadSafe, drop);
+        default:
+            return releaseBench<3>(bench, threadSafe, drop);
+    }
+}
+
 U64 routesWanted(int* argc, char** argv) {
     U64 routes = 1000000;
     if (char const* env = std::getenv("VOBGP_INGEST_ROUTES"))
@@ -405,6 +473,18 @@ int main(int argc, char** argv) {
                     kind, again, threadSafe, 1u)
                     ->Unit(benchmark::kMillisecond);
         }
+        if (kind == allKinds || (extendedValuesOnly && kind >= 2))
+            continue;  // no lists to release
+        for (bool drop : {false, true})
+            for (bool threadSafe : {false, true})
+                benchmark::RegisterBenchmark(
+                    (std::string("ingest/") + kindNames[kind] + (drop ? "/drop" : "/release") +
+                     (threadSafe ? "/threadSafe:1" : "/threadSafe:0"))
+                        .c_str(),
+                    releaseBenchOf, kind, threadSafe, drop)
+                    ->Unit(benchmark::kMillisecond)
+                    // Each timed release needs an untimed ingest before it.
+                    ->Iterations(10);
     }
     for (bool again : {false, true})
         for (unsigned threads : {1u, 2u})

@@ -9,8 +9,9 @@
 #
 #   bench/baseline.sh [routes]            (default 1000000)
 #   BASELINE_COMMIT=<commit>              (default 3598247, before the
-#                                          extended community lists: built
-#                                          with extended values only)
+#                                          extended community lists; a commit
+#                                          without ExtCommList::internReceived
+#                                          is built with extended values only)
 #   ROUNDS=<n>                            alternate runs of each (default 3)
 #   FILTER=<regex>                        benchmarks to run (default ^ingest/)
 #   JOBS=<n>                              build jobs (default 2)
@@ -39,12 +40,14 @@ jobs=${JOBS:-2}
 mkdir -p "$work"
 [ -d "$src" ] || git worktree add --detach "$src" "$base" >/dev/null
 
-cmake -S bench/sidebyside -B "$work/build-old" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-  -DCMAKE_CXX_COMPILER=g++ -DLIB_TREE="$root/$src" -DEXT_VALUES_ONLY=ON >/dev/null
-cmake --build "$work/build-old" --target vobgp_ingest_bench -j "$jobs" >/dev/null
+values_only=ON
+grep -qs internReceived "$src/VoBgp/internal/ExtCommListImpl.h" && values_only=OFF
+cmake -S bench/sidebyside -B "$work/build-$base" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_CXX_COMPILER=g++ -DLIB_TREE="$root/$src" -DEXT_VALUES_ONLY=$values_only >/dev/null
+cmake --build "$work/build-$base" --target vobgp_ingest_bench -j "$jobs" >/dev/null
 cmake --preset release >/dev/null
 cmake --build --preset release --target vobgp_ingest_bench -j "$jobs" >/dev/null
-declare -A bench=([old]=$work/build-old/vobgp_ingest_bench
+declare -A bench=([old]=$work/build-$base/vobgp_ingest_bench
                   [current]=build/release/bench/vobgp_ingest_bench)
 
 echo "machine: $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ //'), nproc $(nproc)"
@@ -69,13 +72,16 @@ for which in ("old", "current"):
                     sys.exit(f"{which}: {b['name']}: {b['error_message']}")
                 runs.setdefault(which, {}).setdefault(b["name"], []).append(b)
 def median(which, name, key):
-    return statistics.median(b[key] for b in runs[which][name])
-print(f"\nmedian of {rounds} runs each; ns per (carrying) route, interned bytes per route")
+    values = [b[key] for b in runs[which][name] if key in b]
+    return statistics.median(values) if values else float("nan")
+print(f"\nmedian of {rounds} runs each; ns per (carrying) route (per list for release),"
+      " interned bytes per route")
 print(f"{'benchmark':40} {base:>9} {'current':>9} {'ratio':>6}   {'B ' + base:>10} {'B current':>10}")
 for name in runs["current"]:
     if name not in runs["old"]:
         continue
-    old, cur = (median(w, name, "per_route") * 1e9 for w in ("old", "current"))
+    per = "per_list" if "per_list" in runs["current"][name][0] else "per_route"
+    old, cur = (median(w, name, per) * 1e9 for w in ("old", "current"))
     bold, bcur = (median(w, name, "B_per_route") for w in ("old", "current"))
     print(f"{name:40} {old:9.1f} {cur:9.1f} {cur / old:6.2f}   {bold:10.1f} {bcur:10.1f}")
 EOF
