@@ -76,12 +76,12 @@ def median(which, name, key):
     return statistics.median(values) if values else float("nan")
 print(f"\nmedian of {rounds} runs each; ns per (carrying) route (per list for release),"
       " interned bytes per route")
-print(f"{'benchmark':40} {base:>9} {'current':>9} {'ratio':>6}   {'B ' + base:>10} {'B current':>10}")
+print(f"{'benchmark':52} {base:>9} {'current':>9} {'ratio':>6}   {'B ' + base:>10} {'B current':>10}")
 for name in runs["current"]:
     if name not in runs["old"]:
         continue
     per = "per_list" if "per_list" in runs["current"][name][0] else "per_route"
     old, cur = (median(w, name, per) * 1e9 for w in ("old", "current"))
     bold, bcur = (median(w, name, "B_per_route") for w in ("old", "current"))
-    print(f"{name:40} {old:9.1f} {cur:9.1f} {cur / old:6.2f}   {bold:10.1f} {bcur:10.1f}")
+    print(f"{name:52} {old:9.1f} {cur:9.1f} {cur / old:6.2f}   {bold:10.1f} {bcur:10.1f}")
 EOF
