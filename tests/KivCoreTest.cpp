@@ -3,6 +3,7 @@
 // where an assertion says it failed;
 // the optional 63-bit integer and the dense attribute word; the pointer set's
 // probe chains.
+#include <algorithm>
 #include <thread>
 
 #include "Kiv/Assert.h"
@@ -83,12 +84,14 @@ using HomeSlot = decltype([](Placed const* p, unsigned bits) {
 TEST(PointerSet, ErasingShiftsChainsBackAcrossTheWrapAndTheArrayFollowsTheSize) {
     struct Case {
         std::vector<std::size_t> homes;  // in an 8-slot array, inserted in order
-        std::vector<int> takes;          // then taken in this order
+        std::vector<int> takes;          // then taken in this order, then the last re-inserted
         std::size_t grownCapacity;
+        std::size_t capacityAfterInsert;
     };
-    for (Case const& c : std::vector<Case>{{{6, 6, 7, 6, 0}, {1, 0, 4, 2}, 8},
-                                           {{6, 7, 7, 1}, {0, 1, 3}, 8},
-                                           {{0, 1, 2, 3, 4, 5, 6}, {6, 0, 1, 2, 3, 4}, 16}}) {
+    for (Case const& c : std::vector<Case>{{{6, 6, 7, 6, 0}, {1, 0, 4, 2}, 8, 8},
+                                           {{6, 7, 7, 1}, {0, 1, 3}, 8, 8},
+                                           {{0, 1, 2, 3, 4, 5, 6}, {6, 0, 1, 2, 3, 4}, 16, 8},
+                                           {{0, 1, 2, 3, 4, 5, 6}, {6, 0, 1, 2, 3}, 16, 16}}) {
         std::vector<Placed> items;
         for (std::size_t home : c.homes)
             items.push_back({home});
@@ -104,7 +107,13 @@ TEST(PointerSet, ErasingShiftsChainsBackAcrossTheWrapAndTheArrayFollowsTheSize) 
                 EXPECT_EQ(items[i].references, int(set.contains(&items[i]))) << i;
         }
         EXPECT_EQ(c.homes.size() - c.takes.size(), set.size());
-        EXPECT_EQ(8u, set.capacity()) << "shrinks below 1/8 full";
+        EXPECT_EQ(c.grownCapacity, set.capacity()) << "taking never reallocates";
+        EXPECT_TRUE(set.insert(&items[c.takes.back()]));
+        EXPECT_EQ(c.capacityAfterInsert, set.capacity()) << "an insert shrinks under 1/8 full";
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            bool const taken = std::count(c.takes.begin(), c.takes.end() - 1, int(i)) != 0;
+            EXPECT_EQ(!taken, set.contains(&items[i])) << "found after the shrink: " << i;
+        }
         set.clear();
         for (Placed const& item : items)
             EXPECT_EQ(0, item.references);

@@ -6,12 +6,19 @@
 // linear probing in a power-of-two array of T*, null marking a free slot;
 // erasing shifts the rest of the probe chain back, so there are no
 // tombstones and a lookup stops at the first free slot. The array grows
-// past 3/4 full and halves below 1/8 full (the gap keeps a set that shrinks
-// and grows around one size from reallocating each time).
+// past 3/4 full; an insert into an array under 1/8 full first halves it
+// until it is not (the gap keeps a set that shrinks and grows around one size
+// from reallocating each time). Taking a member never allocates nor frees:
+// these sets hold what a table drops as its entries are released, and a
+// release is no time to allocate (a large request, or freeing a large block,
+// makes the C library coalesce every small block freed so far, which made up
+// a third of the release of a table's last lists). A set drained by takes
+// alone keeps its array until its next insert or its end.
 //
 // Contract:
 //   - insert takes a reference on the member (T::referencesInc), take hands
-//     the member's reference to the caller as a Ptr; clear and destruction
+//     the member's reference to the caller as a Ptr and never allocates nor
+//     throws; clear and destruction
 //     drop every reference (after the set is already empty, so a member's
 //     destructor may look at the set);
 //   - members are compared by address; null is never a member;
@@ -28,7 +35,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <new>
 #include <utility>
 
 #include "Kiv/Assert.h"
@@ -65,8 +71,14 @@ class PointerSet {
         KIV_ASSERT(p != nullptr);
         if (slots_ && find(p) != npos)
             return false;
-        if ((size_ + 1) * 4 > capacity() * 3)
+        if ((size_ + 1) * 4 > capacity() * 3) {
             rehash(capacity() ? capacity() * 2 : minCapacity);
+        } else if (size_ * 8 < capacity_ && capacity_ > minCapacity) {
+            std::size_t fitting = capacity_ / 2;
+            while (size_ * 8 < fitting && fitting > minCapacity)
+                fitting /= 2;
+            rehash(fitting);
+        }
         place(p);
         ++size_;
         p->referencesInc();
@@ -81,13 +93,6 @@ class PointerSet {
         Ptr<T> member = Ptr<T>::adopt(slots_[at]);
         eraseAt(at);
         --size_;
-        if (size_ * 8 < capacity_ && capacity_ > minCapacity) {
-            try {
-                rehash(capacity_ / 2);
-            } catch (std::bad_alloc const&) {
-                // Without memory to shrink into, the set keeps its array.
-            }
-        }
         return member;
     }
 
