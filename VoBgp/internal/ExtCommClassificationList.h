@@ -115,6 +115,8 @@ class RtExtCommClassificationList final : public ExtCommClassificationList {
     RtExtCommListLifeTimeNotifier const* lifeTimeNotifier() const;
     // A new reference, or null.
     NotifierPtr getLifeTimeNotifier() const;
+    // The list's own reference, handed over; the list has none after.
+    NotifierPtr lifeTimeNotifierTake() const { return std::move(lifeTimeNotifier_); }
 
   private:
     friend class ExtCommVectorMembers<ExtCommClassificationList, ExtComm>;

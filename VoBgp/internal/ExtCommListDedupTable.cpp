@@ -140,14 +140,17 @@ void RtExtCommListLifeTimeNotifiee::handleInsert(Vok::DedupHandle const* handle)
 void RtExtCommListLifeTimeNotifiee::handleRemove(Vok::DedupHandle const* handle) {
     // No counted reference to `handle` here: its last one is being dropped.
     auto const* rtExtCommList = static_cast<RtExtCommClassificationList const*>(handle);
-    RtExtCommListLifeTimeNotifier::Ptr lifeTimeNotifier = rtExtCommList->getLifeTimeNotifier();
+    // The list's own reference keeps the notifier until it is taken below:
+    // no counted copy (two atomic operations on every such release).
+    RtExtCommListLifeTimeNotifier const* const lifeTimeNotifier = rtExtCommList->lifeTimeNotifier();
     if (lifeTimeNotifier == nullptr)
         return;
-    // The observers see the list go while it is still whole; then holders of
-    // the notifier elsewhere must stop reaching it before it is freed.
-    collection_->rtExtCommListDel(lifeTimeNotifier.ptr());
-    rtExtCommList->lifeTimeNotifierIs(nullptr);
-    lifeTimeNotifier->dedupHandleDel();
+    // The observers see the list go while it is still whole and names its
+    // notifier; then holders of the notifier elsewhere must stop reaching it
+    // before it is freed.
+    collection_->rtExtCommListDel(lifeTimeNotifier);
+    RtExtCommListLifeTimeNotifier::Ptr const taken = rtExtCommList->lifeTimeNotifierTake();
+    taken->dedupHandleDel();
 }
 
 void RtExtCommListLifeTimeNotifiee::handleNotificationStop(Vok::DedupHashTable const*) {

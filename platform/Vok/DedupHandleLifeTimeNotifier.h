@@ -49,10 +49,24 @@ class DedupHandleLifeTimeNotifier {
     DedupHandleLifeTimeNotifier& operator=(DedupHandleLifeTimeNotifier const&) = delete;
     virtual ~DedupHandleLifeTimeNotifier() = default;
 
-    // Counted like Kiv::PtrInterface: freed with its last reference.
-    void referencesInc() const noexcept { word_.fetch_add(1, std::memory_order_relaxed); }
+    // Counted like Kiv::PtrInterface: freed with its last reference. Plain
+    // loads and stores while the process has one thread, as DedupHandle
+    // counts (see there why that is sound).
+    void referencesInc() const noexcept {
+        if (processSingleThreaded())
+            word_.store(word_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+        else
+            word_.fetch_add(1, std::memory_order_relaxed);
+    }
     void referencesDec() const noexcept {
-        if ((word_.fetch_sub(1, std::memory_order_acq_rel) & countMask) == 1)
+        U32 old;
+        if (processSingleThreaded()) {
+            old = word_.load(std::memory_order_relaxed);
+            word_.store(old - 1, std::memory_order_relaxed);
+        } else {
+            old = word_.fetch_sub(1, std::memory_order_acq_rel);
+        }
+        if ((old & countMask) == 1)
             delete this;
     }
     U32 references() const noexcept { return word_.load(std::memory_order_relaxed) & countMask; }
@@ -85,7 +99,13 @@ class DedupHandleLifeTimeNotifier {
         return visit(handle_);
     }
     // The handle is leaving its table: forget it, once no one borrows it.
+    // With one thread no one can (a visit may not drop a last reference), so
+    // the lock is skipped, as the counts skip their atomic operations.
     void dedupHandleDel() {
+        if (processSingleThreaded()) {
+            handle_ = nullptr;
+            return;
+        }
         std::lock_guard<std::mutex> lock(mutex());
         handle_ = nullptr;
     }

@@ -270,7 +270,15 @@ void DedupHashTable::doRemoveFromDedupTable(DedupHandle const* handle) const {
     Shard& shard = shardFor(handle->placementHash_);
     {
         ShardLock lock(shard, threadSafe_);
-        U32 previous = handle->countAndState_.fetch_sub(1, std::memory_order_acq_rel);
+        U32 previous;
+        if (processSingleThreaded()) {
+            // No other thread to revive it: a plain decrement (a locked one
+            // was a third of this function's time).
+            previous = handle->countAndState_.load(std::memory_order_relaxed);
+            handle->countAndState_.store(previous - 1, std::memory_order_relaxed);
+        } else {
+            previous = handle->countAndState_.fetch_sub(1, std::memory_order_acq_rel);
+        }
         // Another holder appeared (a lookup revived it) before the lock: it
         // stays, and that holder's release will come back here.
         if ((previous & DedupHandle::countMask) != DedupHandle::tableReferences + 1)
@@ -280,9 +288,13 @@ void DedupHashTable::doRemoveFromDedupTable(DedupHandle const* handle) const {
             lifeTimeNotifiee_->handleRemove(handle);
         handle->tableId_ = 0;
     }
-    // Outside the lock: destroying a list releases its members, which may
-    // live in this very table.
-    handle->referencesDec();
+    // Only the table's reference is left, and it is ours now: out of the
+    // table, the handle can be reached by no lookup and held by no one else
+    // (the decrement above ordered every earlier holder's release before
+    // this), so it goes without counting down to zero. Outside the lock:
+    // destroying a list releases its members, which may live in this very
+    // table.
+    delete handle;
 }
 
 DedupHashTableLifeTimeNotifiee::Ptr DedupHashTable::lifeTimeNotifiee() const {
