@@ -10,6 +10,11 @@
 //   ingest/<kind>/again   every list already interned and held by its route;
 //                         each route's attribute is interned again and the
 //                         result replaces what the route holds
+//   ingest/<kind>/release every list interned, then each list's last
+//                         reference dropped (per list: the removal from its
+//                         tables and whatever it alone held)
+//   ingest/<kind>/drop    every carrying route's reference dropped in route
+//                         order (per carrying route)
 //   ingestThreads/...     the whole table into one thread-safe table set, by
 //                         one thread, or by two threads on disjoint halves
 //                         (wall time; compare threads:1 with threads:2)
@@ -429,28 +434,6 @@ void releaseBenchOf(benchmark::State& bench, unsigned kind, bool threadSafe, boo
         default:
             return releaseBench<3>(bench, threadSafe, drop);
     }
-}
-
-U64 routesWanted(int* argc, char** argv) {
-    U64 routes = 1000000;
-    if (char const* env = std::getenv("VOBGP_INGEST_ROUTES"))
-        routes = std::strtoull(env, nullptr, 10);
-    int kept = 1;
-    for (int i = 1; i < *argc; ++i) {
-        if (std::strncmp(argv[i], "--routes=", 9) == 0)
-            routes = std::strtoull(argv[i] + 9, nullptr, 10);
-        else
-            argv[kept++] = argv[i];
-    }
-    *argc = kept;
-    return routes;
-}
-
-std::string firstLine(char const* path) {
-    std::ifstream in(path);
-    std::string line;
-    std::getline(in, line);
-    return line;
 }
 
 }  // namespace

@@ -6,6 +6,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
 #include <vector>
 
 #include "Kiv/Types.h"
@@ -85,6 +88,30 @@ Range rangeOf(std::size_t begin, std::size_t end) {
             if (table().sizes[kind][i] != absent)
                 range.offset[kind] += table().sizes[kind][i];
     return range;
+}
+
+// The routes asked for: `--routes=N` (taken out of the arguments) or
+// VOBGP_INGEST_ROUTES, else 1,000,000.
+U64 routesWanted(int* argc, char** argv) {
+    U64 routes = 1000000;
+    if (char const* env = std::getenv("VOBGP_INGEST_ROUTES"))
+        routes = std::strtoull(env, nullptr, 10);
+    int kept = 1;
+    for (int i = 1; i < *argc; ++i) {
+        if (std::strncmp(argv[i], "--routes=", 9) == 0)
+            routes = std::strtoull(argv[i] + 9, nullptr, 10);
+        else
+            argv[kept++] = argv[i];
+    }
+    *argc = kept;
+    return routes;
+}
+
+std::string firstLine(char const* path) {
+    std::ifstream in(path);
+    std::string line;
+    std::getline(in, line);
+    return line;
 }
 
 }  // namespace IngestBench
