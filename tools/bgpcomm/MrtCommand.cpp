@@ -39,7 +39,8 @@ char const* const mrtHelp =
     "  --no-progress           no progress line (drawn on stderr when it is a\n"
     "                          terminal and stdout is not that same terminal)\n"
     "  --threads N             decode and intern on N threads (default: one per\n"
-    "                          core; 1: no threads); the output is the same\n"
+    "                          core when routes are printed, else 1; 1: no\n"
+    "                          threads); the output is the same\n"
     "  --default-parser        decode extended communities with the library's\n"
     "                          default parser only, without the EVPN, flowspec\n"
     "                          and transitive link bandwidth plug-ins\n"
@@ -213,8 +214,11 @@ MrtRun::Lane::Lane(MrtRun& run, Diag* diag)
 MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeapBytes)
     : options_(std::move(options)), out_(out), stats_(std::move(liveHeapBytes)) {
     stats_.start();
+    // By default only printing runs use every core: formatting spreads well
+    // (1.3x on two), while interning alone is held back by the locks of the
+    // shared tables (--count 0.9x, --stats 1.04x; docs/PERFORMANCE.md).
     if (options_.threads == 0)
-        options_.threads = std::max(1u, std::thread::hardware_concurrency());
+        options_.threads = printsRoutes() ? std::max(1u, std::thread::hardware_concurrency()) : 1;
     // `bgpcomm top` observes routes in order on one thread.
     if (options_.observer)
         options_.threads = 1;
@@ -297,6 +301,8 @@ void MrtRun::batch(Lane& lane, RouteBatch const& batch) {
         ingest_->path(*batch.attrs, &comms);
     else
         comms = RouteComms{};
+    if (lane.kept && !options_.stats)
+        lane.kept->push_back(comms);
     if (!filter.passesComms(comms, *ingest_))
         return;
     if (batch.attrs) {

@@ -126,6 +126,8 @@ void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
         }
         diag.captureIs(&chunk.diag);
         U64 const reportsBefore = diag.reports();
+        std::vector<RouteComms> kept;
+        lane.kept = &kept;
         U8 const* p = chunk.octets.data();
         for (Framed const& record : chunk.records) {
             decoder.decode(record.timestamp, record.type, record.subtype,
@@ -133,6 +135,7 @@ void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
             p += record.size;
         }
         chunk.reports = diag.reports() - reportsBefore;
+        lane.kept = nullptr;
     };
     std::set<std::string> unknownPeersReported;
     auto emit = [&](Chunk& chunk) {
