@@ -374,15 +374,8 @@ void dumpRib(Collector& c, std::string const& path) {
 int collectCommand(std::vector<std::string> const& args, std::function<U64()> liveHeapBytes) {
     logCommandIs("collect");
     CollectOptions options;
-    if (auto problem = parseCollect(args, &options)) {
-        if (*problem == "help") {
-            std::fputs(collectHelp, stdout);
-            return 0;
-        }
-        std::fprintf(stderr, "bgpcomm collect: %s\nTry 'bgpcomm collect --help'.\n",
-                     problem->c_str());
-        return 2;
-    }
+    if (auto problem = parseCollect(args, &options))
+        return usageExit("collect", *problem, collectHelp);
     // Peers intern from their own threads into the one set of tables.
     VoBgpGlobals::multiThreadedIs(true);
     Collector c(options, std::move(liveHeapBytes));

@@ -1,5 +1,6 @@
 #include "bgpcomm/session/Options.h"
 
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 
@@ -178,6 +179,16 @@ std::optional<std::string> finishSessionOptions(SessionOptions* out, bool passiv
         if (!peer.passiveGiven)
             peer.passive = passiveByDefault;
     return std::nullopt;
+}
+
+int usageExit(char const* command, std::string const& problem, char const* help) {
+    if (problem == "help") {
+        std::fputs(help, stdout);
+        return 0;
+    }
+    std::fprintf(stderr, "bgpcomm %s: %s\nTry 'bgpcomm %s --help'.\n", command, problem.c_str(),
+                 command);
+    return 2;
 }
 
 }  // namespace Bgpcomm::Session

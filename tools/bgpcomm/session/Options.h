@@ -57,6 +57,11 @@ std::set<std::string> sessionOptionNames();
 std::optional<std::string> finishSessionOptions(SessionOptions* out, bool passiveByDefault);
 
 bool parseNumber(std::string const& text, U64 max, U64* out);
+
+// What a command does when its options did not parse: prints `help` for
+// "help" (exit status 0), else the problem and a pointer to --help on stderr
+// (exit status 2).
+int usageExit(char const* command, std::string const& problem, char const* help);
 // "ADDR:PORT" or "[ADDR]:PORT" (port optional when `defaultPort` is set).
 bool parseEndpoint(std::string const& text, std::optional<U16> defaultPort, IpAddress* addr,
                    U16* port);

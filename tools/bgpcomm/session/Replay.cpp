@@ -384,15 +384,8 @@ class Replayer : public PeerApp {
 int replayCommand(std::vector<std::string> const& args) {
     logCommandIs("replay");
     ReplayOptions options;
-    if (auto problem = parseReplay(args, &options)) {
-        if (*problem == "help") {
-            std::fputs(replayHelp, stdout);
-            return 0;
-        }
-        std::fprintf(stderr, "bgpcomm replay: %s\nTry 'bgpcomm replay --help'.\n",
-                     problem->c_str());
-        return 2;
-    }
+    if (auto problem = parseReplay(args, &options))
+        return usageExit("replay", *problem, replayHelp);
     PeerConfig const& peer = options.session.peers[0];
     bool const ibgp = peer.asn == options.session.localAs;
     Table table;
