@@ -15,6 +15,10 @@ cmake --workflow --preset tsan
 scripts/check-install.sh build/clang
 cmake --workflow --preset m32
 
+# The README's main command: the tool alone (preset tool, a unity build) on
+# the sample data.
+scripts/bgpcomm-sample.sh >/dev/null
+
 # --- Fuzzing: every fuzz target for 15 seconds (fuzz/run.sh) ----------------
 fuzz/run.sh 15
 # --- end fuzzing ---------------------------------------------------------------
