@@ -57,18 +57,9 @@ struct CollectOptions {
 };
 
 std::optional<std::string> parseCollect(std::vector<std::string> args, CollectOptions* out) {
-    std::set<std::string> known = sessionOptionNames();
-    known.insert({"max-prefixes", "write-updates", "dump-rib", "exit-after-eor", "exit-after-close",
-                  "duration", "stats", "format", "json", "asdot", "count"});
-    if (auto error = expandConfig(args, known))
-        return error;
     std::vector<std::string> rest;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        bool taken = false;
-        if (auto error = takeSessionOption(args, i, &out->session, &taken))
-            return error;
-        if (taken)
-            continue;
+    auto other = [&](std::vector<std::string> const& args,
+                     std::size_t& i) -> std::optional<std::string> {
         std::string const& a = args[i];
         bool const valued = a == "--max-prefixes" || a == "--write-updates" || a == "--dump-rib" ||
                             a == "--duration";
@@ -96,7 +87,14 @@ std::optional<std::string> parseCollect(std::vector<std::string> args, CollectOp
         } else {
             rest.push_back(a);
         }
-    }
+        return std::nullopt;
+    };
+    if (auto error = parseCommandLine(
+            args,
+            {"max-prefixes", "write-updates", "dump-rib", "exit-after-eor", "exit-after-close",
+             "duration", "stats", "format", "json", "asdot", "count"},
+            &out->session, other))
+        return error;
     // The route options are `bgpcomm mrt`'s own; its parser wants a file,
     // which a placeholder stands for.
     static char const* const noFile = "\x01";

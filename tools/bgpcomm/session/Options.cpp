@@ -181,6 +181,25 @@ std::optional<std::string> finishSessionOptions(SessionOptions* out, bool passiv
     return std::nullopt;
 }
 
+std::optional<std::string> parseCommandLine(std::vector<std::string>& args,
+                                            std::set<std::string> const& commandNames,
+                                            SessionOptions* session, OtherArgument const& other) {
+    std::set<std::string> known = sessionOptionNames();
+    known.insert(commandNames.begin(), commandNames.end());
+    if (auto error = expandConfig(args, known))
+        return error;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        bool taken = false;
+        if (auto error = takeSessionOption(args, i, session, &taken))
+            return error;
+        if (taken)
+            continue;
+        if (auto error = other(args, i))
+            return error;
+    }
+    return std::nullopt;
+}
+
 int usageExit(char const* command, std::string const& problem, char const* help) {
     if (problem == "help") {
         std::fputs(help, stdout);

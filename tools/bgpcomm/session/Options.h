@@ -9,6 +9,7 @@
 // the option (and for config files the file and line).
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -52,6 +53,16 @@ std::optional<std::string> takeSessionOption(std::vector<std::string> const& arg
                                              SessionOptions* out, bool* taken);
 // Names of the session options (for expandConfig).
 std::set<std::string> sessionOptionNames();
+
+// The command line as collect and replay read it: "--config FILE" expanded
+// (the command's own option names are `commandNames`), the session options
+// taken into `session`, and every other argument handed to `other` with its
+// index, which it moves past any value it reads. The first message stops it.
+using OtherArgument =
+    std::function<std::optional<std::string>(std::vector<std::string> const& args, std::size_t& i)>;
+std::optional<std::string> parseCommandLine(std::vector<std::string>& args,
+                                            std::set<std::string> const& commandNames,
+                                            SessionOptions* session, OtherArgument const& other);
 // Checks what the command needs once all options are read: --local-as,
 // --router-id, at least one peer; applies `passiveByDefault`.
 std::optional<std::string> finishSessionOptions(SessionOptions* out, bool passiveByDefault);

@@ -51,27 +51,19 @@ struct ReplayOptions {
 };
 
 std::optional<std::string> parseReplay(std::vector<std::string> args, ReplayOptions* out) {
-    std::set<std::string> known = sessionOptionNames();
-    known.insert({"synth", "seed", "hold-open", "kind", "strip", "add", "next-hop", "stats"});
-    if (auto error = expandConfig(args, known))
-        return error;
     CommKind kind = CommKind::standard;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        bool taken = false;
-        if (auto error = takeSessionOption(args, i, &out->session, &taken))
-            return error;
-        if (taken)
-            continue;
+    auto other = [&](std::vector<std::string> const& args,
+                     std::size_t& i) -> std::optional<std::string> {
         std::string const& a = args[i];
         if (a == "--help" || a == "-h")
             return std::string("help");
         if (a == "--stats") {
             out->stats = true;
-            continue;
+            return std::nullopt;
         }
         if (a.rfind("--", 0) != 0) {
             out->files.push_back(a);
-            continue;
+            return std::nullopt;
         }
         if (a != "--synth" && a != "--seed" && a != "--hold-open" && a != "--kind" &&
             a != "--strip" && a != "--add" && a != "--next-hop")
@@ -101,7 +93,12 @@ std::optional<std::string> parseReplay(std::vector<std::string> args, ReplayOpti
                 return "bad --next-hop '" + v + "'";
             out->nextHop[unsigned(afiFamily(addr.afi))] = addr;
         }
-    }
+        return std::nullopt;
+    };
+    if (auto error = parseCommandLine(
+            args, {"synth", "seed", "hold-open", "kind", "strip", "add", "next-hop", "stats"},
+            &out->session, other))
+        return error;
     if (out->files.empty() == (out->synthRoutes == 0))
         return std::string("give MRT files or --synth N (one of the two)");
     if (auto error = finishSessionOptions(&out->session, /*passiveByDefault=*/false))
