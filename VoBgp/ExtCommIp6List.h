@@ -148,6 +148,8 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
     static constexpr std::size_t receivedOnStack = 16;
     // The classification lists sit in slots indexed by classification.
     static constexpr bool slotPerClassification = true;
+    // Its classification slots are built as it is interned (room in its block).
+    static constexpr bool classificationListsOnDemand = false;
     // In the handle's user-data word, below the transitive count.
     static constexpr U32 sortedBit = 1;
 

@@ -28,8 +28,17 @@ template class CommListBase<LargeCommList, Acl::CommunityValue>;
 template class CommListDedupTableOf<CommList>;
 template class CommListDedupTableOf<LargeCommList>;
 
+CommListDedupTableBase::~CommListDedupTableBase() {
+    // Lists may outlive this object, and their hash table with them.
+    if (dedupTable_ != nullptr)
+        dedupTable_->ownerIs(nullptr);
+}
+
 void CommListDedupTableBase::initDedupTable() {
+    if (dedupTable_ != nullptr)
+        dedupTable_->ownerIs(nullptr);
     dedupTable_ = Vok::DedupHashTableUnorderedSet::create(VoBgpGlobals::multiThreaded());
+    dedupTable_->ownerIs(this);
 }
 
 void CommListDedupTableBase::dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const {

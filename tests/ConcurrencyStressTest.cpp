@@ -4,6 +4,7 @@
 // ThreadSanitizer: it runs VOBGP_STRESS_DEFAULT_SECONDS (2 s under tsan, 0.3 s
 // in the other builds; tests/CMakeLists.txt) or VOBGP_STRESS_SECONDS from the
 // environment.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -182,6 +183,52 @@ TEST(ConcurrencyStress, EveryKindInternedAndReleasedWhileReadersWalkAndDump) {
         EXPECT_EQ(balance->inserts.load(), balance->removals.load());
     }
     EXPECT_EQ(liveBefore, KivStash::DedupHandle::liveHandles());
+}
+
+}  // namespace
+
+namespace {
+
+// Extended lists split on demand while several threads ask for the same
+// lists and one of them starts watching: each list is split once (every
+// thread gets the same container), and lists interned meanwhile are split
+// too, so the collection then holds one notifier per held route-target set.
+TEST(ConcurrencyStress, OnDemandSplitsRaceWithTheFirstWatcher) {
+    VoBgpGlobals::multiThreadedIs(true);
+    Tables const tables;
+    VoBgpGlobals::multiThreadedIs(false);
+    constexpr unsigned masks = 1u << poolSize;
+    constexpr unsigned threads = 3;
+    std::vector<Held> early;  // the even masks, interned before anyone asks
+    for (unsigned m = 0; m < masks; m += 2)
+        early.push_back(tables.intern(m));
+    std::vector<std::vector<ExtCommClassificationLists const*>> seen(threads);
+    std::vector<std::vector<Held>> late(threads);  // the odd masks
+    auto worker = [&](unsigned t) {
+        for (unsigned i = 0; i < early.size(); ++i) {
+            if (t == 0 && i == early.size() / 2)
+                tables.extLists->notifyingRtExtCommListCollection();
+            unsigned const e = (i + t * 11) % unsigned(early.size());
+            seen[t].push_back(&early[e].ext->classificationLists());
+            late[t].push_back(tables.intern(2 * ((i + t * 5) % (masks / 2)) + 1));
+        }
+        std::rotate(seen[t].begin(), seen[t].end() - (t * 11) % early.size(), seen[t].end());
+    };
+    std::vector<std::thread> running;
+    for (unsigned t = 0; t < threads; ++t)
+        running.emplace_back(worker, t);
+    for (auto& thread : running)
+        thread.join();
+    for (unsigned t = 1; t < threads; ++t)
+        EXPECT_EQ(seen[0], seen[t]) << t;
+    // Route-target sets 1 to 7 are all held: seven notifiers, counted
+    // without asking any list for its split.
+    auto const& collection = tables.extLists->notifyingRtExtCommListCollection();
+    EXPECT_EQ(7u, collection->rtExtCommLists());
+    early.clear();
+    late.clear();
+    EXPECT_EQ(0u, collection->rtExtCommLists());
+    EXPECT_EQ(0u, tables.extLists->dedupTable()->size());
 }
 
 }  // namespace

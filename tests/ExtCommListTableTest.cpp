@@ -1,6 +1,7 @@
 // The extended community list tables: route-target lists announced to the
 // watchers of the collection exactly once each way, the dumps, and every
 // contract check of the extended community lists.
+#include <set>
 #include <sstream>
 
 #include "ExtCommListTestEnv.h"
@@ -58,6 +59,58 @@ TEST(RtExtCommListLifeTime, OneInsertAndOneDeletePerDistinctRouteTargetList) {
     EXPECT_EQ(nullptr, displayRts->lifeTimeNotifier());
     EXPECT_EQ(Vok::dedupHandleStateNotToBeDeduped(), displayRts->dedupState());
     EXPECT_EQ(2u, watcher.events.size());
+}
+
+// Lists interned before anyone watches are split when someone first does:
+// the collection and the classification tables then hold what splitting at
+// interning would have given, later lists are split as they enter, and a
+// notifier leaves with the last list holding its route targets.
+TEST(RtExtCommListLifeTime, AFirstWatcherSeesWhatSplittingAtInterningGives) {
+    std::vector<std::vector<U64>> const sets = {
+        {rtValue, colorValue}, {rtValue, color2Value}, {rt2Value, lbwValue}, {colorValue}};
+    Env eager;
+    Recorder early(eager.lists->notifyingRtExtCommListCollection().ptr());
+    Env lazy;
+    std::vector<ExtCommList::PtrConst> held, eagerHeld;
+    for (auto const& set : sets) {
+        eagerHeld.push_back(eager.list(set));
+        held.push_back(lazy.list(set));
+    }
+    auto const& collection = lazy.lists->notifyingRtExtCommListCollection();
+    Recorder watcher(collection.ptr());
+    auto shown = [](Env const& env) {
+        std::multiset<std::string> out;
+        for (auto const& member :
+             env.lists->notifyingRtExtCommListCollection()->rtExtCommListMembers())
+            out.insert(member->toStrep().c_str());
+        out.insert(std::to_string(env.lists->extCommClassificationListDedupTable()->size()));
+        return out;
+    };
+    EXPECT_EQ(2u, early.events.size());
+    EXPECT_EQ(shown(eager), shown(lazy));
+    EXPECT_EQ((std::multiset<std::string>{"3",
+                                          "extCommClassificationRouteTarget : "
+                                          "<RouteTarget2ByteASN 65000:100 0x0002fde800000064>",
+                                          "extCommClassificationRouteTarget : "
+                                          "<RouteTarget2ByteASN 65000:200 0x0002fde8000000c8>"}),
+              shown(lazy));
+    auto const* const rts = static_cast<RtExtCommClassificationList const*>(
+        held[0]->classificationList(extCommClassificationRouteTarget));
+    EXPECT_TRUE(collection->rtExtCommListHas(rts->lifeTimeNotifier()));
+    EXPECT_TRUE(watcher.events.empty());
+
+    held.push_back(lazy.list({rtValue, rt2Value}));
+    ASSERT_EQ(1u, watcher.events.size()) << "split as it entered";
+    EXPECT_EQ(CollectionChange::insert, watcher.events[0].change);
+    auto const* const gone = rts->lifeTimeNotifier();
+    held[0] = nullptr;
+    EXPECT_EQ(1u, watcher.events.size()) << "still held by the second list";
+    held[1] = nullptr;
+    ASSERT_EQ(2u, watcher.events.size());
+    EXPECT_EQ((Recorder::Event{0, CollectionChange::erase, gone}), watcher.events[1]);
+    held.clear();
+    EXPECT_EQ(4u, watcher.events.size());
+    EXPECT_EQ(0u, collection->rtExtCommLists());
 }
 
 TEST(RtExtCommListLifeTime, ShutdownTellsWatchersThatEveryListGoes) {
@@ -126,7 +179,7 @@ void internADisplayList() {
     list->createClassificationListVector(false);
     list->dedup(env.lists.ptr());
 }
-void hashUninternedClassificationLists() {
+void hashAPrivateList() {
     Env env;
     auto list = env.privateList({rtValue});
     list->createClassificationListVector(true);
@@ -178,11 +231,10 @@ TEST(ExtCommListDeathTest, MisuseAbortsWithItsCheck) {
         {"commVectorSorted()", "Routing::Bgp::ExtCommList::totalCommunities() const",
          [] { extCommListFactory()->totalCommunities(); }},
         {"commVectorSorted", "ExtCommVectorLookup", [] { extCommListFactory()->comm(1); }},
-        {"__null == ( _classificationList ) || ( _classificationList )" + neverDeduped,
-         "Routing::Bgp::ExtCommList::createClassificationListVector(bool)", internADisplayList},
+        {"a list split for display is not to be interned", "Routing::Bgp::ExtCommList::dedup(",
+         internADisplayList},
         {"__null == ( this ) || ( this )" + neverDeduped, "Routing::Bgp::ExtCommList::dedup(", internTwice},
-        {"__null == ( p ) || ( p )" + deduped, "Routing::Bgp::BgpHashMix::BgpHashMix(",
-         hashUninternedClassificationLists},
+        {"isDeduped()", "Routing::Bgp::ExtCommList::hash() const", hashAPrivateList},
         {"isDeduped()", "Routing::Bgp::ExtCommList::prune(", pruneAPrivateList},
         {"commVectorSorted()", "Routing::Bgp::ExtCommClassificationList::hash() const", [] { color()->hash(); }},
         {"commVectorSorted()", "Routing::Bgp::ExtCommClassificationList::compare(",

@@ -361,12 +361,12 @@ TEST(ExtCommClassificationLists, KeepAscendingClassificationOrder) {
     EXPECT_NE(nullptr,
               dynamic_cast<LinkBandwidthExtCommClassificationList const*>(lists.begin()[1].ptr()));
 
-    ExtCommClassificationLists same;
-    same.assignSorted(lists.begin(), lists.size());
-    EXPECT_TRUE(same == lists);
-    same.replace(same.begin() + 2,
-                 extCommClassificationListFactory(extCommClassificationOriginValidationState));
-    EXPECT_FALSE(same == lists);
+    std::unique_ptr<ExtCommClassificationLists> const same(
+        ExtCommClassificationLists::created(lists.begin(), lists.size()));
+    EXPECT_TRUE(*same == lists);
+    same->replace(same->begin() + 2,
+                  extCommClassificationListFactory(extCommClassificationOriginValidationState));
+    EXPECT_FALSE(*same == lists);
     EXPECT_FALSE(ExtCommClassificationLists() == lists);
     EXPECT_TRUE(ExtCommClassificationLists() == ExtCommClassificationLists());
 }

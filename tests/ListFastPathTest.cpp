@@ -393,6 +393,54 @@ TEST(TailVectorTest, TailHoldsItsRoomThenTheHeapTakesOver) {
 }
 
 // The cached flags of a standard list built by the fast path.
+// Extended lists are split into classification lists only when asked:
+// interning lists from received values builds none (each miss is the list's
+// one block, its flags known without a split), and asking one builds its
+// own, once, sharing what exists.
+TEST(ListFastPathFlagsTest, ExtendedListsSplitOnlyWhenAskedAndOnce) {
+#ifdef VOBGP_TEST_NO_ALLOCATION_COUNT
+    GTEST_SKIP() << "allocations are not counted under ThreadSanitizer";
+#endif
+    using namespace ExtCommListTestEnv;
+    Env env;
+    std::vector<ExtComm::PtrConst> const values = {env.comm(rtValue),         env.comm(colorValue),
+                                                   env.comm(color2Value),     env.comm(lbwValue),
+                                                   env.comm(lbw(65000, bw2)), env.comm(ovsValue)};
+    std::vector<std::vector<U64>> const sets = {{rtValue, colorValue},
+                                                {color2Value, rtValue},
+                                                {rtValue, lbwValue, lbw(65000, bw2)},
+                                                {ovsValue}};
+    std::vector<Octets> octets(sets.size());
+    for (std::size_t i = 0; i < sets.size(); ++i)
+        for (U64 v : sets[i])
+            appendBe64(octets[i], v);
+    std::vector<ExtCommList::PtrConst> lists;
+    lists.reserve(sets.size());
+    std::size_t const before = allocations;
+    for (Octets const& o : octets)
+        lists.push_back(
+            ExtCommList::internReceived(env.values.ptr(), env.lists.ptr(), o.data(), o.size()));
+    EXPECT_EQ(sets.size(), allocations - before) << "one block per list, nothing split";
+    EXPECT_EQ((std::vector<bool>{false, false, true, false}),
+              (std::vector<bool>{lists[0]->hasLinkBandwidth(), lists[1]->hasLinkBandwidth(),
+                                 lists[2]->hasLinkBandwidth(), lists[3]->hasLinkBandwidth()}));
+    EXPECT_TRUE(lists[2]->hasPrunableValues()) << "two link bandwidths";
+    EXPECT_FALSE(lists[0]->hasPrunableValues());
+    EXPECT_TRUE(lists[3]->hasOriginValidationState());
+    EXPECT_FALSE(lists[2]->hasOriginValidationState());
+
+    auto const* const rts = lists[0]->classificationList(extCommClassificationRouteTarget);
+    U32 const heldOnce = rts->references();
+    std::size_t const second = allocations;
+    // Its container and its color list; the route-target list is found.
+    EXPECT_EQ(rts, lists[1]->classificationList(extCommClassificationRouteTarget));
+    EXPECT_EQ(2u, allocations - second);
+    EXPECT_EQ(heldOnce + 1, rts->references()) << "lists 2 and 3 are not split";
+    std::size_t const again = allocations;
+    EXPECT_EQ(2u, lists[1]->classificationLists().size());
+    EXPECT_EQ(0u, allocations - again) << "split once";
+}
+
 TEST(ListFastPathFlagsTest, StandardListBuiltOnAMissCachesItsFlags) {
     auto table = commListDedupTableFactory();
     // 65000:1, no-export and local-as (RFC 1997).

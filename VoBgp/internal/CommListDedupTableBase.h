@@ -17,8 +17,12 @@ class CommListDedupTableBase : public Kiv::PtrInterface {
     using Ptr = Kiv::Ptr<CommListDedupTableBase>;
     using PtrConst = Kiv::Ptr<CommListDedupTableBase const>;
 
+    ~CommListDedupTableBase() override;
+
     Vok::DedupHashTable::Ptr const& dedupTable() const { return dedupTable_; }
-    // Creates a new (empty) hash table, releasing any earlier one.
+    // Creates a new (empty) hash table, releasing any earlier one. The hash
+    // table names this object as its owner (Vok::DedupHashTable::owner), so
+    // that a list reaches its table set from itself.
     void initDedupTable();
     // One line for the table, one for its hash table and one per list.
     void dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const;

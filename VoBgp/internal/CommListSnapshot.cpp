@@ -26,7 +26,7 @@ Kiv::Ptr<ExtCommClassificationListSnapshot> ExtCommClassificationList::commSnaps
 
 Kiv::Ptr<ExtCommListSnapshot> ExtCommList::commSnapshot() const {
     Kiv::Ptr<ExtCommListSnapshot> snapshot(new ExtCommListSnapshot);
-    snapshot->fill(classificationLists_, commVector_);
+    snapshot->fill(classificationLists(), commVector_);
     return snapshot;
 }
 

@@ -47,11 +47,7 @@ ExtCommClassificationList::PtrConst ExtCommClassificationList::dedup(
     KIV_ASSERT(table != nullptr, "table != __null");
     ExtCommVectorSort(commVector_);
     commVectorSortedIs(true);
-    Vok::DedupHashTable const* const target =
-        classification() == extCommClassificationRouteTarget
-            ? table->rtExtCommClassificationListDedupTableRaw()
-            : table->extCommClassificationListDedupTableRaw();
-    return insertInto(target);
+    return insertInto(table->classificationTable(classification()));
 }
 
 U32 ExtCommClassificationList::hash() const {
@@ -175,12 +171,15 @@ ExtCommClassificationList const* ExtCommClassificationLists::lookup(
     return nullptr;
 }
 
-void ExtCommClassificationLists::assignSorted(Element const* lists, U32 count) {
-    for (U32 i = 1; i < count; ++i)
-        KIV_ASSERT(lists[i - 1]->classification() < lists[i]->classification());
-    lists_.clear();
-    lists_.shrink_to_fit();
-    lists_.assign(lists, lists + count);
+ExtCommClassificationLists* ExtCommClassificationLists::created(Element const* lists, U32 count) {
+    auto* const raw =
+        ::new (tailBlock<ExtCommClassificationLists, Element>(count)) ExtCommClassificationLists;
+    raw->lists_.tailIs(tailOf<Element>(raw), count);
+    for (U32 i = 0; i < count; ++i) {
+        KIV_ASSERT(i == 0 || lists[i - 1]->classification() < lists[i]->classification());
+        raw->lists_.push_back(lists[i]);
+    }
+    return raw;
 }
 
 bool operator==(ExtCommClassificationLists const& lhs, ExtCommClassificationLists const& rhs) {

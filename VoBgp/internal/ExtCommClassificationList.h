@@ -12,11 +12,11 @@
 // The classification and the attribute bits share the handle's user-data
 // word: classification in the low octet, CommVectorAttrs in the octet above.
 //
-// ExtCommClassificationLists is the container inside an ExtCommList: an
-// exactly sized array, unique by classification and ascending by it (there
-// are eleven classifications, inserts happen while a list is built, lookups
-// scan a handful of elements). A list interned from received values keeps
-// the array in its own block, ahead of its members; others on the heap.
+// ExtCommClassificationLists is the container an ExtCommList builds when it
+// is first asked for its classification lists: an exactly sized array,
+// unique by classification and ascending by it (there are eleven
+// classifications, lookups scan a handful of elements), one block with its
+// array behind it (created).
 #pragma once
 
 #include "Kiv/DenseBoolSet.h"
@@ -176,6 +176,10 @@ class ExtCommClassificationLists {
 
     ExtCommClassificationLists() = default;
     ExtCommClassificationLists(ExtCommClassificationLists const&) = delete;
+    // A new container of `count` lists already ascending by classification,
+    // the array in the container's own block; delete frees both.
+    static ExtCommClassificationLists* created(Element const* lists, U32 count);
+    VOBGP_LIST_TAIL_DELETE
     ExtCommClassificationLists& operator=(ExtCommClassificationLists const&) = delete;
 
     U32 size() const { return static_cast<U32>(lists_.size()); }
@@ -192,12 +196,6 @@ class ExtCommClassificationLists {
     void replace(Iterator const& iter, Element&& classificationList);
     // The list of `classification`, or null.
     ExtCommClassificationList const* lookup(ExtCommClassification classification) const;
-    // Replaces the content by `count` lists already ascending by
-    // classification, in one allocation.
-    void assignSorted(Element const* lists, U32 count);
-    // Room for `capacity` lists in the owning list's own block, which the
-    // list frees (TailVector::tailIs); only for an empty container.
-    void tailIs(Element* tail, U32 capacity) { lists_.tailIs(tail, capacity); }
 
     // The same interned lists at every position.
     friend bool operator==(ExtCommClassificationLists const& lhs,

@@ -10,21 +10,27 @@ VOBGP_DENSE_SET_TEXT_DEFINITIONS(ExtCommList::Serialization)
 
 namespace {
 
-constexpr std::size_t classificationCount = extCommClassificationOneBeyondLast;
-
-// What a list learns from its communities one by one while it is built.
+// What a list learns from its members, without splitting them.
 struct CommunityNotes {
     U32 transitive = 0;
+    U32 linkBandwidths = 0;
     bool policyMatchStrepUI = false;
     bool linkBandwidthWithUnspecifiedAsNumber = false;
+    bool originValidationState = false;
+    bool invalid = false;
 
-    void note(ExtComm const& comm, bool forInterning) {
-        if (forInterning) {
-            transitive += comm.isTransitive() ? 1 : 0;
-            policyMatchStrepUI |= comm.policyMatchStrepUI();
-        }
+    void note(ExtComm const& comm) {
+        transitive += comm.isTransitive() ? 1 : 0;
+        policyMatchStrepUI |= comm.policyMatchStrepUI();
         linkBandwidthWithUnspecifiedAsNumber |= comm.isLinkBandwidthWithUnspecifiedAsNumber();
+        linkBandwidths += comm.classification() == extCommClassificationLinkBandwidth ? 1 : 0;
+        originValidationState |=
+            comm.classification() == extCommClassificationOriginValidationState;
+        invalid |= !comm.isValid();
     }
+    // What the classification lists will say (checkPrunable): an invalid
+    // member anywhere, or more than the one link bandwidth that survives.
+    bool prunable() const { return invalid || linkBandwidths >= 2; }
 };
 
 }  // namespace
@@ -97,53 +103,117 @@ Kiv::String ExtCommList::serialize(Serialization serialization) const {
     return out.serializedString();
 }
 
-void ExtCommList::createClassificationListVector(bool dedupMode) {
+void ExtCommList::noteMembers(bool forInterning) {
     ExtCommVectorSort(commVector_);
-    commVectorSortedIs(true);
-    totalTransitiveCommunitiesIs(0);
-    if (commVector_.empty()) {
-        hasLinkBandwidthIs(false);
-        hasLinkBandwidthWithUnspecifiedAsNumberIs(false);
-        hasPolicyMatchStrepUICommunitiesIs(false);
-        return;
-    }
-    // Members per classification first, so that each list is one block.
-    std::array<U32, classificationCount> counts{};
-    for (ExtComm::PtrConst const& comm : commVector_)
-        if (comm->classification() < classificationCount)
-            ++counts[comm->classification()];
     CommunityNotes notes;
-    bool linkBandwidth = false;
-    for (ExtComm::PtrConst const& comm : commVector_) {
-        ExtCommClassification const classification = comm->classification();
-        // The lists are this list's own private ones until they are
-        // interned below, so changing them through the container is sound.
-        auto* _classificationList =
-            const_cast<ExtCommClassificationList*>(classificationLists_.lookup(classification));
-        if (_classificationList != nullptr) {
-            if (dedupMode)
-                VOK_ASSERT_NEVER_DEDUPED(_classificationList);
-        } else {
-            ExtCommClassificationList::Ptr created =
-                ExtCommClassificationList::ExtCommClassificationListIs(
-                    classification,
-                    classification < classificationCount ? counts[classification] : 0);
-            linkBandwidth |= classification == extCommClassificationLinkBandwidth;
-            if (!dedupMode)
-                created->dedupStateNotToBeDedupedIs();
-            // Members arrive in ascending order.
-            created->commVectorSortedIs(true);
-            classificationLists_.insert(created);
-            _classificationList = created.ptr();
-        }
-        _classificationList->commIs(comm);
-        _classificationList->checkPrunable(comm);
-        notes.note(*comm, dedupMode);
+    for (ExtComm::PtrConst const& comm : commVector_)
+        notes.note(*comm);
+    CommVectorAttrs attrs = commVectorAttrs();
+    attrs.sortedIs(true);
+    attrs.hasLinkBandwidthIs(notes.linkBandwidths != 0);
+    attrs.hasLinkBandwidthWithUnspecifiedAsNumberIs(notes.linkBandwidthWithUnspecifiedAsNumber);
+    attrs.hasPolicyMatchStrepUICommunitiesIs(forInterning && notes.policyMatchStrepUI);
+    if (forInterning) {
+        attrs.hasOriginValidationStateIs(notes.originValidationState);
+        attrs.hasPrunableValuesIs(notes.prunable());
     }
-    totalTransitiveCommunitiesIs(notes.transitive);
-    hasPolicyMatchStrepUICommunitiesIs(notes.policyMatchStrepUI);
-    hasLinkBandwidthWithUnspecifiedAsNumberIs(notes.linkBandwidthWithUnspecifiedAsNumber);
-    hasLinkBandwidthIs(linkBandwidth);
+    commVectorAttrsIs(attrs);
+    totalTransitiveCommunitiesIs(forInterning ? notes.transitive : 0);
+}
+
+void ExtCommList::createClassificationListVector(bool dedupMode) {
+    noteMembers(dedupMode);
+    if (dedupMode)
+        return;  // interned lists split on demand
+    delete built_.exchange(classificationListsOf(nullptr), std::memory_order_acq_rel);
+}
+
+ExtCommClassificationLists* ExtCommList::classificationListsOf(
+    ExtCommListDedupTable const* table) const {
+    KIV_ASSERT(commVectorSorted());
+    std::array<U32, 256> counts{};
+    std::size_t present = 0;
+    for (ExtComm::PtrConst const& comm : commVector_)
+        present += counts[comm->classification()]++ == 0 ? 1 : 0;
+    using Part = ExtCommClassificationLists::Element;
+    PendingMembers<Part, extCommClassificationOneBeyondLast> parts(present);
+    for (std::size_t c = 0; c < counts.size(); ++c) {
+        if (counts[c] == 0)
+            continue;
+        auto const classification = static_cast<ExtCommClassification>(c);
+        auto const members = [&](auto&& visit) {
+            for (ExtComm::PtrConst const& comm : commVector_)
+                if (comm->classification() == classification)
+                    visit(comm);
+        };
+        if (table != nullptr) {
+            // Most classification lists are shared: look first, by the hash
+            // an interned one of these members has, and build only what is new.
+            Vok::HashMix mix;
+            members([&](ExtComm::PtrConst const& comm) { BgpHashMix(mix, comm.ptr()); });
+            Part found = table->classificationTable(classification)
+                             ->lookup<ExtCommClassificationList>(
+                                 Vok::placementHashOf(mix.result()),
+                                 [&](ExtCommClassificationList const* candidate) {
+                                     if (candidate->classification() != classification ||
+                                         candidate->comms() != counts[c])
+                                         return false;
+                                     auto theirs = candidate->commVectorRawPtr()->begin();
+                                     bool same = true;
+                                     members([&](ExtComm::PtrConst const& comm) {
+                                         same &= comm == *theirs++;
+                                     });
+                                     return same;
+                                 });
+            if (found != nullptr) {
+                parts.push_back(std::move(found));
+                continue;
+            }
+        }
+        ExtCommClassificationList::Ptr part =
+            ExtCommClassificationList::ExtCommClassificationListIs(classification, counts[c]);
+        // Members arrive in ascending order.
+        part->commVectorSortedIs(true);
+        members([&](ExtComm::PtrConst const& comm) {
+            part->commIs(comm);
+            part->checkPrunable(comm);
+        });
+        if (table == nullptr) {
+            part->dedupStateNotToBeDedupedIs();
+            parts.push_back(Part(std::move(part)));
+        } else {
+            parts.push_back(part->dedup(table));
+        }
+    }
+    return ExtCommClassificationLists::created(parts.begin(), static_cast<U32>(parts.size()));
+}
+
+ExtCommClassificationLists const& ExtCommList::classificationListsBuilt() const {
+    static ExtCommClassificationLists const none;
+    if (!isDeduped())
+        return none;
+    // The table set this list is interned in, null once it has gone (the
+    // list then splits into private lists: there is nothing to share with).
+    Vok::DedupHashTable const* const home = dedupTable();
+    auto const* const owner =
+        home == nullptr ? nullptr : static_cast<CommListDedupTableBase const*>(home->owner());
+    ExtCommClassificationLists* const mine =
+        classificationListsOf(static_cast<ExtCommListDedupTable const*>(owner));
+    ExtCommClassificationLists* published = nullptr;
+    if (built_.compare_exchange_strong(published, mine, std::memory_order_acq_rel,
+                                       std::memory_order_acquire)) {
+        KIV_ASSERT(std::any_of(mine->begin(), mine->end(), [](auto const& part) {
+                       return part->hasPrunableValues();
+                   }) == hasPrunableValues());
+        return *mine;
+    }
+    // Another thread published first; its lists are these same interned ones.
+    delete mine;
+    return *published;
+}
+
+ExtCommList::~ExtCommList() {
+    delete built_.load(std::memory_order_relaxed);
 }
 
 ExtCommList::PtrConst ExtCommList::dedup(ExtCommListDedupTable const* table) {
@@ -151,28 +221,16 @@ ExtCommList::PtrConst ExtCommList::dedup(ExtCommListDedupTable const* table) {
     KIV_ASSERT(dedupState() == Vok::dedupHandleStateNeverDeduped(),
                "__null == ( this ) || ( this )->dedupState() == "
                "Vok::dedupHandleStateNeverDeduped()");
-    if (PtrConst interned = dedupFromInterned(table))
-        return interned;
-
-    createClassificationListVector(true);
-    bool prunable = false;
-    bool linkBandwidth = false;
-    bool originValidationState = false;
-    for (auto it = classificationLists_.begin(); it != classificationLists_.end(); ++it) {
-        auto* const _classificationList = const_cast<ExtCommClassificationList*>(it->ptr());
-        prunable |= _classificationList->hasPrunableValues();
-        linkBandwidth |=
-            _classificationList->classification() == extCommClassificationLinkBandwidth;
-        originValidationState |=
-            _classificationList->classification() == extCommClassificationOriginValidationState;
-        KIV_ASSERT(_classificationList->commVectorSorted());
-        classificationLists_.replace(it, _classificationList->dedup(table));
-    }
-    hasPrunableValuesIs(hasPrunableValues() || prunable);
-    hasLinkBandwidthIs(hasLinkBandwidth() || linkBandwidth);
-    hasOriginValidationStateIs(hasOriginValidationState() || originValidationState);
+    KIV_ASSERT(built_.load(std::memory_order_relaxed) == nullptr,
+               "a list split for display is not to be interned");
+    noteMembers(true);
     CommListDedupTableBase const* const base = table;
-    return insertInto(base->dedupTable().ptr());
+    PtrConst interned = insertInto(base->dedupTable().ptr());
+    // Checked after the insert: either the table set's switch to eager
+    // building sees this list in the table, or this sees the switch.
+    if (table->classificationListsEager())
+        interned->classificationLists();
+    return interned;
 }
 
 ExtCommList::PtrConst ExtCommList::intern(ExtCommDedupTable const* extTable,
@@ -187,48 +245,12 @@ ExtCommList::PtrConst ExtCommList::internReceived(ExtCommDedupTable const* extTa
     return internSorted(table, extTable, ReceivedValues<U64, receivedOnStack>(octets, size));
 }
 
-ExtCommList::PtrConst ExtCommList::dedupFromInterned(ExtCommListDedupTable const* table) {
-    ExtCommVectorSort(commVector_);
-    InternedClassificationLists<ExtCommClassificationList::PtrConst> parts;
-    PtrConst existing;
-    CommListDedupTableBase const* const base = table;
-    bool const partsInterned = findInterned(
-        base->dedupTable().ptr(),
-        [table](ExtCommClassification classification) {
-            return classification == extCommClassificationRouteTarget
-                       ? table->rtExtCommClassificationListDedupTableRaw()
-                       : table->extCommClassificationListDedupTableRaw();
-        },
-        parts, existing);
-    if (!partsInterned)
-        return nullptr;
-    if (existing != nullptr)
-        return existing;
-
-    classificationLists_.assignSorted(parts.lists.data(), parts.present);
-    CommunityNotes notes;
-    for (ExtComm::PtrConst const& comm : commVector_)
-        notes.note(*comm, true);
-    CommVectorAttrs attrs;
-    attrs.sortedIs(true);
-    attrs.hasLinkBandwidthIs(parts.counts[extCommClassificationLinkBandwidth] != 0);
-    attrs.hasLinkBandwidthWithUnspecifiedAsNumberIs(notes.linkBandwidthWithUnspecifiedAsNumber);
-    attrs.hasOriginValidationStateIs(parts.counts[extCommClassificationOriginValidationState] != 0);
-    attrs.hasPolicyMatchStrepUICommunitiesIs(notes.policyMatchStrepUI);
-    attrs.hasPrunableValuesIs(
-        std::any_of(parts.lists.begin(), parts.lists.begin() + parts.present,
-                    [](auto const& list) { return list->hasPrunableValues(); }));
-    commVectorAttrsIs(attrs);
-    totalTransitiveCommunitiesIs(notes.transitive);
-    return insertInto(base->dedupTable().ptr());
-}
-
 ExtCommList::PtrConst ExtCommList::prune(ExtCommListDedupTable const* table) const {
     if (!hasPrunableValues())
         return PtrConst(this);
     KIV_ASSERT(isDeduped());
     Ptr pruned = extCommListFactory();
-    for (ExtCommClassificationList::PtrConst const& list : classificationLists_) {
+    for (ExtCommClassificationList::PtrConst const& list : classificationLists()) {
         if (list->hasPrunableValues())
             pruned->appendVector(list->prune());
         else
@@ -240,11 +262,12 @@ ExtCommList::PtrConst ExtCommList::prune(ExtCommListDedupTable const* table) con
 }
 
 U32 ExtCommList::hash() const {
-    return hashIdentities(classificationLists_);
+    KIV_ASSERT(isDeduped());
+    return hashIdentities(classificationLists());
 }
 
 bool ExtCommList::compare(Vok::DedupHandle const* other) const {
-    return classificationLists_ == static_cast<ExtCommList const*>(other)->classificationLists_;
+    return commVector_ == static_cast<ExtCommList const*>(other)->commVector_;
 }
 
 U32 ExtCommList::stash(KivStash::StoreManager* storeManager) const {

@@ -176,21 +176,48 @@ void ExtCommListDedupTable::handleInitialized() {
     bool const multiThreaded = VoBgpGlobals::multiThreaded();
     extCommClassificationListDedupTable_ = Vok::DedupHashTableUnorderedSet::create(multiThreaded);
     rtExtCommClassificationListDedupTable_ = Vok::DedupHashTableUnorderedSet::create(multiThreaded);
-    notifyingRtExtCommListCollectionIs();
-    rtExtCommListLifeTimeNotifieeIs(notifyingRtExtCommListCollection_);
+    // Set up directly: building the set is not watching it.
+    notifyingRtExtCommListCollection_ = notifyingRtExtCommListCollectionFactory();
+    rtExtCommListLifeTimeNotifiee_ =
+        rtExtCommListLifeTimeNotifieeFactory(notifyingRtExtCommListCollection_);
+    rtExtCommClassificationListDedupTable_->lifeTimeNotifieeIs(rtExtCommListLifeTimeNotifiee_);
+}
+
+void ExtCommListDedupTable::eagerBuild() const {
+    std::lock_guard<std::mutex> lock(eagerMutex_);
+    if (eagerDone_.load(std::memory_order_relaxed))
+        return;
+    // Switched before the scan: a list entering meanwhile is either in the
+    // table when the scan passes its shard, or its dedup sees the switch
+    // (ExtCommList::dedup reads it after the insert; the shard lock orders
+    // the two).
+    eager_.store(true, std::memory_order_seq_cst);
+    std::vector<ExtCommList::PtrConst> lists;
+    lists.reserve(dedupTable()->size());
+    // A counted reference taken under the shard's lock, as a lookup takes it.
+    dedupTable()->forEach([&](Vok::DedupHandle const* handle) {
+        lists.emplace_back(static_cast<ExtCommList const*>(handle));
+    });
+    for (ExtCommList::PtrConst const& list : lists)
+        list->classificationLists();
+    lists.clear();
+    eagerDone_.store(true, std::memory_order_release);
 }
 
 void ExtCommListDedupTable::notifyingRtExtCommListCollectionIs() {
+    classificationListsEagerIs();
     notifyingRtExtCommListCollection_ = notifyingRtExtCommListCollectionFactory();
 }
 
 void ExtCommListDedupTable::rtExtCommListLifeTimeNotifieeIs(
     NotifyingRtExtCommListCollection::Ptr const& collection) {
+    classificationListsEagerIs();
     rtExtCommListLifeTimeNotifiee_ = rtExtCommListLifeTimeNotifieeFactory(collection);
     rtExtCommClassificationListDedupTable_->lifeTimeNotifieeIs(rtExtCommListLifeTimeNotifiee_);
 }
 
 void ExtCommListDedupTable::rtExtCommListLifeTimeNotifieeDel() {
+    classificationListsEagerIs();
     rtExtCommClassificationListDedupTable_->lifeTimeNotifieeIs(nullptr);
     rtExtCommListLifeTimeNotifiee_ = nullptr;
 }
@@ -206,6 +233,7 @@ void ExtCommListDedupTable::dumpEntry(Vok::DumpContext const& dumpCtx, U32 inden
 }
 
 void ExtCommListDedupTable::dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const {
+    classificationListsEagerIs();
     U32 const tableIndent = indentCount == 0 ? 0 : indentCount + 4;
     dumpLine(dumpCtx, indentCount, 0, "ExtCommListDedupTable");
     dumpLine(dumpCtx, indentCount, 2, "extComm");

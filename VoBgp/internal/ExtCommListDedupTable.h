@@ -6,6 +6,15 @@
 // classification lists, which have a table of their own because other parts
 // of the agent watch them come and go.
 //
+// Classification lists are built when something asks for them (see
+// ExtCommListImpl.h), so by default the classification tables, and with
+// them the route-target notifiers, hold only what has been asked for. The
+// first time anyone reaches the collection, the notifiee, a classification
+// table or a dump through this object (any accessor below), the table set
+// switches to eager building: it splits every list interned so far before
+// the accessor returns, and every list interned from then on as it enters.
+// Whoever can watch therefore sees exactly what always splitting would show.
+//
 // Route-target list lifetime: the notifiee on the route-target table gives
 // every interned RtExtCommClassificationList an RtExtCommListLifeTimeNotifier
 // when it enters the table, and adds that notifier to
@@ -27,6 +36,7 @@
 //     rtExtCommClassification    then the route-target table
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <mutex>
 #include <vector>
@@ -146,31 +156,50 @@ class ExtCommListDedupTable final : public CommListDedupTableBase {
 
     static Ptr ExtCommListDedupTableIs();
 
+    // Each accessor below first switches the table set to eager building
+    // (classificationListsEagerIs).
     Vok::DedupHashTable::Ptr const& extCommClassificationListDedupTable() const {
+        classificationListsEagerIs();
         return extCommClassificationListDedupTable_;
     }
     Vok::DedupHashTable const* extCommClassificationListDedupTableRaw() const {
-        return extCommClassificationListDedupTable_.ptr();
+        return extCommClassificationListDedupTable().ptr();
     }
     Vok::DedupHashTable::Ptr const& rtExtCommClassificationListDedupTable() const {
+        classificationListsEagerIs();
         return rtExtCommClassificationListDedupTable_;
     }
     Vok::DedupHashTable const* rtExtCommClassificationListDedupTableRaw() const {
-        return rtExtCommClassificationListDedupTable_.ptr();
+        return rtExtCommClassificationListDedupTable().ptr();
     }
 
     NotifyingRtExtCommListCollection::Ptr const& notifyingRtExtCommListCollection() const {
+        classificationListsEagerIs();
         return notifyingRtExtCommListCollection_;
     }
     void notifyingRtExtCommListCollectionIs();
-    void notifyingRtExtCommListCollectionDel() { notifyingRtExtCommListCollection_ = nullptr; }
+    void notifyingRtExtCommListCollectionDel() {
+        classificationListsEagerIs();
+        notifyingRtExtCommListCollection_ = nullptr;
+    }
     RtExtCommListLifeTimeNotifiee::Ptr const& rtExtCommListLifeTimeNotifiee() const {
+        classificationListsEagerIs();
         return rtExtCommListLifeTimeNotifiee_;
     }
     // Creates the notifiee over `collection` and installs it on the
     // route-target table.
     void rtExtCommListLifeTimeNotifieeIs(NotifyingRtExtCommListCollection::Ptr const& collection);
     void rtExtCommListLifeTimeNotifieeDel();
+
+    // Whether lists are split as they are interned; a list interned while
+    // this is false may not be split yet.
+    bool classificationListsEager() const { return eager_.load(std::memory_order_seq_cst); }
+    // Switches to eager building: splits every list interned so far (once;
+    // a caller on another thread meanwhile waits until that is done).
+    void classificationListsEagerIs() const {
+        if (!eagerDone_.load(std::memory_order_acquire))
+            eagerBuild();
+    }
 
     // Interns `list` (ExtCommList::dedup, from the table's side).
     ExtCommList::PtrConst dedup(ExtCommList* list) const;
@@ -185,13 +214,27 @@ class ExtCommListDedupTable final : public CommListDedupTableBase {
   private:
     template <class T, class... Args>
     friend Kiv::Ptr<T> Kiv::makeActive(Args&&... args);
+    friend class ExtCommList;
+    friend class ExtCommClassificationList;
     ExtCommListDedupTable() { handleInitialized(); }
     void handleInitialized();
+    void eagerBuild() const;
+    // For interning, which must not count as watching.
+    Vok::DedupHashTable const* classificationTable(ExtCommClassification classification) const {
+        return classification == extCommClassificationRouteTarget
+                   ? rtExtCommClassificationListDedupTable_.ptr()
+                   : extCommClassificationListDedupTable_.ptr();
+    }
 
     Vok::DedupHashTable::Ptr extCommClassificationListDedupTable_;
     NotifyingRtExtCommListCollection::Ptr notifyingRtExtCommListCollection_;
     RtExtCommListLifeTimeNotifiee::Ptr rtExtCommListLifeTimeNotifiee_;
     Vok::DedupHashTable::Ptr rtExtCommClassificationListDedupTable_;
+    // eager_ on: lists are split as they enter; eagerDone_ on: and every
+    // earlier one has been split.
+    mutable std::atomic<bool> eager_{false};
+    mutable std::atomic<bool> eagerDone_{false};
+    mutable std::mutex eagerMutex_;
 };
 
 inline ExtCommListDedupTable::Ptr extCommListDedupTableFactory() {

@@ -3,24 +3,37 @@
 // ExtCommList: the interned list of the extended communities of one route's
 // EXTENDED COMMUNITIES path attribute (RFC 4360, attribute type 16).
 //
-// Besides the flat vector of all its communities (ascending by value once
-// sorted) it holds the same communities split by classification into
-// interned ExtCommClassificationLists, so that routes sharing, say, only
-// their route targets share the route-target list. Its identity is that of
-// its classification lists: it hashes and compares their addresses, a
-// handful of pointers, never the communities again.
+// It holds the flat vector of its communities (ascending by value once
+// sorted); its identity, equality and placement are those of the values
+// (interned communities: equal values are the same objects).
+//
+// The same communities split by classification into interned
+// ExtCommClassificationLists (so that routes sharing, say, only their route
+// targets share the route-target list) are built when something first asks
+// for them: classificationList(s), hash() (defined over their identities),
+// prune, snapshots and the forms that print them. An interned list builds
+// them once, on whichever thread asks first, and publishes the array
+// atomically (a thread that loses the race drops its own build, which holds
+// the same interned lists); readers always see the complete set. Most
+// received lists are never asked, and then cost their one block alone, and
+// their last release frees just that block. Once anyone watches the
+// route-target lists' collection (ExtCommListDedupTable), every list of that
+// table set is split at once and every later one as it is interned, so the
+// collection holds exactly what it would if lists were always split.
 //
 // Lifecycle: private and appendable (commIs, append...) from its factory
-// until dedup(table), which sorts it, splits it, interns the classification
-// lists, computes the cached bits and returns the one shared list with that
-// content. When the classification lists and the list itself are interned
-// already, dedup finds them by lookups without building anything.
+// until dedup(table), which sorts it, computes the cached bits from the
+// values and returns the one shared list with that content.
+// createClassificationListVector(false) splits a private list for display
+// (its classification lists never interned); such a list is not to be
+// interned.
 //
 // Cached bits (CommVectorAttrs) live in the low octet of the handle's
 // user-data word; they answer what best-path and export code ask often. The
 // count of transitive communities lives above them (transitiveFromUserData).
 #pragma once
 
+#include <atomic>
 #include <span>
 
 #include "KivStash/DedupHandle.h"
@@ -86,11 +99,17 @@ class ExtCommList final : public KivStash::DedupHandle,
 
     U32 totalCommunities() const;
     U32 totalTransitiveCommunities() const { return transitiveFromUserData(userData()); }
-    ExtCommClassificationLists const& classificationLists() const { return classificationLists_; }
+    // Built on first demand (see above); empty for a private list that was
+    // not split for display.
+    ExtCommClassificationLists const& classificationLists() const {
+        if (ExtCommClassificationLists const* built = built_.load(std::memory_order_acquire))
+            return *built;
+        return classificationListsBuilt();
+    }
     // The list of that classification, or null.
     ExtCommClassificationList const* classificationList(
         ExtCommClassification classification) const {
-        return classificationLists_.lookup(classification);
+        return classificationLists().lookup(classification);
     }
 
     // The cached bits. An octet above 63 in the word is fatal.
@@ -146,8 +165,9 @@ class ExtCommList final : public KivStash::DedupHandle,
     // selected communities in list order; the empty string when none is.
     Kiv::String serialize(Serialization serialization) const;
 
-    // Sorts the vector and distributes it into classification lists; outside
-    // dedup mode (snapshots, displays) these are marked never to be interned.
+    // Sorts the vector and computes the cached bits; outside dedup mode
+    // (snapshots, displays) also splits it into classification lists marked
+    // never to be interned.
     void createClassificationListVector(bool dedupMode);
     PtrConst dedup(ExtCommListDedupTable const* table);
     // The interned list of `table` holding exactly the communities `values`
@@ -165,7 +185,11 @@ class ExtCommList final : public KivStash::DedupHandle,
     // left.
     PtrConst prune(ExtCommListDedupTable const* table) const;
 
+    // Over the classification lists' identities (builds them); interned
+    // lists only.
     U32 hash() const override;
+    // The same members (identities) in the same order: the same values, and
+    // so the same classification lists.
     bool compare(Vok::DedupHandle const* other) const override;
     // By the members' values (ListPlacement), which a lookup from received
     // values computes without interning anything.
@@ -189,28 +213,40 @@ class ExtCommList final : public KivStash::DedupHandle,
     static Ptr destash(void const* image, KivStash::StoreManager* storeManager,
                        ExtCommDedupTable const* extCommTable);
 
+    ~ExtCommList() override;
+
   private:
     friend class ExtCommVectorMembers<ExtCommList, ExtComm>;
     // Received values sorted on the stack; longer lists use the heap.
     static constexpr std::size_t receivedOnStack = 32;
-    // One classification list per classification present, densely.
-    static constexpr bool slotPerClassification = false;
+    // No room for classification lists in the list's block: they come later.
+    static constexpr bool classificationListsOnDemand = true;
 
     ExtCommList() = default;
-    // dedup without building anything when every classification list is
-    // interned already; null when one is not.
-    PtrConst dedupFromInterned(ExtCommListDedupTable const* table);
+
+    // Sorts the members and sets the cached bits and the transitive count
+    // from them; outside interning (forInterning false) only what displays
+    // read, as the split for display always did.
+    void noteMembers(bool forInterning);
+    // The first build of an interned list's classification lists, published
+    // once; an empty container for a private list.
+    ExtCommClassificationLists const& classificationListsBuilt() const;
+    // A new container of the members' classification lists: found or
+    // interned in `table`, or private ones (never to be interned) for null.
+    ExtCommClassificationLists* classificationListsOf(ExtCommListDedupTable const* table) const;
 
     void totalTransitiveCommunitiesIs(U32 count) {
         userDataIs(userDataWithTransitive(userData(), count));
     }
 
-    ExtCommClassificationLists classificationLists_;
+    // Null until built; then owned, freed with the list.
+    mutable std::atomic<ExtCommClassificationLists*> built_{nullptr};
 };
 
 // On 64-bit hosts: the handle (24 octets), the member vector and the
-// classification lists (a word each); a list interned from received values
-// has both arrays in its own block, the classification lists first.
+// classification lists' container (a word each, the latter null until
+// built); a list interned from received values has its members in its own
+// block.
 static_assert(sizeof(void*) != 8 || sizeof(ExtCommList) == 40);
 // One attribute carries 8,191 extended communities (RFC 4360) at most.
 static_assert(pathAttributeValueFits(8191 * 8) && !pathAttributeValueFits(8192 * 8));

@@ -246,7 +246,8 @@ class ExtCommVectorMembers {
     // a lookup that builds nothing, else built from `valueTable`'s
     // communities and interned by dedup.
     //
-    // A list built here is one block: the object, then room for its
+    // A list built here is one block: the object, then (unless Derived
+    // builds them on demand, classificationListsOnDemand) room for its
     // classification lists (Derived::classificationLists_, as many as its
     // members will need), then its members. The members are interned first,
     // since their classifications size the block.
@@ -270,15 +271,21 @@ class ExtCommVectorMembers {
         for (Key const& key : values)
             pending.push_back(valueTable->intern(typename ValueTable::Content(key)));
 
-        using ListPtr = typename decltype(Derived::classificationLists_)::value_type;
-        static_assert(sizeof(ListPtr) == sizeof(CommPtrConst) &&
-                      alignof(ListPtr) == alignof(CommPtrConst));
-        std::size_t const slots = classificationSlots(pending);
-        auto* const raw = ::new (tailBlock<Derived, CommPtrConst>(slots + pending.size())) Derived;
+        Derived* raw = nullptr;
+        if constexpr (Derived::classificationListsOnDemand) {
+            raw = ::new (tailBlock<Derived, CommPtrConst>(pending.size())) Derived;
+            raw->commVector_.tailIs(tailOf<CommPtrConst>(raw), pending.size());
+        } else {
+            using ListPtr = typename decltype(Derived::classificationLists_)::value_type;
+            static_assert(sizeof(ListPtr) == sizeof(CommPtrConst) &&
+                          alignof(ListPtr) == alignof(CommPtrConst));
+            std::size_t const slots = classificationSlots(pending);
+            raw = ::new (tailBlock<Derived, CommPtrConst>(slots + pending.size())) Derived;
+            ListPtr* const tail = tailOf<ListPtr>(raw);
+            raw->classificationLists_.tailIs(tail, static_cast<U32>(slots));
+            raw->commVector_.tailIs(reinterpret_cast<CommPtrConst*>(tail + slots), pending.size());
+        }
         Kiv::Ptr<Derived> list(raw);
-        ListPtr* const tail = tailOf<ListPtr>(raw);
-        raw->classificationLists_.tailIs(tail, static_cast<U32>(slots));
-        raw->commVector_.tailIs(reinterpret_cast<CommPtrConst*>(tail + slots), pending.size());
         for (CommPtrConst& member : pending)
             raw->commVector_.push_back(std::move(member));
         return list->dedup(listTable);

@@ -95,6 +95,15 @@ class DedupHashTable : public Kiv::PtrInterface {
     // handleNotificationStop.
     void lifeTimeNotifieeIs(DedupHashTableLifeTimeNotifiee::Ptr const& notifiee);
 
+    // Whoever the table belongs to, for code that reaches the table from one
+    // of its handles (DedupHandle::dedupTable) and needs the owner's other
+    // tables; opaque here, null until set. The owner clears it before it
+    // goes, since handles may outlive it.
+    void const* owner() const noexcept { return owner_.load(std::memory_order_acquire); }
+    void ownerIs(void const* owner) const noexcept {
+        owner_.store(owner, std::memory_order_release);
+    }
+
     // Calls `visit` on every entry (under the shard locks); for dumps and tests.
     template <class Visit>
     void forEach(Visit&& visit) const {
@@ -213,6 +222,7 @@ class DedupHashTable : public Kiv::PtrInterface {
     std::size_t shardCount_;
     U16 id_;
     DedupHashTableLifeTimeNotifiee::Ptr lifeTimeNotifiee_;
+    mutable std::atomic<void const*> owner_{nullptr};
 };
 
 // The hash-set implementation of DedupHashTable; the name says what it is to
