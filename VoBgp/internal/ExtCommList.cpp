@@ -188,7 +188,7 @@ ExtCommClassificationLists* ExtCommList::classificationListsOf(
     return ExtCommClassificationLists::created(parts.begin(), static_cast<U32>(parts.size()));
 }
 
-ExtCommClassificationLists const& ExtCommList::classificationListsBuilt() const {
+ExtCommClassificationLists const& ExtCommList::classificationListsFirst() const {
     static ExtCommClassificationLists const none;
     if (!isDeduped())
         return none;

@@ -104,7 +104,11 @@ class ExtCommList final : public KivStash::DedupHandle,
     ExtCommClassificationLists const& classificationLists() const {
         if (ExtCommClassificationLists const* built = built_.load(std::memory_order_acquire))
             return *built;
-        return classificationListsBuilt();
+        return classificationListsFirst();
+    }
+    // Whether they are built already (asking builds nothing).
+    bool classificationListsSplit() const {
+        return built_.load(std::memory_order_acquire) != nullptr;
     }
     // The list of that classification, or null.
     ExtCommClassificationList const* classificationList(
@@ -230,7 +234,7 @@ class ExtCommList final : public KivStash::DedupHandle,
     void noteMembers(bool forInterning);
     // The first build of an interned list's classification lists, published
     // once; an empty container for a private list.
-    ExtCommClassificationLists const& classificationListsBuilt() const;
+    ExtCommClassificationLists const& classificationListsFirst() const;
     // A new container of the members' classification lists: found or
     // interned in `table`, or private ones (never to be interned) for null.
     ExtCommClassificationLists* classificationListsOf(ExtCommListDedupTable const* table) const;
