@@ -155,6 +155,9 @@ class ExtCommListDedupTable final : public CommListDedupTableBase {
     using RawPtrConst = ExtCommListDedupTable const*;
 
     static Ptr ExtCommListDedupTableIs();
+    // Lists asked for their split from now on (an observer told of the
+    // route-target lists leaving, say) make private ones: the tables go.
+    ~ExtCommListDedupTable() override { dedupTable()->ownerIs(nullptr); }
 
     // Each accessor below first switches the table set to eager building
     // (classificationListsEagerIs).
