@@ -439,6 +439,10 @@ TEST(ListFastPathFlagsTest, ExtendedListsSplitOnlyWhenAskedAndOnce) {
     std::size_t const again = allocations;
     EXPECT_EQ(2u, lists[1]->classificationLists().size());
     EXPECT_EQ(0u, allocations - again) << "split once";
+    EXPECT_FALSE(lists[3]->classificationListsSplit());
+    // Reaching a route-target notifier is watching: every list is split.
+    EXPECT_NE(nullptr, static_cast<RtExtCommClassificationList const*>(rts)->lifeTimeNotifier());
+    EXPECT_TRUE(lists[3]->classificationListsSplit());
 }
 
 TEST(ListFastPathFlagsTest, StandardListBuiltOnAMissCachesItsFlags) {

@@ -99,11 +99,19 @@ void RtExtCommClassificationList::lifeTimeNotifierIs(NotifierPtr const& notifier
     lifeTimeNotifier_ = notifier;
 }
 
+void RtExtCommClassificationList::watched() const {
+    if (Vok::DedupHashTable const* const table = dedupTable())
+        if (void const* const owner = table->owner())
+            static_cast<ExtCommListDedupTable const*>(owner)->classificationListsEagerIs();
+}
+
 RtExtCommListLifeTimeNotifier const* RtExtCommClassificationList::lifeTimeNotifier() const {
+    watched();
     return lifeTimeNotifier_.ptr();
 }
 
 RtExtCommClassificationList::NotifierPtr RtExtCommClassificationList::getLifeTimeNotifier() const {
+    watched();
     return lifeTimeNotifier_;
 }
 

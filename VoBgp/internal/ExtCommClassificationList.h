@@ -112,6 +112,9 @@ class RtExtCommClassificationList final : public ExtCommClassificationList {
     // Set by the route-target table's lifetime notifiee while the list is
     // interned (hence const: the notifier is not part of the content).
     void lifeTimeNotifierIs(NotifierPtr const& notifier) const;
+    // Whoever reaches the notifier can watch the list's lifetime: these two
+    // switch the list's table set to eager building first, as its
+    // collection's accessor does (ExtCommListDedupTable.h).
     RtExtCommListLifeTimeNotifier const* lifeTimeNotifier() const;
     // A new reference, or null.
     NotifierPtr getLifeTimeNotifier() const;
@@ -120,7 +123,11 @@ class RtExtCommClassificationList final : public ExtCommClassificationList {
 
   private:
     friend class ExtCommVectorMembers<ExtCommClassificationList, ExtComm>;
+    friend class RtExtCommListLifeTimeNotifiee;
     using ExtCommClassificationList::ExtCommClassificationList;
+    // The notifiee's own view, under the table's lock: no switch.
+    RtExtCommListLifeTimeNotifier const* notifierRaw() const { return lifeTimeNotifier_.ptr(); }
+    void watched() const;
     mutable NotifierPtr lifeTimeNotifier_;
 };
 

@@ -128,7 +128,7 @@ RtExtCommListLifeTimeNotifiee::Ptr RtExtCommListLifeTimeNotifiee::RtExtCommListL
 
 void RtExtCommListLifeTimeNotifiee::handleInsert(Vok::DedupHandle const* handle) {
     auto const* rtExtCommList = static_cast<RtExtCommClassificationList const*>(handle);
-    KIV_ASSERT(nullptr == rtExtCommList->lifeTimeNotifier(),
+    KIV_ASSERT(nullptr == rtExtCommList->notifierRaw(),
                "__null == rtExtCommList->lifeTimeNotifier()");
     RtExtCommListLifeTimeNotifier::Ptr const notifier(
         new RtExtCommListLifeTimeNotifier(Vok::DedupHandle::PtrConst(handle)));
@@ -142,7 +142,7 @@ void RtExtCommListLifeTimeNotifiee::handleRemove(Vok::DedupHandle const* handle)
     auto const* rtExtCommList = static_cast<RtExtCommClassificationList const*>(handle);
     // The list's own reference keeps the notifier until it is taken below:
     // no counted copy (two atomic operations on every such release).
-    RtExtCommListLifeTimeNotifier const* const lifeTimeNotifier = rtExtCommList->lifeTimeNotifier();
+    RtExtCommListLifeTimeNotifier const* const lifeTimeNotifier = rtExtCommList->notifierRaw();
     if (lifeTimeNotifier == nullptr)
         return;
     // The observers see the list go while it is still whole and names its
@@ -161,8 +161,7 @@ void RtExtCommListLifeTimeNotifiee::handleNotificationStop(Vok::DedupHashTable c
         if (rtExtCommList == nullptr)
             continue;
         RtExtCommListLifeTimeNotifier::Ptr const lifeTimeNotifier =
-            rtExtCommList->getLifeTimeNotifier();
-        rtExtCommList->lifeTimeNotifierIs(nullptr);
+            rtExtCommList->lifeTimeNotifierTake();
         if (lifeTimeNotifier != nullptr)
             lifeTimeNotifier->dedupHandleDel();
     }
@@ -181,6 +180,10 @@ void ExtCommListDedupTable::handleInitialized() {
     rtExtCommListLifeTimeNotifiee_ =
         rtExtCommListLifeTimeNotifieeFactory(notifyingRtExtCommListCollection_);
     rtExtCommClassificationListDedupTable_->lifeTimeNotifieeIs(rtExtCommListLifeTimeNotifiee_);
+    // A route-target list reaches this set from itself (its notifier's
+    // accessors switch to eager building).
+    rtExtCommClassificationListDedupTable_->ownerIs(
+        static_cast<ExtCommListDedupTable const*>(this));
 }
 
 void ExtCommListDedupTable::eagerBuild() const {

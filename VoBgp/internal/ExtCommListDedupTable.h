@@ -10,7 +10,8 @@
 // ExtCommListImpl.h), so by default the classification tables, and with
 // them the route-target notifiers, hold only what has been asked for. The
 // first time anyone reaches the collection, the notifiee, a classification
-// table or a dump through this object (any accessor below), the table set
+// table or a dump through this object (any accessor below), or a notifier
+// through a route-target list (RtExtCommClassificationList), the table set
 // switches to eager building: it splits every list interned so far before
 // the accessor returns, and every list interned from then on as it enters.
 // Whoever can watch therefore sees exactly what always splitting would show.
@@ -157,7 +158,10 @@ class ExtCommListDedupTable final : public CommListDedupTableBase {
     static Ptr ExtCommListDedupTableIs();
     // Lists asked for their split from now on (an observer told of the
     // route-target lists leaving, say) make private ones: the tables go.
-    ~ExtCommListDedupTable() override { dedupTable()->ownerIs(nullptr); }
+    ~ExtCommListDedupTable() override {
+        dedupTable()->ownerIs(nullptr);
+        rtExtCommClassificationListDedupTable_->ownerIs(nullptr);
+    }
 
     // Each accessor below first switches the table set to eager building
     // (classificationListsEagerIs).
