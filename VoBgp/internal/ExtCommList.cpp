@@ -122,14 +122,29 @@ void ExtCommList::noteMembers(bool forInterning) {
 }
 
 void ExtCommList::createClassificationListVector(bool dedupMode) {
-    noteMembers(dedupMode);
-    if (dedupMode)
-        return;  // interned lists split on demand
-    delete built_.exchange(classificationListsOf(nullptr), std::memory_order_acq_rel);
+    createClassificationListVector(dedupMode, true);
 }
 
-ExtCommClassificationLists* ExtCommList::classificationListsOf(
-    ExtCommListDedupTable const* table) const {
+void ExtCommList::createClassificationListVector(bool dedupMode, bool keepSplit) {
+    noteMembers(dedupMode);
+    if (ExtCommClassificationLists* const before =
+            built_.exchange(nullptr, std::memory_order_acq_rel)) {
+        // A split kept from an earlier call is dropped; one made for display
+        // must not be about to be interned.
+        for (ExtCommClassificationList::PtrConst const& _classificationList : *before)
+            KIV_ASSERT(!dedupMode || _classificationList == nullptr ||
+                           _classificationList->dedupState() == Vok::dedupHandleStateNeverDeduped(),
+                       "__null == ( _classificationList ) || ( _classificationList )->dedupState() "
+                       "== Vok::dedupHandleStateNeverDeduped()");
+        delete before;
+    }
+    // Interned lists split on demand, from their table set's shared lists.
+    if (keepSplit)
+        built_.store(classificationListsOf(nullptr, !dedupMode), std::memory_order_release);
+}
+
+ExtCommClassificationLists* ExtCommList::classificationListsOf(ExtCommListDedupTable const* table,
+                                                               bool forDisplay) const {
     KIV_ASSERT(commVectorSorted());
     std::array<U32, 256> counts{};
     std::size_t present = 0;
@@ -179,7 +194,8 @@ ExtCommClassificationLists* ExtCommList::classificationListsOf(
             part->checkPrunable(comm);
         });
         if (table == nullptr) {
-            part->dedupStateNotToBeDedupedIs();
+            if (forDisplay)
+                part->dedupStateNotToBeDedupedIs();
             parts.push_back(Part(std::move(part)));
         } else {
             parts.push_back(part->dedup(table));
@@ -221,9 +237,7 @@ ExtCommList::PtrConst ExtCommList::dedup(ExtCommListDedupTable const* table) {
     KIV_ASSERT(dedupState() == Vok::dedupHandleStateNeverDeduped(),
                "__null == ( this ) || ( this )->dedupState() == "
                "Vok::dedupHandleStateNeverDeduped()");
-    KIV_ASSERT(built_.load(std::memory_order_relaxed) == nullptr,
-               "a list split for display is not to be interned");
-    noteMembers(true);
+    createClassificationListVector(true, false);
     CommListDedupTableBase const* const base = table;
     PtrConst interned = insertInto(base->dedupTable().ptr());
     // Checked after the insert: either the table set's switch to eager
@@ -262,7 +276,12 @@ ExtCommList::PtrConst ExtCommList::prune(ExtCommListDedupTable const* table) con
 }
 
 U32 ExtCommList::hash() const {
-    KIV_ASSERT(isDeduped());
+    if (!isDeduped()) {
+        // A private list hashes what it was split into, if anything; its
+        // classification lists are not interned, which the mix refuses.
+        ExtCommClassificationLists const* const split = built_.load(std::memory_order_acquire);
+        return split == nullptr ? 0 : hashIdentities(*split);
+    }
     return hashIdentities(classificationLists());
 }
 

@@ -26,7 +26,7 @@
 // values and returns the one shared list with that content.
 // createClassificationListVector(false) splits a private list for display
 // (its classification lists never interned); such a list is not to be
-// interned.
+// interned. A private list's hash() mixes the lists it was split into.
 //
 // Cached bits (CommVectorAttrs) live in the low octet of the handle's
 // user-data word; they answer what best-path and export code ask often. The
@@ -169,9 +169,10 @@ class ExtCommList final : public KivStash::DedupHandle,
     // selected communities in list order; the empty string when none is.
     Kiv::String serialize(Serialization serialization) const;
 
-    // Sorts the vector and computes the cached bits; outside dedup mode
-    // (snapshots, displays) also splits it into classification lists marked
-    // never to be interned.
+    // Sorts the vector, computes the cached bits and splits it into private
+    // classification lists; outside dedup mode (snapshots, displays) those
+    // are marked never to be interned. dedup drops such a split (interned
+    // lists split on demand) and refuses one made for display.
     void createClassificationListVector(bool dedupMode);
     PtrConst dedup(ExtCommListDedupTable const* table);
     // The interned list of `table` holding exactly the communities `values`
@@ -237,7 +238,11 @@ class ExtCommList final : public KivStash::DedupHandle,
     ExtCommClassificationLists const& classificationListsFirst() const;
     // A new container of the members' classification lists: found or
     // interned in `table`, or private ones (never to be interned) for null.
-    ExtCommClassificationLists* classificationListsOf(ExtCommListDedupTable const* table) const;
+    // forDisplay marks private ones never to be interned.
+    ExtCommClassificationLists* classificationListsOf(ExtCommListDedupTable const* table,
+                                                      bool forDisplay = true) const;
+    // keepSplit false: only the sorting and the cached bits (interning).
+    void createClassificationListVector(bool dedupMode, bool keepSplit);
 
     void totalTransitiveCommunitiesIs(U32 count) {
         userDataIs(userDataWithTransitive(userData(), count));
