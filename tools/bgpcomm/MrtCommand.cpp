@@ -297,12 +297,16 @@ void MrtRun::batch(Lane& lane, RouteBatch const& batch) {
         if (!filter.passesOrigin(hasOrigin, origin))
             return;
     }
-    if (batch.attrs)
+    if (lane.cache) {
+        // The previous route's lists go back into credit, unless kept.
+        lane.cache->giveBack(comms);
+        if (batch.attrs)
+            lane.cache->path(*batch.attrs, &comms);
+    } else if (batch.attrs) {
         ingest_->path(*batch.attrs, &comms);
-    else
+    } else {
         comms = RouteComms{};
-    if (lane.kept && !options_.stats)
-        lane.kept->push_back(comms);
+    }
     if (!filter.passesComms(comms, *ingest_))
         return;
     if (batch.attrs) {
@@ -327,7 +331,7 @@ void MrtRun::batch(Lane& lane, RouteBatch const& batch) {
             options_.observer(view);
         if (options_.stats) {
             if (lane.held)
-                lane.held->push_back(comms);
+                lane.held->push_back(lane.cache ? lane.cache->copy(comms) : comms);
             else
                 stats_.hold(comms);
         }
