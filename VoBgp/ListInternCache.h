@@ -32,7 +32,8 @@
 //   - Destroy (or flush) a cache before its tables.
 //   - At most `capacity` lists are cached; a miss beyond that flushes the
 //     whole cache first (popular lists come back at once), so a long run
-//     keeps no more lists alive than that.
+//     keeps no more lists alive than that. A cached list costs one 8-octet
+//     slot (the table is at most 3/4 full).
 //
 // Why a list's count never reaches the table's own reference while a
 // reference is out: the count is the table's reference plus every cache's
@@ -55,6 +56,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <span>
 
@@ -152,10 +154,10 @@ class ListInternCache {
                 return Kind::key(member);
             });
         };
-        if (mask_ != 0)
-            for (std::size_t i = placement & mask_; slots_[i].list; i = (i + 1) & mask_)
-                if (slots_[i].placement == placement && same(slots_[i].list))
-                    return handOut(slots_[i]);
+        U64 const fingerprint = fingerprintOf(placement);
+        for (std::size_t i = placement & mask_; slots_[i] != 0; i = (i + 1) & mask_)
+            if ((slots_[i] & fingerprintMask) == fingerprint && same(listOf(slots_[i])))
+                return handOut(slots_[i]);
         PtrConst list = Kind::listTable(tables_)->dedupTable()->template lookup<List>(
             placement, [&](List const* candidate) {
                 return same(candidate) && Kind::inValueTable(*candidate, tables_);
@@ -168,17 +170,23 @@ class ListInternCache {
 
     // Another reference on `list`: from credit when the cache holds it.
     PtrConst copy(PtrConst const& list) {
-        if (Entry* entry = find(list.ptr()))
-            return handOut(*entry);
+        if (U64* slot = find(list.ptr()))
+            return handOut(*slot);
         return list;
     }
 
     // Takes the caller's reference back into credit when the cache holds the
     // list; releases it the ordinary way otherwise. `list` is null after.
     void giveBack(PtrConst& list) {
-        if (Entry* entry = find(list.ptr())) {
-            if (entry->credit != immortal)
-                ++entry->credit;
+        if (U64* slot = find(list.ptr())) {
+            U32 const credit = creditOf(*slot);
+            if (credit == maxCredit) {
+                // Full: half of it goes back to the count (more stays held).
+                list->referencesDecBy(maxCredit / 2);
+                *slot -= maxCredit / 2;
+            }
+            if (credit != immortal)
+                ++*slot;
             list.release();
             return;
         }
@@ -187,11 +195,10 @@ class ListInternCache {
 
     // Returns every list's credit (one atomic subtract each) and forgets them.
     void flush() {
-        for (std::size_t i = 0; mask_ != 0 && i <= mask_; ++i) {
-            Entry& entry = slots_[i];
-            if (entry.list && entry.credit != immortal)
-                entry.list->referencesDecBy(entry.credit);
-            entry = Entry{};
+        for (std::size_t i = 0; used_ != 0 && i <= mask_; ++i) {
+            if (slots_[i] != 0 && creditOf(slots_[i]) != immortal)
+                listOf(slots_[i])->referencesDecBy(creditOf(slots_[i]));
+            slots_[i] = 0;
         }
         used_ = 0;
     }
@@ -200,30 +207,44 @@ class ListInternCache {
     std::size_t size() const { return used_; }
 
   private:
-    struct Entry {
-        List const* list = nullptr;
-        U32 placement = 0;
-        // References the cache holds on `list`, at least one; `immortal` for
-        // a list whose count is saturated (it lives for good and counts no
-        // more).
-        U32 credit = 0;
-    };
-    static constexpr U32 immortal = ~U32(0);
+    // A slot is one word, so that the cache of a whole table's popular lists
+    // stays small beside the tables: the list's address (48 bits, what
+    // user-space addresses use on the 64-bit targets, as in the tables), 8
+    // bits of its placement hash that reject most other lists without
+    // reading them, and the references the cache holds on it: 1 to maxCredit,
+    // or `immortal` for a list whose count is saturated (it lives for good
+    // and counts no more). 0 is an empty slot.
+    static constexpr unsigned addressShift = 16;
+    static constexpr U64 fingerprintMask = 0xff00;
+    static constexpr U32 immortal = 0xff;
+    static constexpr U32 maxCredit = immortal - 1;
+    static_assert(batch + 1 <= maxCredit);
     static constexpr std::size_t receivedOnStack = 64;
+    // An empty table for the first probe, so that probes need no test.
+    static inline U64 const noSlots[1] = {0};
 
-    PtrConst handOut(Entry& entry) {
-        if (entry.credit == 1)
-            entry.credit = entry.list->referencesIncBy(batch) ? immortal : batch + 1;
-        if (entry.credit != immortal)
-            --entry.credit;
-        return PtrConst::adopt(entry.list);
+    // Bits 24..31: the home slot uses the low bits.
+    static U64 fingerprintOf(U32 placement) { return U64(placement >> 24) << 8; }
+    static List const* listOf(U64 slot) {
+        return reinterpret_cast<List const*>(static_cast<std::uintptr_t>(slot >> addressShift));
+    }
+    static U32 creditOf(U64 slot) { return static_cast<U32>(slot & 0xff); }
+
+    PtrConst handOut(U64& slot) {
+        List const* const list = listOf(slot);
+        U32 const credit = creditOf(slot);
+        if (credit == 1)
+            slot += list->referencesIncBy(batch) ? immortal - 1 : batch;
+        if (creditOf(slot) != immortal)
+            --slot;
+        return PtrConst::adopt(list);
     }
 
-    Entry* find(List const* list) {
-        if (list == nullptr || mask_ == 0)
+    U64* find(List const* list) {
+        if (list == nullptr)
             return nullptr;
-        for (std::size_t i = list->placementHash() & mask_; slots_[i].list; i = (i + 1) & mask_)
-            if (slots_[i].list == list)
+        for (std::size_t i = list->placementHash() & mask_; slots_[i] != 0; i = (i + 1) & mask_)
+            if (listOf(slots_[i]) == list)
                 return &slots_[i];
         return nullptr;
     }
@@ -233,33 +254,39 @@ class ListInternCache {
     void remember(List const* list) {
         if (used_ >= capacity_)
             flush();
-        if ((used_ + 1) * 2 > slotCount())
+        // At most 3/4 full: a probe for a list not cached ends soon.
+        if ((used_ + 1) * 4 > slotCount() * 3)
             grow();
-        bool const saturated = list->referencesIncBy(batch);
-        place(Entry{list, list->placementHash(), saturated ? immortal : batch});
+        auto const address = static_cast<U64>(reinterpret_cast<std::uintptr_t>(list));
+        KIV_ASSERT(address >> 48 == 0, "list address fits 48 bits");
+        U64 const credit = list->referencesIncBy(batch) ? immortal : batch;
+        place(address << addressShift | fingerprintOf(list->placementHash()) | credit);
         ++used_;
     }
-    std::size_t slotCount() const { return mask_ == 0 ? 0 : mask_ + 1; }
-    void place(Entry const& entry) {
-        std::size_t i = entry.placement & mask_;
-        while (slots_[i].list)
+    std::size_t slotCount() const { return slots_ == noSlots ? 0 : mask_ + 1; }
+    void place(U64 slot) {
+        std::size_t i = listOf(slot)->placementHash() & mask_;
+        while (slots_[i] != 0)
             i = (i + 1) & mask_;
-        slots_[i] = entry;
+        slots_[i] = slot;
     }
     void grow() {
         std::size_t const count = slotCount() == 0 ? 64 : slotCount() * 2;
-        std::unique_ptr<Entry[]> old = std::move(slots_);
+        std::unique_ptr<U64[]> old = std::move(owned_);
+        U64 const* const oldSlots = slots_;
         std::size_t const oldCount = slotCount();
-        slots_ = std::make_unique<Entry[]>(count);
+        owned_ = std::make_unique<U64[]>(count);
+        slots_ = owned_.get();
         mask_ = count - 1;
         for (std::size_t i = 0; i < oldCount; ++i)
-            if (old[i].list)
-                place(old[i]);
+            if (oldSlots[i] != 0)
+                place(oldSlots[i]);
     }
 
     Tables tables_;
     std::size_t capacity_;
-    std::unique_ptr<Entry[]> slots_;
+    std::unique_ptr<U64[]> owned_;
+    U64* slots_ = const_cast<U64*>(noSlots);
     std::size_t mask_ = 0;
     std::size_t used_ = 0;
 };

@@ -38,10 +38,10 @@ class Caches {
   private:
     template <class List>
     struct Cache : Routing::Bgp::ListInternCache<List> {
-        template <class... Tables>
-        explicit Cache(std::tuple<Tables...> tables)
-            : Routing::Bgp::ListInternCache<List>(
-                  std::apply([](auto... t) { return typename Cache::Tables{t...}; }, tables)) {}
+        using Base = Routing::Bgp::ListInternCache<List>;
+        template <class... T>
+        explicit Cache(std::tuple<T...> tables)
+            : Base(std::apply([](auto... t) { return typename Base::Tables{t...}; }, tables)) {}
     };
     std::tuple<Cache<Routing::Bgp::CommList>, Cache<Routing::Bgp::LargeCommList>,
                Cache<Routing::Bgp::ExtCommList>, Cache<Routing::Bgp::ExtCommIp6List>>
