@@ -22,9 +22,10 @@
 // ordinary way and are always correct, only slower.
 //
 // Contract:
-//   - One cache per thread: a cache is not thread-safe. Everything it shares
-//     with other threads goes through the lists' atomic counts and the
-//     tables' locks.
+//   - One cache per thread: a cache is not thread-safe (it may pass to
+//     another thread through a synchronising hand-over, a thread's start or
+//     join). Everything it shares with other threads goes through the lists'
+//     atomic counts and the tables' locks.
 //   - Observable behaviour changes only in when a list's last release
 //     happens: while a cache holds credit on a list, the list stays
 //     interned (an observer of the table sees it removed at the flush, not
@@ -33,7 +34,8 @@
 //   - At most `capacity` lists are cached; a miss beyond that flushes the
 //     whole cache first (popular lists come back at once), so a long run
 //     keeps no more lists alive than that. A cached list costs one 8-octet
-//     slot (the table is at most 3/4 full).
+//     slot (the table is at most 3/4 full). Credit stops at 254 references
+//     a list: a give-back beyond returns half of them with one subtract.
 //
 // Why a list's count never reaches the table's own reference while a
 // reference is out: the count is the table's reference plus every cache's
