@@ -17,7 +17,8 @@
 //                         order (per carrying route)
 //   ingestThreads/...     the whole table into one thread-safe table set, by
 //                         one thread, or by two threads on disjoint halves
-//                         (wall time; compare threads:1 with threads:2)
+//                         (wall time; compare threads:1 with threads:2);
+//                         cache:1 through per-thread caches (IngestCaches.h)
 // `threadSafe` chooses plain or thread-safe tables (VoBgpGlobals::
 // multiThreaded, read when a table is created).
 //
@@ -41,7 +42,6 @@
 // value and each route keeps a sorted vector of them; IPv6-specific ones
 // cannot be interned there, and a table carrying them is refused.
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -63,6 +63,7 @@
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
 #endif
+#include "IngestCaches.h"
 
 namespace {
 
@@ -180,6 +181,7 @@ class Interner {
     }
 
   private:
+    friend class IngestBench::Caches;
     BgpParseExtCommContainerSm::Ptr parser_;
     CommListDedupTable::Ptr commTable_;
     LargeCommListDedupTable::Ptr largeTable_;
@@ -227,71 +229,70 @@ INGEST_KIND(2, extended)
 INGEST_KIND(3, ipv6)
 #undef INGEST_KIND
 
-// Interns one route's attribute of Kind; counts the routes whose object
+// Interns one route's attribute of Kind (through `caches` when given, the
+// previous object given back to them); counts the routes whose object
 // changed (all carrying ones on a first pass, none on a later one).
 template <unsigned Kind>
-void step(Interner const& in, std::size_t i, Route& route, U8 const** cursor,
+void step(Interner const& in, Caches* caches, std::size_t i, Route& route, U8 const** cursor,
           std::size_t* changed) {
     U32 const size = table().sizes[Kind][i];
     if (size == absent)
         return;
-    auto fresh = KindOps<Kind>::intern(in, cursor[Kind], size);
+    using Held = decltype(KindOps<Kind>::intern(in, cursor[Kind], size));
+    Held fresh = caches ? caches->template intern<Kind, Held>(cursor[Kind], size)
+                        : KindOps<Kind>::intern(in, cursor[Kind], size);
     cursor[Kind] += size;
     auto& held = KindOps<Kind>::held(route);
     if (!sameObjects(fresh, held))
         ++*changed;
+    if (caches)
+        caches->template giveBack<Kind>(held);
     held = std::move(fresh);
 }
 
 template <unsigned... Kinds>
-std::size_t ingestKinds(Interner const& in, Route* routes, Range const& range) {
+std::size_t ingestKinds(Interner const& in, Route* routes, Range const& range,
+                        Caches* caches = nullptr) {
     U8 const* cursor[kindCount];
     for (unsigned kind = 0; kind < kindCount; ++kind)
         cursor[kind] = table().octets[kind].data() + range.offset[kind];
     std::size_t changed = 0;
     for (std::size_t i = range.begin; i < range.end; ++i)
-        (step<Kinds>(in, i, routes[i], cursor, &changed), ...);
+        (step<Kinds>(in, caches, i, routes[i], cursor, &changed), ...);
     return changed;
 }
 
-std::size_t ingest(unsigned kind, Interner const& in, Route* routes, Range const& range) {
+std::size_t ingest(unsigned kind, Interner const& in, Route* routes, Range const& range,
+                   bool cached) {
+    std::unique_ptr<Caches> caches = cached ? std::make_unique<Caches>(in) : nullptr;
     switch (kind) {
         case 0:
-            return ingestKinds<0>(in, routes, range);
+            return ingestKinds<0>(in, routes, range, caches.get());
         case 1:
-            return ingestKinds<1>(in, routes, range);
+            return ingestKinds<1>(in, routes, range, caches.get());
         case 2:
-            return ingestKinds<2>(in, routes, range);
+            return ingestKinds<2>(in, routes, range, caches.get());
         case 3:
-            return ingestKinds<3>(in, routes, range);
+            return ingestKinds<3>(in, routes, range, caches.get());
         default:
-            return ingestKinds<0, 1, 2, 3>(in, routes, range);
+            return ingestKinds<0, 1, 2, 3>(in, routes, range, caches.get());
     }
 }
 
 // The halves of the table, one per thread; the first runs on the caller's.
 std::size_t ingestSplit(unsigned kind, Interner const& in, Route* routes,
-                        std::vector<Range> const& ranges) {
+                        std::vector<Range> const& ranges, bool cached = false) {
     std::vector<std::size_t> changed(ranges.size());
     std::vector<std::thread> threads;
     for (std::size_t t = 1; t < ranges.size(); ++t)
-        threads.emplace_back([&, t] { changed[t] = ingest(kind, in, routes, ranges[t]); });
-    changed[0] = ingest(kind, in, routes, ranges[0]);
+        threads.emplace_back([&, t] { changed[t] = ingest(kind, in, routes, ranges[t], cached); });
+    changed[0] = ingest(kind, in, routes, ranges[0], cached);
     for (auto& thread : threads)
         thread.join();
     std::size_t total = 0;
     for (std::size_t c : changed)
         total += c;
     return total;
-}
-
-std::size_t heapInUse() {
-    struct mallinfo2 const info = mallinfo2();
-    return info.uordblks + info.hblkhd;
-}
-
-std::size_t carryingRoutes(unsigned kind) {
-    return kind == allKinds ? table().routes : table().carrying[kind];
 }
 
 // One run's interned state: tables and the routes holding their objects.
@@ -312,7 +313,7 @@ struct State {
 };
 
 void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool threadSafe,
-                 unsigned threads) {
+                 unsigned threads, bool cached) {
     std::vector<Range> ranges;
     for (unsigned t = 0; t < threads; ++t)
         ranges.push_back(rangeOf(table().routes * t / threads, table().routes * (t + 1) / threads));
@@ -329,7 +330,7 @@ void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool thread
     std::size_t const heapBefore = heapInUse();
     state.interner = std::make_unique<Interner>(threadSafe);
     std::size_t const firstChanged =
-        ingestSplit(kind, *state.interner, state.routes.data(), ranges);
+        ingestSplit(kind, *state.interner, state.routes.data(), ranges, cached);
     std::size_t const bytes = heapInUse() - heapBefore;
     if (firstChanged != objects)
         bench.SkipWithError("the first pass did not give every carrying route a new object");
@@ -344,7 +345,8 @@ void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool thread
             state.reset(threadSafe);
             bench.ResumeTiming();
         }
-        std::size_t const changed = ingestSplit(kind, *state.interner, state.routes.data(), ranges);
+        std::size_t const changed =
+            ingestSplit(kind, *state.interner, state.routes.data(), ranges, cached);
         if (changed != (again ? 0 : objects)) {
             bench.SkipWithError(again ? "a later pass found other objects than the routes hold"
                                       : "the first pass did not give every route a new object");
@@ -461,7 +463,7 @@ int main(int argc, char** argv) {
             for (bool threadSafe : {false, true})
                 benchmark::RegisterBenchmark(
                     (name + (threadSafe ? "/threadSafe:1" : "/threadSafe:0")).c_str(), ingestBench,
-                    kind, again, threadSafe, 1u)
+                    kind, again, threadSafe, 1u, false)
                     ->Unit(benchmark::kMillisecond);
         }
         if (kind == allKinds || (extendedValuesOnly && kind >= 2))
@@ -478,14 +480,19 @@ int main(int argc, char** argv) {
                     ->Iterations(10);
     }
     for (bool again : {false, true})
-        for (unsigned threads : {1u, 2u})
-            benchmark::RegisterBenchmark(
-                (std::string("ingestThreads/all/") + (again ? "again" : "first") +
-                 "/threadSafe:1/threads:" + std::to_string(threads))
-                    .c_str(),
-                ingestBench, allKinds, again, true, threads)
-                ->Unit(benchmark::kMillisecond)
-                ->UseRealTime();
+        for (bool cached : {false, true})
+            for (unsigned threads : {1u, 2u}) {
+                if (cached && extendedValuesOnly)
+                    continue;  // no cache in those libraries
+                benchmark::RegisterBenchmark(
+                    (std::string("ingestThreads/all/") + (again ? "again" : "first") +
+                     "/threadSafe:1" + (cached ? "/cache:1" : "") +
+                     "/threads:" + std::to_string(threads))
+                        .c_str(),
+                    ingestBench, allKinds, again, true, threads, cached)
+                    ->Unit(benchmark::kMillisecond)
+                    ->UseRealTime();
+            }
 
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

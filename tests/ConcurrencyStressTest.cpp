@@ -18,6 +18,7 @@
 
 #include "KivStash/DedupHandle.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
+#include "VoBgp/ListInternCache.h"
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunityList.h"
 #include "VoBgp/VoBgpGlobals.h"
@@ -182,6 +183,100 @@ TEST(ConcurrencyStress, EveryKindInternedAndReleasedWhileReadersWalkAndDump) {
         EXPECT_GT(balance->inserts.load(), 0);
         EXPECT_EQ(balance->inserts.load(), balance->removals.load());
     }
+    EXPECT_EQ(liveBefore, KivStash::DedupHandle::liveHandles());
+}
+
+// One route's attributes as received, every kind from the same mask (the
+// values of Tables::intern).
+struct Wire {
+    std::vector<U8> std, large, ext, ip6;
+};
+Wire wireOf(unsigned mask) {
+    Wire wire;
+    auto be = [](std::vector<U8>& out, U64 value, unsigned octets) {
+        for (unsigned i = octets; i-- > 0;)
+            out.push_back(U8(value >> 8 * i));
+    };
+    for (unsigned i = 0; i < poolSize; ++i) {
+        if (!(mask >> i & 1))
+            continue;
+        be(wire.std, stdPool[i], 4);
+        be(wire.large, 65536, 4);
+        be(wire.large, 1, 4);
+        be(wire.large, i, 4);
+        be(wire.ext, extPool[i], 8);
+        ExtCommIp6Content const c = ip6Content(i);
+        wire.ip6.insert(wire.ip6.end(), {c.type, c.subtype});
+        wire.ip6.insert(wire.ip6.end(), c.addr.octets().begin(), c.addr.octets().end());
+        be(wire.ip6, c.localAdmin, 2);
+    }
+    return wire;
+}
+
+// Two threads, each with its own caches (one small enough to flush itself
+// again and again) over one thread-safe table set, intern the same lists and
+// give them back, copy them, drop them or flush: every list is the one the
+// tables' own entry points give, and at the end every table is empty.
+TEST(ConcurrencyStress, TwoThreadsCachingOverOneTableSetLeaveItEmpty) {
+    std::size_t const liveBefore = KivStash::DedupHandle::liveHandles();
+    VoBgpGlobals::multiThreadedIs(true);
+    Tables const tables;
+    VoBgpGlobals::multiThreadedIs(false);
+    std::vector<Wire> wires;
+    for (unsigned mask = 0; mask < 1u << poolSize; ++mask)
+        wires.push_back(wireOf(mask));
+    char const* seconds = std::getenv("VOBGP_STRESS_SECONDS");
+    auto const deadline = std::chrono::steady_clock::now() +
+                          std::chrono::duration<double>(seconds ? std::strtod(seconds, nullptr)
+                                                                : VOBGP_STRESS_DEFAULT_SECONDS);
+    std::atomic<int> faults{0};
+    auto worker = [&](unsigned seed, std::size_t capacity) {
+        ListInternCache<CommList> stdCache({tables.stdLists.ptr()}, capacity);
+        ListInternCache<LargeCommList> large({tables.largeLists.ptr()}, capacity);
+        ListInternCache<ExtCommList> ext({tables.ext.ptr(), tables.extLists.ptr()}, capacity);
+        ListInternCache<ExtCommIp6List> ip6({tables.ip6.ptr(), tables.ip6Lists.ptr()}, capacity);
+        std::mt19937 random(seed);
+        std::vector<Held> held(8);
+        while (std::chrono::steady_clock::now() < deadline) {
+            unsigned const mask = random() % (1u << poolSize);
+            Wire const& w = wires[mask];
+            Held got{mask, stdCache.internReceived(w.std.data(), w.std.size()),
+                     large.internReceived(w.large.data(), w.large.size()),
+                     ext.internReceived(w.ext.data(), w.ext.size()),
+                     ip6.internReceived(w.ip6.data(), w.ip6.size())};
+            if (random() % 8 == 0)
+                faults += !(got == tables.intern(mask));
+            Held& slot = held[random() % held.size()];
+            faults += slot.mask == got.mask && !(slot == got);
+            switch (random() % 4) {
+                case 0:  // back into credit
+                    stdCache.giveBack(slot.std);
+                    large.giveBack(slot.large);
+                    ext.giveBack(slot.ext);
+                    ip6.giveBack(slot.ip6);
+                    break;
+                case 1:  // a copy from credit, dropped the ordinary way
+                    slot = Held{mask, stdCache.copy(got.std), large.copy(got.large),
+                                ext.copy(got.ext), ip6.copy(got.ip6)};
+                    break;
+                case 2:
+                    if (random() % 16 == 0) {
+                        stdCache.flush();
+                        ext.flush();
+                    }
+                    break;
+            }
+            slot = std::move(got);
+        }
+    };
+    std::thread other(worker, 2, 16);
+    worker(1, ListInternCache<CommList>::defaultCapacity);
+    other.join();
+
+    EXPECT_EQ(0, faults.load());
+    std::string out;
+    tables.dump(out);
+    EXPECT_THAT(out, ::testing::Not(::testing::ContainsRegex("entries [1-9]|#[1-9]")));
     EXPECT_EQ(liveBefore, KivStash::DedupHandle::liveHandles());
 }
 

@@ -165,6 +165,32 @@ TEST_P(DedupTableTest, CountsSaturateAtTheLimit) {
     EXPECT_EQ(0u, table->size());
 }
 
+// Batched counting (per-thread caches): one add of a batch saturates the way
+// single increments do, and the return of a batch that holds the last
+// outside reference removes the handle from its table.
+TEST_P(DedupTableTest, BatchesSaturateAndTheLastReturnLeavesTheTable) {
+    constexpr U32 limit = Vok::DedupHandle::referencesLimit;
+    struct Step {
+        U32 start, afterInc;
+        bool saturated;
+    };
+    for (Step step : {Step{limit - 65, limit - 1, false}, Step{limit - 64, limit, true},
+                      Step{limit, limit, true}}) {
+        auto held = intern(table.ptr(), 9);
+        held->countIs(step.start);
+        EXPECT_EQ(step.saturated, held->referencesIncBy(64)) << step.start;
+        EXPECT_EQ(step.afterInc, held->references()) << step.start;
+        held->countIs(2);
+    }
+    auto held = intern(table.ptr(), 9);
+    EXPECT_FALSE(held->referencesIncBy(64));
+    held->referencesDecBy(63);
+    EXPECT_EQ(3u, held->references());
+    EXPECT_EQ(1u, table->size());
+    held.release()->referencesDecBy(2);  // the batch's last and `held`'s own
+    EXPECT_EQ(0u, table->size());
+}
+
 INSTANTIATE_TEST_SUITE_P(Variants, DedupTableTest, ::testing::Values(false, true),
                          [](auto const& info) { return info.param ? "ThreadSafe" : "Plain"; });
 

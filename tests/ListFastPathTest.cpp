@@ -16,6 +16,7 @@
 #include "ExtCommListTestEnv.h"
 #include "HashColliders.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
+#include "VoBgp/ListInternCache.h"
 
 // Every allocation of this program is counted. ThreadSanitizer's runtime
 // keeps the allocation functions to itself: there the count test is skipped.
@@ -361,6 +362,66 @@ TYPED_TEST(ListFastPathTest, SizesSayBeforehandWhetherOneAttributeCarriesAList) 
     EXPECT_EQ(fitting, VOBGP_WITH_ALL(fits, serialize).size());
     EXPECT_EQ(over, VOBGP_WITH_ALL(tooLong, serializedSize));
     EXPECT_ASSERT_DEATH(VOBGP_WITH_ALL(tooLong, serialize), "attrSize <= 0xFFFF");
+}
+
+// The per-thread cache: it hands out the tables' own lists (found by
+// content, whatever the wire order), and its hits write no shared count: the
+// list's count moves by exactly one batch (64) when the cache takes credit,
+// then not at all for 63 hits, copies and give-backs, then by one batch
+// again on the 64th hit. A flush returns the credit; the last release then
+// removes the list the ordinary way.
+TYPED_TEST(ListFastPathTest, ACacheHitWritesNoSharedCount) {
+    using Cache = ListInternCache<typename TypeParam::List>;
+    TypeParam kind;
+    std::vector<typename TypeParam::Value> sorted;
+    Octets octets, reversed, longer;
+    for (U32 i : {1u, 2u, 4u}) {
+        sorted.push_back(TypeParam::value(i));
+        TypeParam::wire(octets, TypeParam::value(i));
+    }
+    for (auto it = sorted.rbegin(); it != sorted.rend(); ++it)
+        TypeParam::wire(reversed, *it);
+    TypeParam::wire(reversed, sorted.front());
+    longer = octets;
+    TypeParam::wire(longer, TypeParam::value(9));
+    auto held = kind.classic(sorted);
+    {
+        Cache cache(
+            std::apply([](auto... t) { return typename Cache::Tables{t...}; }, kind.tables()));
+        U32 const before = held->references();
+        std::vector<typename TypeParam::List::PtrConst> out{cache.internReceived(
+            octets.data(), octets.size())};  // a miss: the lookup's reference and a batch
+        EXPECT_EQ(held, out.back());
+        EXPECT_EQ(before + 1 + 64, held->references());
+        for (int i = 1; i < 64; ++i) {
+            Octets const& wire = i % 2 ? reversed : octets;
+            out.push_back(i % 3 ? cache.internReceived(wire.data(), wire.size())
+                                : cache.copy(held));
+            ASSERT_EQ(held, out.back()) << i;
+        }
+        EXPECT_EQ(before + 1 + 64, held->references()) << "63 hits from credit";
+        out.push_back(cache.internReceived(octets.data(), octets.size()));
+        EXPECT_EQ(before + 1 + 128, held->references()) << "the 64th takes another batch";
+        for (std::size_t i = 0; i + 1 < out.size(); ++i)
+            cache.giveBack(out[i]);
+        EXPECT_EQ(before + 1 + 128, held->references()) << "given back into credit";
+        // Credit stops at 254: the give-back past it returns 127 to the count.
+        std::vector<typename TypeParam::List::PtrConst> copies(126 + 1, held);
+        U32 const all = held->references();
+        for (std::size_t i = 0; i < copies.size(); ++i) {
+            cache.giveBack(copies[i]);
+            ASSERT_EQ(all - (i == 126 ? 127 : 0), held->references()) << i;
+        }
+        auto const other = cache.internReceived(longer.data(), longer.size());
+        EXPECT_NE(held, other);
+        EXPECT_EQ(4u, other->comms());
+        EXPECT_EQ(2u, cache.size());
+        cache.flush();
+        EXPECT_EQ(before + 1, held->references()) << "the last hit's reference is out";
+        EXPECT_EQ(2u, other->references());  // the table's and ours
+    }
+    held = nullptr;
+    EXPECT_EQ(0u, kind.interned());
 }
 
 // A list's vector: its tail (here behind another member) holds exactly its

@@ -142,7 +142,44 @@ class DedupHandle {
     }
     U32 references() const noexcept {
         return countAndState_.load(std::memory_order_relaxed) & countMask;
+    }  // Batched counting, for a holder that hands references out one by one
+    // without touching the count (a per-thread interning cache): `n`
+    // references taken with one atomic add. The caller must already hold a
+    // reference, so the count is above the table's own and the add can
+    // neither revive a dying handle nor race with its removal. True when the
+    // count is saturated afterwards: the handle then lives for good and
+    // whatever the caller hands out needs no count; the batch is then taken
+    // back when the count was at the limit before, so batches from many
+    // holders stay within the headroom below the state bits.
+    bool referencesIncBy(U32 n) const noexcept {
+        KIV_ASSERT(n != 0 && n <= referencesBatchLimit);
+        if (!countingEnabled_.load(std::memory_order_relaxed))
+            return false;
+        U32 old;
+        if (processSingleThreaded()) {
+            old = countAndState_.load(std::memory_order_relaxed);
+            if ((old & countMask) < referencesLimit)
+                countAndState_.store(old + n, std::memory_order_relaxed);
+        } else {
+            old = countAndState_.fetch_add(n, std::memory_order_relaxed);
+        }
+        U32 const count = old & countMask;
+        KIV_ASSERT(count != 0, "referencesIncBy without a held reference");
+        if (count >= referencesLimit) {
+            if (!processSingleThreaded())
+                countAndState_.fetch_sub(n, std::memory_order_relaxed);
+            return true;
+        }
+        return count + n >= referencesLimit;
     }
+    // Gives back `n` references at once: one atomic subtract while another
+    // outside reference remains; the release that would leave only the
+    // table's goes the way of referencesDec (under the table's lock).
+    void referencesDecBy(U32 n) const noexcept;
+    // The largest batch referencesIncBy takes: far below the headroom above
+    // referencesLimit, which concurrent batches on a saturated count use.
+    static constexpr U32 referencesBatchLimit = 256;
+
     // True once the count reached referencesLimit: the handle then stays
     // (interned, if it was) until the process ends.
     bool referencesSaturated() const noexcept { return references() >= referencesLimit; }

@@ -107,6 +107,34 @@ void DedupHandle::referencesDecFrom(U32 current) const noexcept {
     }
 }
 
+void DedupHandle::referencesDecBy(U32 n) const noexcept {
+    if (n == 0 || !countingEnabled_.load(std::memory_order_relaxed))
+        return;
+    U32 current = countAndState_.load(std::memory_order_relaxed);
+    for (;;) {
+        U32 const count = current & countMask;
+        if (count >= referencesLimit)
+            return;
+        KIV_ASSERT(count >= n, "referencesDecBy");
+        // Every reference but one goes here; the last goes through
+        // referencesDec, which knows the releases that need the lock.
+        U32 const here = count - n >= tableReferences + 1 ? n : n - 1;
+        if (here == 0)
+            break;
+        if (processSingleThreaded()) {
+            countAndState_.store(current - here, std::memory_order_relaxed);
+        } else if (!countAndState_.compare_exchange_weak(current, current - here,
+                                                         std::memory_order_acq_rel,
+                                                         std::memory_order_relaxed)) {
+            continue;
+        }
+        if (here == n)
+            return;
+        break;
+    }
+    referencesDec();
+}
+
 void DedupHandle::stateIs(DedupHandleState state) const noexcept {
     U32 current = countAndState_.load(std::memory_order_relaxed);
     while (!countAndState_.compare_exchange_weak(

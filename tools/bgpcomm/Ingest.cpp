@@ -107,6 +107,44 @@ void Ingest::path(PathAttrs const& attrs, RouteComms* out) {
     out->ipv6 = ipv6(attrs.of(CommKind::ipv6));
 }
 
+Ingest::Cache::Cache(Ingest const& ingest)
+    : standard_({ingest.commTable_.ptr()}),
+      large_({ingest.largeTable_.ptr()}),
+      extended_({ingest.extTable_.ptr(), ingest.extListTable_.ptr()}),
+      ipv6_({ingest.ip6Table_.ptr(), ingest.ip6ListTable_.ptr()}) {}
+
+namespace {
+
+template <class Cache>
+auto internVia(Cache& cache, AttrSpan const& attr) {
+    return attr.present ? cache.internReceived(attr.data, attr.size) : nullptr;
+}
+template <class Cache, class ListPtr>
+ListPtr copyVia(Cache& cache, ListPtr const& list) {
+    return list ? cache.copy(list) : nullptr;
+}
+
+}  // namespace
+
+void Ingest::Cache::path(PathAttrs const& attrs, RouteComms* out) {
+    out->standard = internVia(standard_, attrs.of(CommKind::standard));
+    out->large = internVia(large_, attrs.of(CommKind::large));
+    out->extended = internVia(extended_, attrs.of(CommKind::extended));
+    out->ipv6 = internVia(ipv6_, attrs.of(CommKind::ipv6));
+}
+
+RouteComms Ingest::Cache::copy(RouteComms const& comms) {
+    return {copyVia(standard_, comms.standard), copyVia(large_, comms.large),
+            copyVia(extended_, comms.extended), copyVia(ipv6_, comms.ipv6)};
+}
+
+void Ingest::Cache::giveBack(RouteComms& comms) {
+    standard_.giveBack(comms.standard);
+    large_.giveBack(comms.large);
+    extended_.giveBack(comms.extended);
+    ipv6_.giveBack(comms.ipv6);
+}
+
 void Ingest::forEachText(RouteComms const& comms, CommKind kind, bool asdot,
                          std::function<void(std::string_view)> const& each,
                          BgpShowCli::ExtCommCache* cache) {

@@ -18,7 +18,14 @@
 //
 // Contract: the attribute spans handed in have a length that is a multiple of
 // the element size (the attribute walker checks that). Absent attributes give
-// null lists / empty sets. Not thread-safe: one Ingest per thread.
+// null lists / empty sets. One Ingest serves several threads only when its
+// tables were made thread-safe (VoBgpGlobals::multiThreaded at creation);
+// its show string cache serves one thread (forEachText's `cache`).
+//
+// Threads interning into one Ingest each own a Cache (the library's
+// per-thread ListInternCache for every list kind): a popular list is then
+// found without the tables' locks and handed out from references the cache
+// holds in credit, so two threads do not write one list's count per route.
 #pragma once
 
 #include <functional>
@@ -28,6 +35,7 @@
 
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
+#include "VoBgp/ListInternCache.h"
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunity.h"
 #include "VoBgp/VoBgpCommunityList.h"
@@ -69,6 +77,25 @@ class Ingest {
     Routing::Bgp::ExtCommIp6List::PtrConst ipv6(AttrSpan const& attr);
     // All four of a path.
     void path(PathAttrs const& attrs, RouteComms* out);
+
+    // One thread's interning cache over this Ingest's tables; destroyed
+    // before the Ingest.
+    class Cache {
+      public:
+        explicit Cache(Ingest const& ingest);
+        // path() through the cache.
+        void path(PathAttrs const& attrs, RouteComms* out);
+        // Another reference on each of a route's lists, from credit.
+        RouteComms copy(RouteComms const& comms);
+        // A route's references back into credit; `comms` is empty after.
+        void giveBack(RouteComms& comms);
+
+      private:
+        Routing::Bgp::ListInternCache<Routing::Bgp::CommList> standard_;
+        Routing::Bgp::ListInternCache<Routing::Bgp::LargeCommList> large_;
+        Routing::Bgp::ListInternCache<Routing::Bgp::ExtCommList> extended_;
+        Routing::Bgp::ListInternCache<Routing::Bgp::ExtCommIp6List> ipv6_;
+    };
 
     // Each community of one kind in its show-command text, in list order:
     // standard with the well-known names, large plain or asdot, extended

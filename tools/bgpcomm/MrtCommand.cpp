@@ -215,8 +215,8 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
     : options_(std::move(options)), out_(out), stats_(std::move(liveHeapBytes)) {
     stats_.start();
     // By default only printing runs use every core: formatting spreads well
-    // (1.3x on two), while interning alone is held back by the locks of the
-    // shared tables (--count 0.9x, --stats 1.04x; docs/PERFORMANCE.md).
+    // (1.3x on two); interning alone, even through the lanes' caches, is not
+    // shown to gain yet (--stats not at all; docs/PERFORMANCE.md).
     if (options_.threads == 0)
         options_.threads = printsRoutes() ? std::max(1u, std::thread::hardware_concurrency()) : 1;
     // `bgpcomm top` observes routes in order on one thread.
@@ -297,12 +297,16 @@ void MrtRun::batch(Lane& lane, RouteBatch const& batch) {
         if (!filter.passesOrigin(hasOrigin, origin))
             return;
     }
-    if (batch.attrs)
+    if (lane.cache) {
+        // The previous route's lists go back into credit, unless kept.
+        lane.cache->giveBack(comms);
+        if (batch.attrs)
+            lane.cache->path(*batch.attrs, &comms);
+    } else if (batch.attrs) {
         ingest_->path(*batch.attrs, &comms);
-    else
+    } else {
         comms = RouteComms{};
-    if (lane.kept && !options_.stats)
-        lane.kept->push_back(comms);
+    }
     if (!filter.passesComms(comms, *ingest_))
         return;
     if (batch.attrs) {
@@ -327,7 +331,7 @@ void MrtRun::batch(Lane& lane, RouteBatch const& batch) {
             options_.observer(view);
         if (options_.stats) {
             if (lane.held)
-                lane.held->push_back(comms);
+                lane.held->push_back(lane.cache ? lane.cache->copy(comms) : comms);
             else
                 stats_.hold(comms);
         }

@@ -98,10 +98,9 @@ class MrtRun {
         RunCounts* counts = nullptr;
         std::string* text = nullptr;              // null: straight to the run's stream
         std::vector<RouteComms>* held = nullptr;  // null: straight to the run's stats
-        // Threads without --stats: the chunk's lists, kept until the chunk is
-        // done, so that lanes do not free and build popular lists again and
-        // again in tables the other lanes use too.
-        std::vector<RouteComms>* kept = nullptr;
+        // The lanes of --threads: each intern through a cache of their own
+        // (popular lists without the tables' locks or shared counts).
+        std::unique_ptr<Ingest::Cache> cache;
     };
     // The lanes of --threads (MrtThreads.cpp), made for the first file.
     struct Threads {

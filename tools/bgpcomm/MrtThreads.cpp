@@ -91,6 +91,7 @@ MrtRun::Threads::Threads(MrtRun& run) : diags(run.options_.threads) {
     for (unsigned i = 0; i < run.options_.threads; ++i) {
         lanes.push_back(std::make_unique<Lane>(run, &diags[i]));
         lanes.back()->output.ownCacheIs();
+        lanes.back()->cache = std::make_unique<Ingest::Cache>(run.ingest());
     }
 }
 
@@ -126,8 +127,6 @@ void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
         }
         diag.captureIs(&chunk.diag);
         U64 const reportsBefore = diag.reports();
-        std::vector<RouteComms> kept;
-        lane.kept = &kept;
         U8 const* p = chunk.octets.data();
         for (Framed const& record : chunk.records) {
             decoder.decode(record.timestamp, record.type, record.subtype,
@@ -135,7 +134,6 @@ void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
             p += record.size;
         }
         chunk.reports = diag.reports() - reportsBefore;
-        lane.kept = nullptr;
     };
     std::set<std::string> unknownPeersReported;
     auto emit = [&](Chunk& chunk) {
