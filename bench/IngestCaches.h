@@ -13,7 +13,7 @@
 #include "Kiv/Types.h"
 
 #ifndef INGEST_EXTENDED_VALUES_ONLY
-#include "VoBgp/ListInternCache.h"
+#include "VoBgp/internal/ListInternCache.h"
 
 namespace IngestBench {
 

@@ -18,7 +18,7 @@
 
 #include "KivStash/DedupHandle.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
-#include "VoBgp/ListInternCache.h"
+#include "VoBgp/internal/ListInternCache.h"
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunityList.h"
 #include "VoBgp/VoBgpGlobals.h"

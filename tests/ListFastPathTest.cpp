@@ -16,7 +16,7 @@
 #include "ExtCommListTestEnv.h"
 #include "HashColliders.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
-#include "VoBgp/ListInternCache.h"
+#include "VoBgp/internal/ListInternCache.h"
 
 // Every allocation of this program is counted. ThreadSanitizer's runtime
 // keeps the allocation functions to itself: there the count test is skipped.

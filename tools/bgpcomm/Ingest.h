@@ -35,7 +35,7 @@
 
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
-#include "VoBgp/ListInternCache.h"
+#include "VoBgp/internal/ListInternCache.h"
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunity.h"
 #include "VoBgp/VoBgpCommunityList.h"
