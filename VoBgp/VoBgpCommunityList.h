@@ -14,8 +14,11 @@
 //
 // Storage: a list is the handle alone, with its members in the block
 // behind it. A list interned from received values (intern, internReceived)
-// is one allocation, the values right behind the object, their count + 1 in
-// bits 16..31 of the user-data word. A list built value by value has 0
+// is one block, the values right behind the object, their count + 1 in
+// bits 16..31 of the user-data word; blocks up to 512 octets come from
+// Vok::SizeClassArena (no allocator header, 8-octet steps: a 5-value
+// standard list takes 48 octets, 64 from malloc). A list built value by
+// value has 0
 // there, and behind the object a TailVector of heap storage that it grows.
 // Either way commVectorRawPtr() shows the members in order.
 //
@@ -34,6 +37,7 @@
 #include <cstddef>
 #include <cstring>
 #include <iosfwd>
+#include <new>
 #include <span>
 #include <string>
 #include <vector>
@@ -58,6 +62,7 @@
 #include "Vok/DedupHashTable.h"
 #include "Vok/DumpContext.h"
 #include "Vok/HashMix.h"
+#include "Vok/SizeClassArena.h"
 
 namespace Routing::RouteMap {
 class PosixRegex;
@@ -147,7 +152,19 @@ class CommListBase : public KivStash::DedupHandle {
     using Traits = CommListTraits<Value>;
     using CommVector = TailVector<Value>;
 
-    VOBGP_LIST_TAIL_DELETE
+    // A list's block: from the size-class arena for a list interned from
+    // received values whose block fits one (no allocator header, 8-octet
+    // steps), else from the heap. The destroying delete reads which from the
+    // list's count before the list is destroyed.
+    static void* operator new(std::size_t size) { return ::operator new(size); }
+    static void operator delete(CommListBase* list, std::destroying_delete_t) {
+        std::size_t const octets = list->arenaOctets();
+        static_cast<Derived*>(list)->~Derived();
+        if (octets != 0)
+            Vok::SizeClassArena::global().deallocate(list, octets);
+        else
+            ::operator delete(list);
+    }
 
     // True once dedup (or destash) has sorted the vector and dropped duplicates.
     bool commVectorSorted() const { return (userData() & commVectorSortedBit) != 0; }
@@ -265,6 +282,17 @@ class CommListBase : public KivStash::DedupHandle {
     static constexpr std::size_t tailCountLimit = (std::size_t(1) << 16) - 1;
 
     bool inTail() const { return (userData() >> tailCountShift) != 0; }
+    // The octets of a tail list's block of `count` values.
+    static constexpr std::size_t tailOctets(std::size_t count) {
+        return sizeof(Derived) + count * sizeof(Value);
+    }
+    // The arena block size of this list, 0 when its block is the heap's.
+    std::size_t arenaOctets() const {
+        U32 const tail = userData() >> tailCountShift;
+        if (tail == 0 || !Vok::SizeClassArena::fits(tailOctets(tail - 1)))
+            return 0;
+        return tailOctets(tail - 1);
+    }
     std::size_t valueOctets() const { return members().size() * Traits::wireOctets; }
     // The list's block starts at this base (the list kinds add no members).
     // No cast to Derived, which the destructor has already left.
@@ -459,7 +487,11 @@ Kiv::Ptr<Derived const> CommListBase<Derived, Value>::internSorted(
     }
     // One block: the list and its values behind it. The count goes in before
     // anything could destroy the list, which must not look for a vector.
-    auto* const raw = ::new (tailBlock<Derived, Value>(values.size())) Derived;
+    std::size_t const octets = tailOctets(values.size());
+    void* const block = Vok::SizeClassArena::fits(octets)
+                            ? Vok::SizeClassArena::global().allocate(octets)
+                            : tailBlock<Derived, Value>(values.size());
+    auto* const raw = ::new (block) Derived;
     CommListBase& fresh = *raw;
     fresh.userDataIs(U32(values.size() + 1) << tailCountShift | commVectorSortedBit);
     std::uninitialized_copy(values.begin(), values.end(), tailOf<Value>(raw));

@@ -59,6 +59,9 @@
 #include "VoBgp/VoBgpCommunity.h"
 #include "VoBgp/VoBgpCommunityList.h"
 #include "VoBgp/VoBgpGlobals.h"
+#if __has_include("Vok/SizeClassArena.h")
+#include "Vok/SizeClassArena.h"
+#endif
 #ifndef INGEST_EXTENDED_VALUES_ONLY
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
@@ -179,6 +182,21 @@ class Interner {
         return 0;
     }
 
+#if __has_include("Vok/SizeClassArena.h")
+    // The value counts of the interned standard (0) or large (1) lists.
+    std::vector<std::size_t> listSizes(unsigned kind) const {
+        std::vector<std::size_t> sizes;
+        auto const visit = [&](auto const* list) { sizes.push_back(list->comms()); };
+        if (kind == 0)
+            commTable_->dedupTable()->forEach(
+                [&](Vok::DedupHandle const* h) { visit(Vok::fromDedupHandle<CommList>(h)); });
+        else
+            largeTable_->dedupTable()->forEach(
+                [&](Vok::DedupHandle const* h) { visit(Vok::fromDedupHandle<LargeCommList>(h)); });
+        return sizes;
+    }
+#endif
+
   private:
     BgpParseExtCommContainerSm::Ptr parser_;
     CommListDedupTable::Ptr commTable_;
@@ -285,9 +303,17 @@ std::size_t ingestSplit(unsigned kind, Interner const& in, Route* routes,
     return total;
 }
 
+// The heap in use, where the size-class arena's chunks count by the blocks
+// in use in them: an earlier benchmark's freed blocks wait in the arena for
+// reuse, so its chunk growth alone would undercount a later run.
 std::size_t heapInUse() {
     struct mallinfo2 const info = mallinfo2();
-    return info.uordblks + info.hblkhd;
+    std::size_t bytes = info.uordblks + info.hblkhd;
+#if __has_include("Vok/SizeClassArena.h")
+    Vok::SizeClassArena const& arena = Vok::SizeClassArena::global();
+    bytes = bytes - arena.chunkBytes() + arena.liveBytes();
+#endif
+    return bytes;
 }
 
 std::size_t carryingRoutes(unsigned kind) {
@@ -310,6 +336,32 @@ struct State {
         interner = std::make_unique<Interner>(threadSafe);
     }
 };
+
+#if __has_include("Vok/SizeClassArena.h")
+// Where a standard or large list's block goes, per interned list:
+// B_payload the handle and the values; B_arena the size-class arena's block
+// (the payload in 8-octet steps); B_malloc what glibc's malloc takes for the
+// same request, measured (its usable size plus the 8-octet chunk header).
+// Values: the mean value count.
+void blockCounters(benchmark::State& bench, std::vector<std::size_t> const& sizes,
+                   std::size_t valueOctets) {
+    double payload = 0, arena = 0, chunks = 0, values = 0;
+    for (std::size_t count : sizes) {
+        std::size_t const request = sizeof(Vok::DedupHandle) + count * valueOctets;
+        void* const probe = std::malloc(request);
+        chunks += double(malloc_usable_size(probe) + 8);
+        std::free(probe);
+        payload += double(request);
+        arena += double(Vok::SizeClassArena::blockOctets(request));
+        values += double(count);
+    }
+    double const lists = double(sizes.size());
+    bench.counters["B_payload"] = payload / lists;
+    bench.counters["B_arena"] = arena / lists;
+    bench.counters["B_malloc"] = chunks / lists;
+    bench.counters["values"] = values / lists;
+}
+#endif
 
 void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool threadSafe,
                  unsigned threads) {
@@ -361,6 +413,10 @@ void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool thread
     bench.counters["interned"] = double(interned);
     if (kind != allKinds)
         bench.counters["B_per_list"] = double(bytes) / double(interned);
+#if __has_include("Vok/SizeClassArena.h")
+    if (kind <= 1)
+        blockCounters(bench, state.interner->listSizes(kind), kind == 0 ? 4 : 12);
+#endif
     bench.SetLabel(std::string(kindNames[kind]) + (threadSafe ? ", thread-safe" : ", plain"));
 }
 
