@@ -26,6 +26,9 @@
 // rounding included) from before the tables are created to after the first
 // ingest: every interned object, its allocation overhead and the tables, not
 // the routes' own array nor the input buffers (both allocated before).
+// The size-class arena's chunks count by the blocks in use in them (an
+// earlier run's freed blocks wait there). For standard and large lists,
+// B_payload, B_arena and B_malloc split a list's block (see blockCounters).
 //
 // Checks that the work is real: on the first pass every carrying route gets
 // a new object; on every later pass every route gets back exactly the object
