@@ -44,7 +44,6 @@
 // value and each route keeps a sorted vector of them; IPv6-specific ones
 // cannot be interned there, and a table carrying them is refused.
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -57,14 +56,12 @@
 #include <unordered_set>
 #include <vector>
 
+#include "IngestMemory.h"
 #include "IngestTable.h"
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunity.h"
 #include "VoBgp/VoBgpCommunityList.h"
 #include "VoBgp/VoBgpGlobals.h"
-#if __has_include("Vok/SizeClassArena.h")
-#include "Vok/SizeClassArena.h"
-#endif
 #ifndef INGEST_EXTENDED_VALUES_ONLY
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
@@ -164,6 +161,10 @@ class Interner {
     }
 #endif
 
+    Vok::DedupHashTable const& listTable(unsigned kind) const {
+        return kind == 0 ? *commTable_->dedupTable() : *largeTable_->dedupTable();
+    }
+
     // Objects in each kind's own table (extended values when there are no
     // extended lists).
     std::size_t interned(unsigned kind) const {
@@ -184,21 +185,6 @@ class Interner {
         }
         return 0;
     }
-
-#if __has_include("Vok/SizeClassArena.h")
-    // The value counts of the interned standard (0) or large (1) lists.
-    std::vector<std::size_t> listSizes(unsigned kind) const {
-        std::vector<std::size_t> sizes;
-        auto const visit = [&](auto const* list) { sizes.push_back(list->comms()); };
-        if (kind == 0)
-            commTable_->dedupTable()->forEach(
-                [&](Vok::DedupHandle const* h) { visit(Vok::fromDedupHandle<CommList>(h)); });
-        else
-            largeTable_->dedupTable()->forEach(
-                [&](Vok::DedupHandle const* h) { visit(Vok::fromDedupHandle<LargeCommList>(h)); });
-        return sizes;
-    }
-#endif
 
   private:
     BgpParseExtCommContainerSm::Ptr parser_;
@@ -306,19 +292,6 @@ std::size_t ingestSplit(unsigned kind, Interner const& in, Route* routes,
     return total;
 }
 
-// The heap in use, where the size-class arena's chunks count by the blocks
-// in use in them: an earlier benchmark's freed blocks wait in the arena for
-// reuse, so its chunk growth alone would undercount a later run.
-std::size_t heapInUse() {
-    struct mallinfo2 const info = mallinfo2();
-    std::size_t bytes = info.uordblks + info.hblkhd;
-#if __has_include("Vok/SizeClassArena.h")
-    Vok::SizeClassArena const& arena = Vok::SizeClassArena::global();
-    bytes = bytes - arena.chunkBytes() + arena.liveBytes();
-#endif
-    return bytes;
-}
-
 std::size_t carryingRoutes(unsigned kind) {
     return kind == allKinds ? table().routes : table().carrying[kind];
 }
@@ -339,32 +312,6 @@ struct State {
         interner = std::make_unique<Interner>(threadSafe);
     }
 };
-
-#if __has_include("Vok/SizeClassArena.h")
-// Where a standard or large list's block goes, per interned list:
-// B_payload the handle and the values; B_arena the size-class arena's block
-// (the payload in 8-octet steps); B_malloc what glibc's malloc takes for the
-// same request, measured (its usable size plus the 8-octet chunk header).
-// Values: the mean value count.
-void blockCounters(benchmark::State& bench, std::vector<std::size_t> const& sizes,
-                   std::size_t valueOctets) {
-    double payload = 0, arena = 0, chunks = 0, values = 0;
-    for (std::size_t count : sizes) {
-        std::size_t const request = sizeof(Vok::DedupHandle) + count * valueOctets;
-        void* const probe = std::malloc(request);
-        chunks += double(malloc_usable_size(probe) + 8);
-        std::free(probe);
-        payload += double(request);
-        arena += double(Vok::SizeClassArena::blockOctets(request));
-        values += double(count);
-    }
-    double const lists = double(sizes.size());
-    bench.counters["B_payload"] = payload / lists;
-    bench.counters["B_arena"] = arena / lists;
-    bench.counters["B_malloc"] = chunks / lists;
-    bench.counters["values"] = values / lists;
-}
-#endif
 
 void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool threadSafe,
                  unsigned threads) {
@@ -418,7 +365,7 @@ void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool thread
         bench.counters["B_per_list"] = double(bytes) / double(interned);
 #if __has_include("Vok/SizeClassArena.h")
     if (kind <= 1)
-        blockCounters(bench, state.interner->listSizes(kind), kind == 0 ? 4 : 12);
+        blockCounters(bench, state.interner->listTable(kind), kind);
 #endif
     bench.SetLabel(std::string(kindNames[kind]) + (threadSafe ? ", thread-safe" : ", plain"));
 }
