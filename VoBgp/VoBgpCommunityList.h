@@ -14,8 +14,11 @@
 //
 // Storage: a list is the handle alone, with its members in the block
 // behind it. A list interned from received values (intern, internReceived)
-// is one allocation, the values right behind the object, their count + 1 in
-// bits 16..31 of the user-data word. A list built value by value has 0
+// is one block, the values right behind the object, their count + 1 in
+// bits 16..31 of the user-data word; blocks up to 512 octets come from
+// Vok::SizeClassArena (no allocator header, 8-octet steps: a 5-value
+// standard list takes 48 octets, 64 from malloc). A list built value by
+// value has 0
 // there, and behind the object a TailVector of heap storage that it grows.
 // Either way commVectorRawPtr() shows the members in order.
 //
@@ -34,6 +37,7 @@
 #include <cstddef>
 #include <cstring>
 #include <iosfwd>
+#include <new>
 #include <span>
 #include <string>
 #include <vector>
@@ -58,6 +62,7 @@
 #include "Vok/DedupHashTable.h"
 #include "Vok/DumpContext.h"
 #include "Vok/HashMix.h"
+#include "Vok/SizeClassArena.h"
 
 namespace Routing::RouteMap {
 class PosixRegex;
@@ -147,7 +152,19 @@ class CommListBase : public KivStash::DedupHandle {
     using Traits = CommListTraits<Value>;
     using CommVector = TailVector<Value>;
 
-    VOBGP_LIST_TAIL_DELETE
+    // A list's block: from the size-class arena for a list interned from
+    // received values whose block fits one (no allocator header, 8-octet
+    // steps), else from the heap. The destroying delete reads which from the
+    // list's count before the list is destroyed.
+    static void* operator new(std::size_t size) { return ::operator new(size); }
+    static void operator delete(CommListBase* list, std::destroying_delete_t) {
+        std::size_t const octets = list->arenaOctets();
+        static_cast<Derived*>(list)->~Derived();
+        if (octets != 0)
+            Vok::SizeClassArena::global().deallocate(list, octets);
+        else
+            ::operator delete(list);
+    }
 
     // True once dedup (or destash) has sorted the vector and dropped duplicates.
     bool commVectorSorted() const { return (userData() & commVectorSortedBit) != 0; }
@@ -265,6 +282,17 @@ class CommListBase : public KivStash::DedupHandle {
     static constexpr std::size_t tailCountLimit = (std::size_t(1) << 16) - 1;
 
     bool inTail() const { return (userData() >> tailCountShift) != 0; }
+    // The octets of a tail list's block of `count` values.
+    static constexpr std::size_t tailOctets(std::size_t count) {
+        return sizeof(Derived) + count * sizeof(Value);
+    }
+    // The arena block size of this list, 0 when its block is the heap's.
+    std::size_t arenaOctets() const {
+        U32 const tail = userData() >> tailCountShift;
+        if (tail == 0 || !Vok::SizeClassArena::fits(tailOctets(tail - 1)))
+            return 0;
+        return tailOctets(tail - 1);
+    }
     std::size_t valueOctets() const { return members().size() * Traits::wireOctets; }
     // The list's block starts at this base (the list kinds add no members).
     // No cast to Derived, which the destructor has already left.
@@ -423,64 +451,6 @@ inline LargeCommList::Ptr largeCommListFactory() {
     return LargeCommList::LargeCommListIs();
 }
 
-template <class Derived, class Value>
-Kiv::Ptr<Derived const> CommListBase<Derived, Value>::dedup(typename Traits::Table const* table) {
-    KIV_ASSERT(table != nullptr, "table != __null");
-    KIV_ASSERT(dedupState() == Vok::dedupHandleStateNeverDeduped(),
-               "dedupState() == Vok::dedupHandleStateNeverDeduped()");
-    if (!commVectorSorted())
-        sortAndUnique();
-    static_cast<Derived*>(this)->cacheFlags();
-    CommListDedupTableBase const* const base = table;
-    Vok::DedupHandle::PtrConst interned =
-        base->dedupTable()->dedupPreInsertCallback(this, &dropSpareCapacity);
-    // Hand the table's reference on without counting it again.
-    return Kiv::Ptr<Derived const>::adopt(static_cast<Derived const*>(interned.release()));
-}
-
-template <class Derived, class Value>
-template <std::size_t N>
-Kiv::Ptr<Derived const> CommListBase<Derived, Value>::internSorted(
-    typename Traits::Table const* table, ReceivedValues<Value, N> const& values) {
-    KIV_ASSERT(table != nullptr, "table != __null");
-    CommListDedupTableBase const* const base = table;
-    auto const same = [&](Derived const* candidate) {
-        return values.sameAs(candidate->members(),
-                             [](Value const& value) -> Value const& { return value; });
-    };
-    if (auto hit = base->dedupTable()->template lookup<Derived>(values.placement(), same))
-        return hit;
-    if (values.size() >= tailCountLimit) {
-        Kiv::Ptr<Derived> list = create();
-        CommListBase& fresh = *list;
-        fresh.heapVector()->assign(values.begin(), values.end());
-        fresh.userDataIs(fresh.userData() | commVectorSortedBit);
-        return list->dedup(table);
-    }
-    // One block: the list and its values behind it. The count goes in before
-    // anything could destroy the list, which must not look for a vector.
-    auto* const raw = ::new (tailBlock<Derived, Value>(values.size())) Derived;
-    CommListBase& fresh = *raw;
-    fresh.userDataIs(U32(values.size() + 1) << tailCountShift | commVectorSortedBit);
-    std::uninitialized_copy(values.begin(), values.end(), tailOf<Value>(raw));
-    Kiv::Ptr<Derived> list(raw);
-    return list->dedup(table);
-}
-
-template <class Derived, class Value>
-U32 CommListBase<Derived, Value>::stash(KivStash::StoreManager* storeManager) const {
-    KIV_ASSERT(commVectorSorted());
-    return stashCommListRecord<Value>(storeManager, members(),
-                                      [](Value const& value) -> Value const& { return value; });
-}
-
-template <class Derived, class Value>
-Kiv::String CommListBase<Derived, Value>::toStrep() const {
-    VoFmt::StackBackedBuffer<256> buffer;
-    formatComms(buffer);
-    return buffer.kivString();
-}
-
 extern template class CommListBase<CommList, U32>;
 extern template class CommListBase<LargeCommList, Acl::CommunityValue>;
 
@@ -493,5 +463,6 @@ Kiv::String stringify(LargeCommList const* list);
 }  // namespace Routing::Bgp
 
 #include "VoBgp/internal/CommListDedupTables.h"
+#include "VoBgp/internal/CommListIntern.h"
 #include "VoBgp/internal/CommListMatch.h"
 #include "VoBgp/internal/CommListSnapshot.h"

@@ -27,6 +27,9 @@
 // rounding included) from before the tables are created to after the first
 // ingest: every interned object, its allocation overhead and the tables, not
 // the routes' own array nor the input buffers (both allocated before).
+// The size-class arena's chunks count by the blocks in use in them (an
+// earlier run's freed blocks wait there). For standard and large lists,
+// B_payload, B_arena and B_malloc split a list's block (see blockCounters).
 //
 // Checks that the work is real: on the first pass every carrying route gets
 // a new object; on every later pass every route gets back exactly the object
@@ -54,6 +57,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "IngestMemory.h"
 #include "IngestTable.h"
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunity.h"
@@ -158,6 +162,10 @@ class Interner {
         return {};
     }
 #endif
+
+    Vok::DedupHashTable const& listTable(unsigned kind) const {
+        return kind == 0 ? *commTable_->dedupTable() : *largeTable_->dedupTable();
+    }
 
     // Objects in each kind's own table (extended values when there are no
     // extended lists).
@@ -265,18 +273,11 @@ std::size_t ingestKinds(Interner const& in, Route* routes, Range const& range,
 std::size_t ingest(unsigned kind, Interner const& in, Route* routes, Range const& range,
                    bool cached) {
     std::unique_ptr<Caches> caches = cached ? std::make_unique<Caches>(in) : nullptr;
-    switch (kind) {
-        case 0:
-            return ingestKinds<0>(in, routes, range, caches.get());
-        case 1:
-            return ingestKinds<1>(in, routes, range, caches.get());
-        case 2:
-            return ingestKinds<2>(in, routes, range, caches.get());
-        case 3:
-            return ingestKinds<3>(in, routes, range, caches.get());
-        default:
-            return ingestKinds<0, 1, 2, 3>(in, routes, range, caches.get());
-    }
+    // Kind number to its loop; allKinds for the whole route.
+    using Loop = std::size_t (*)(Interner const&, Route*, Range const&, Caches*);
+    static constexpr Loop loops[] = {ingestKinds<0>, ingestKinds<1>, ingestKinds<2>, ingestKinds<3>,
+                                     ingestKinds<0, 1, 2, 3>};
+    return loops[std::min(kind, allKinds)](in, routes, range, caches.get());
 }
 
 // The halves of the table, one per thread; the first runs on the caller's.
@@ -363,6 +364,10 @@ void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool thread
     bench.counters["interned"] = double(interned);
     if (kind != allKinds)
         bench.counters["B_per_list"] = double(bytes) / double(interned);
+#if __has_include("Vok/SizeClassArena.h")
+    if (kind <= 1)
+        blockCounters(bench, state.interner->listTable(kind), kind);
+#endif
     bench.SetLabel(std::string(kindNames[kind]) + (threadSafe ? ", thread-safe" : ", plain"));
 }
 
@@ -426,16 +431,10 @@ void releaseBench(benchmark::State& bench, bool threadSafe, bool drop) {
 }
 
 void releaseBenchOf(benchmark::State& bench, unsigned kind, bool threadSafe, bool drop) {
-    switch (kind) {
-        case 0:
-            return releaseBench<0>(bench, threadSafe, drop);
-        case 1:
-            return releaseBench<1>(bench, threadSafe, drop);
-        case 2:
-            return releaseBench<2>(bench, threadSafe, drop);
-        default:
-            return releaseBench<3>(bench, threadSafe, drop);
-    }
+    using Run = void (*)(benchmark::State&, bool, bool);
+    static constexpr Run runs[] = {releaseBench<0>, releaseBench<1>, releaseBench<2>,
+                                   releaseBench<3>};
+    runs[kind](bench, threadSafe, drop);
 }
 
 }  // namespace

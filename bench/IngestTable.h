@@ -4,7 +4,6 @@
 // and each route's attribute length. Loaded once per process.
 #pragma once
 
-#include <malloc.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -79,13 +78,6 @@ void loadTable(U64 routes) {
 // Routes carrying `kind` (any route for allKinds).
 inline std::size_t carryingRoutes(unsigned kind) {
     return kind == allKinds ? table().routes : table().carrying[kind];
-}
-
-// The heap in use (glibc's mallinfo2: chunks in use, headers included, and
-// mmapped ones).
-inline std::size_t heapInUse() {
-    struct mallinfo2 const info = mallinfo2();
-    return info.uordblks + info.hblkhd;
 }
 
 // Routes [begin, end) and where their attributes start in each buffer.

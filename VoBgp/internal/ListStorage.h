@@ -104,6 +104,10 @@ class ReceivedValues {
     // element at the end is ignored (attribute parsing rejects those).
     ReceivedValues(U8 const* octets, std::size_t size) : size_(size / Traits::wireOctets) {
         Value* out = storage(size_);
+        if (size_ <= insertionLimit) {
+            insertEach(out, octets);
+            return;
+        }
         for (std::size_t i = 0; i < size_; ++i)
             ::new (static_cast<void*>(out + i))
                 Value(Traits::fromWire(octets + i * Traits::wireOctets));
@@ -132,6 +136,29 @@ class ReceivedValues {
     }
 
   private:
+    // Up to this many values, each is decoded straight into its sorted place
+    // (a duplicate dropped there): one pass instead of a copy, a sort and a
+    // unique. Routes send short lists, mostly in order already, where a
+    // value costs one comparison.
+    static constexpr std::size_t insertionLimit = 32;
+    void insertEach(Value* out, U8 const* octets) {
+        std::size_t n = 0;
+        for (std::size_t i = 0; i < size_; ++i) {
+            Value const value = Traits::fromWire(octets + i * Traits::wireOctets);
+            std::size_t at = n;
+            for (; at != 0 && value < out[at - 1]; --at)
+                out[at] = out[at - 1];
+            if (at != 0 && out[at - 1] == value) {
+                // A duplicate (rare): close the gap the search opened.
+                for (; at != n; ++at)
+                    out[at] = out[at + 1];
+                continue;
+            }
+            out[at] = value;
+            ++n;
+        }
+        size_ = n;
+    }
     Value* storage(std::size_t count) {
         if (count > stackCapacity) {
             heap_ = std::make_unique<Value[]>(count);
