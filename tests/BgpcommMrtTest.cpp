@@ -389,3 +389,26 @@ TEST(BgpcommMrt, VerifyFindsEveryListRoundTrips) {
 }
 
 }  // namespace
+
+// --stats counts distinct lists by identity and distinct values among the
+// kept routes: 0:0 is a value like any other, a list met again (next to
+// itself or later) is one list, and lanes' kept routes count as one thread's.
+TEST(BgpcommMrt, StatsCountDistinctListsAndValues) {
+    Bytes const zeroAndOne = entry1Attrs(attr(0xC0, 8, u32s({0, 0xFDE80001})));
+    Bytes const one = entry1Attrs(attr(0xC0, 8, u32s({0xFDE80001})));
+    Bytes const file = cat({peerTable(), rib({{0, zeroAndOne}, {1, zeroAndOne}, {0, one}}),
+                            rib({{1, zeroAndOne}, {0, entry2Attrs()}})});
+    for (unsigned threads : {1u, 3u}) {
+        Bgpcomm::MrtOptions options;
+        options.stats = true;
+        options.threads = threads;
+        std::string const out = run(std::move(options), file).out;
+        EXPECT_NE(out.find("routes read          5\n"), std::string::npos) << out;
+        EXPECT_NE(out.find("standard                  4          2          2         2.00\n"),
+                  std::string::npos)
+            << out;
+        EXPECT_NE(out.find("large                     1          1          1         1.00\n"),
+                  std::string::npos)
+            << out;
+    }
+}

@@ -35,21 +35,23 @@ class Stats {
 
     // Called once the tables exist and before any route is read.
     void start();
-    void hold(RouteComms const& comms) { held_.push_back(comms); }
-    // Routes another thread kept, in input order.
-    void hold(std::vector<RouteComms>&& many) {
-        held_.insert(held_.end(), std::make_move_iterator(many.begin()),
-                     std::make_move_iterator(many.end()));
+    void hold(RouteComms const& comms) {
+        if (held_.empty())
+            held_.emplace_back();
+        held_.back().push_back(comms);
     }
+    // Routes another thread kept, in input order: kept as they come, not
+    // moved into one array (the reading thread has enough to do).
+    void hold(std::vector<RouteComms>&& many) { held_.push_back(std::move(many)); }
     // Lets go of the kept routes (before the interning tables go).
-    void release() { std::vector<RouteComms>().swap(held_); }
+    void release() { std::vector<std::vector<RouteComms>>().swap(held_); }
     // Called after the last route; `counts` is what the run counted.
     void print(std::FILE* out, RunCounts const& counts, Ingest const& ingest) const;
     void stop();
 
   private:
     std::function<U64()> liveHeapBytes_;
-    std::vector<RouteComms> held_;
+    std::vector<std::vector<RouteComms>> held_;
     U64 heapAtStart_ = 0;
     U64 heapAtStop_ = 0;
     double startSeconds_ = 0;
