@@ -532,3 +532,45 @@ TEST(ListFastPathFlagsTest, StandardListBuiltOnAMissCachesItsFlags) {
 }
 
 }  // namespace
+
+// A new interned value is one block of the size-class arena of its concrete
+// type's size, with no allocator header; a hit takes nothing, and the last
+// release gives the block back.
+TEST(ValueBlocks, ANewValueIsOneArenaBlockOfItsSize) {
+#ifdef VOBGP_TEST_NO_ALLOCATION_COUNT
+    GTEST_SKIP() << "allocations are not counted under ThreadSanitizer";
+#endif
+    if (sizeof(void*) != 8)
+        GTEST_SKIP() << "block sizes are those of 64-bit objects";
+    using namespace ExtCommListTestEnv;
+    Env env;
+    ExtCommIp6DedupTable::Ptr const ip6 =
+        extCommIp6DedupTableFactory(env.container->extCommParser());
+    ExtCommIp6Content const ip6Value(0x00, 0x02, Vonet::Ip6Addr({0x20, 0x01, 0x0d, 0xb8}), 7);
+    // Tables whose slot arrays exist already.
+    auto const warm = std::make_pair(
+        env.comm(unspecifiedValue),
+        ExtCommIp6::dedupContent(
+            ip6.ptr(), ExtCommIp6Content(0x00, 0x02, Vonet::Ip6Addr({0x20, 0x01, 0x0d, 0xb8}), 8)));
+    struct Case {
+        char const* name;
+        std::function<Kiv::Ptr<Vok::DedupHandle const>()> intern;
+        std::size_t octets;
+    } const cases[] = {
+        {"color (typed)", [&] { return env.comm(colorValue); }, 32},
+        {"link bandwidth (typed)", [&] { return env.comm(lbwValue); }, 32},
+        {"unclassified (fallback)", [&] { return env.comm(0x8888000000000001); }, 32},
+        {"IPv6-specific", [&] { return ExtCommIp6::dedupContent(ip6.ptr(), ip6Value); }, 48},
+    };
+    auto const arenaLive = [] { return Vok::SizeClassArena::global().liveBytes(); };
+    for (Case const& c : cases) {
+        std::size_t const before = arenaLive(), heap = allocations;
+        auto value = c.intern();
+        EXPECT_EQ(c.octets, arenaLive() - before) << c.name;
+        EXPECT_EQ(0u, allocations - heap) << c.name;
+        EXPECT_EQ(value, c.intern()) << c.name;
+        EXPECT_EQ(c.octets, arenaLive() - before) << c.name << ": a hit";
+        value = nullptr;
+        EXPECT_EQ(before, arenaLive()) << c.name << ": released";
+    }
+}

@@ -28,12 +28,25 @@
 #include "Kiv/Errors.h"
 #include "KivStash/DedupHandle.h"
 #include "KivStash/StoreManager.h"
+#include "Vok/SizeClassArena.h"
 
 namespace KivStash {
 
 template <class Content>
 class ContentHandle : public DedupHandle {
   public:
+    // Values are small objects of a few fixed sizes (32 octets for the
+    // 8-octet community): blocks of the size-class arena, without the C
+    // library's chunk header and 16-octet rounding (48 octets each there).
+    // The sized delete gets the concrete type's size through the virtual
+    // destructor.
+    static void* operator new(std::size_t size) {
+        return Vok::SizeClassArena::global().allocate(size);
+    }
+    static void operator delete(void* block, std::size_t size) noexcept {
+        Vok::SizeClassArena::global().deallocate(block, size);
+    }
+
     Content const& getContent() const { return content_; }
 
     U32 hash() const override { return content_.hash(); }
