@@ -12,7 +12,7 @@ ExtCommIp6ClassificationList::PtrConst ExtCommIp6ClassificationList::dedup(
     KIV_ASSERT(table != nullptr, "table != __null");
     ExtCommVectorSort(commVector_);
     commVectorSortedIs(true);
-    return insertInto(table->extCommIp6ClassificationListDedupTable().ptr());
+    return insertInto(table->classificationTable());
 }
 
 U32 ExtCommIp6ClassificationList::hash() const {

@@ -47,7 +47,64 @@ ExtCommIp6ClassificationList const* ExtCommIp6List::classificationList(
                "__null == ( this ) || ( this )->dedupState() != "
                "Vok::dedupHandleStateNeverDeduped()");
     std::size_t const slot = classification;
-    return slot < classificationLists_.size() ? classificationLists_[slot].ptr() : nullptr;
+    ExtCommIp6ClassificationListVector const& lists = classificationLists();
+    return slot < lists.size() ? lists[slot].ptr() : nullptr;
+}
+
+ExtCommIp6ClassificationListVector const& ExtCommIp6List::classificationListsFirst() const {
+    static ExtCommIp6ClassificationListVector const none;
+    if (!isDeduped())
+        return none;
+    // The table set this list is interned in, null once it has gone (the
+    // list then splits into private lists: there is nothing to share with).
+    Vok::DedupHashTable const* const home = dedupTable();
+    auto const* const owner =
+        home == nullptr ? nullptr : static_cast<CommListDedupTableBase const*>(home->owner());
+    return publishClassificationListsOnce(
+               built_, classificationListsOf(static_cast<ExtCommIp6ListDedupTable const*>(owner)))
+        .lists;
+}
+
+ExtCommIp6List::Split* ExtCommIp6List::classificationListsOf(
+    ExtCommIp6ListDedupTable const* table) const {
+    KIV_ASSERT(commVectorSorted());
+    std::array<U32, 256> counts{};
+    std::size_t slots = 0;
+    for (ExtCommIp6::PtrConst const& comm : commVector_) {
+        std::size_t const classification = comm->classification();
+        ++counts[classification];
+        slots = std::max(slots, classification + 1);
+    }
+    using Element = ExtCommIp6ClassificationList::PtrConst;
+    auto* const split = ::new (tailBlock<Split, Element>(slots)) Split;
+    split->lists.tailIs(tailOf<Element>(split), slots);
+    split->lists.resize(slots);
+    for (std::size_t c = 0; c < slots; ++c) {
+        if (counts[c] == 0)
+            continue;
+        auto const classification = static_cast<ExtCommClassification>(c);
+        if (table != nullptr) {
+            if (Element found = findClassificationList<ExtCommIp6ClassificationList>(
+                    table->classificationTable(), classification, counts[c])) {
+                split->lists[c] = std::move(found);
+                continue;
+            }
+        }
+        ExtCommIp6ClassificationList::Ptr part =
+            extCommIp6ClassificationListFactory(classification, counts[c]);
+        // Members arrive in ascending order.
+        part->commVectorSortedIs(true);
+        for (ExtCommIp6::PtrConst const& comm : commVector_)
+            if (comm->classification() == classification)
+                part->commIs(comm);
+        if (table == nullptr) {
+            part->dedupStateNotToBeDedupedIs();
+            split->lists[c] = std::move(part);
+        } else {
+            split->lists[c] = part->dedup(table);
+        }
+    }
+    return split;
 }
 
 Kiv::String ExtCommIp6List::serialize(bool sendNonTransExtComms) const {
@@ -87,48 +144,16 @@ ExtCommIp6List::PtrConst ExtCommIp6List::dedup(ExtCommIp6ListDedupTable const* t
                "Vok::dedupHandleStateNeverDeduped()");
     ExtCommVectorSort(commVector_);
     commVectorSortedIs(true);
-    // When its classification lists are interned already, nothing is built.
-    CommListDedupTableBase const* const base = table;
-    InternedClassificationLists<ExtCommIp6ClassificationList::PtrConst> parts;
-    PtrConst existing;
-    bool const partsInterned = findInterned(
-        base->dedupTable().ptr(),
-        [table](ExtCommClassification) {
-            return table->extCommIp6ClassificationListDedupTable().ptr();
-        },
-        parts, existing);
-    if (existing != nullptr)
-        return existing;
     U32 transitive = 0;
     for (ExtCommIp6::PtrConst const& comm : commVector_)
         transitive += comm->isTransitive() ? 1 : 0;
     totalTransitiveCommunitiesIs(transitive);
-    if (partsInterned) {
-        for (U32 i = 0; i < parts.present; ++i)
-            ExtCommIp6ListClassificationListIs(classificationLists_, parts.lists[i]);
-        return insertInto(base->dedupTable().ptr());
-    }
-
-    // Members per classification first, so that each list is one block.
-    std::array<U32, 256> counts{};
-    for (ExtCommIp6::PtrConst const& comm : commVector_)
-        ++counts[comm->classification()];
-    for (ExtCommIp6::PtrConst const& comm : commVector_) {
-        ExtCommClassification const classification = comm->classification();
-        ExtCommIp6ListFindOrCreateClassificationList(classificationLists_, classification,
-                                                     counts[classification])
-            ->commIs(comm);
-    }
-    for (std::size_t slot = 0; slot < classificationLists_.size(); ++slot) {
-        if (classificationLists_[slot] == nullptr)
-            continue;
-        // Still this list's own private one, until the line below.
-        auto* const _classificationList =
-            const_cast<ExtCommIp6ClassificationList*>(classificationLists_[slot].ptr());
-        KIV_ASSERT(_classificationList->commVectorSorted());
-        ExtCommIp6ListClassificationListIs(classificationLists_, _classificationList->dedup(table));
-    }
-    return insertInto(base->dedupTable().ptr());
+    CommListDedupTableBase const* const base = table;
+    PtrConst interned = insertInto(base->dedupTable().ptr());
+    // Checked after the insert (see ClassificationListsEagerSwitch).
+    if (table->classificationListsEager())
+        interned->classificationLists();
+    return interned;
 }
 
 ExtCommIp6List::PtrConst ExtCommIp6List::intern(ExtCommIp6DedupTable const* ip6Table,
@@ -146,16 +171,16 @@ ExtCommIp6List::PtrConst ExtCommIp6List::internReceived(ExtCommIp6DedupTable con
 }
 
 U32 ExtCommIp6List::hash() const {
-    return hashIdentities(classificationLists_);
+    return hashIdentities(classificationLists());
 }
 
 bool ExtCommIp6List::compare(Vok::DedupHandle::RawPtrConst other) const {
-    return classificationLists_ == static_cast<ExtCommIp6List const*>(other)->classificationLists_;
+    return commVector_ == static_cast<ExtCommIp6List const*>(other)->commVector_;
 }
 
 Kiv::Ptr<ExtCommIp6ListSnapshot> ExtCommIp6List::commSnapshot() const {
     Kiv::Ptr<ExtCommIp6ListSnapshot> snapshot(new ExtCommIp6ListSnapshot);
-    snapshot->fill(classificationLists_, commVector_);
+    snapshot->fill(classificationLists(), commVector_);
     return snapshot;
 }
 

@@ -13,16 +13,20 @@
 // but whether it is sorted and how many of its communities are transitive.
 //
 // Lifecycle: private and appendable (commIs, append...) from its factory
-// until dedup(table), which sorts it, distributes it into classification
-// lists, interns those and returns the one shared list with that content.
-// When the classification lists are interned already, dedup finds them (and
-// the list, if interned) by lookups without building anything, as
-// ExtCommList does.
-// Its identity is that of its classification lists (their addresses, slot by
-// slot); an interned list never changes.
+// until dedup(table), which sorts it, counts its transitive communities and
+// returns the one shared list with that content. Its identity, equality and
+// placement are those of its values (interned communities), as for
+// ExtCommList; the classification lists, interned in the table set, are
+// built when something first asks for them (classificationList(s), hash(),
+// snapshots and the forms that print them), once, and published atomically
+// (ClassificationListsOnDemand.h). Once anyone can observe the table set's
+// classification table (ExtCommIp6ListDedupTable), every list is split at
+// once and every later one as it is interned. A private list has none.
+// An interned list never changes.
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <span>
 #include <vector>
 
@@ -31,13 +35,13 @@
 #include "VoBgp/ExtCommIp6ClassificationList.h"
 #include "VoBgp/ExtCommIp6DedupTable.h"
 #include "VoBgp/VoBgpSerialize.h"
+#include "VoBgp/internal/ClassificationListsOnDemand.h"
 
 namespace Routing::Bgp {
 
 class ExtCommIp6ListSnapshot;
 
-// A std::vector-like sequence (TailVector): a list interned from received
-// values keeps it in its own block, ahead of its members.
+// A std::vector-like sequence (TailVector).
 using ExtCommIp6ClassificationListVector = TailVector<ExtCommIp6ClassificationList::PtrConst>;
 
 // The list in slot `classification`, created (plain, private, with room
@@ -61,6 +65,7 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
 
     // A new private, empty list.
     static Ptr ExtCommIp6ListIs() { return Ptr(new ExtCommIp6List); }
+    ~ExtCommIp6List() override { delete built_.load(std::memory_order_relaxed); }
 
     // commIs, expectedCommunityCountIs, appendVector, comm(content),
     // lookupExtComm, comms, empty, commVectorRawPtr: ExtCommVectorMembers.
@@ -79,8 +84,15 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
     U32 totalCommunities() const;
     // Counted by dedup: communities whose type octet has bit 0x40 clear.
     U32 totalTransitiveCommunities() const { return transitiveFromUserData(userData()); }
+    // Built on first demand (see above); empty for a private list.
     ExtCommIp6ClassificationListVector const& classificationLists() const {
-        return classificationLists_;
+        if (Split const* built = built_.load(std::memory_order_acquire))
+            return built->lists;
+        return classificationListsFirst();
+    }
+    // Whether they are built already (asking builds nothing).
+    bool classificationListsSplit() const {
+        return built_.load(std::memory_order_acquire) != nullptr;
     }
     // The list of that classification, or null; interned lists only.
     ExtCommIp6ClassificationList const* classificationList(
@@ -121,9 +133,11 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
     static PtrConst internReceived(ExtCommIp6DedupTable const* ip6Table,
                                    ExtCommIp6ListDedupTable const* table, U8 const* octets,
                                    std::size_t size);
-    // Jenkins one-at-a-time over the identities of the non-null slots.
+    // Jenkins one-at-a-time over the identities of the non-null slots
+    // (builds them).
     U32 hash() const override;
-    // The same classification lists slot by slot.
+    // The same members (identities) in the same order: the same values, and
+    // so the same classification lists.
     bool compare(Vok::DedupHandle::RawPtrConst other) const override;
     // By the members' contents (ListPlacement), as a lookup from received
     // values computes it.
@@ -146,24 +160,34 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
     friend class ExtCommVectorMembers<ExtCommIp6List, ExtCommIp6>;
     // Received values sorted on the stack; longer lists use the heap.
     static constexpr std::size_t receivedOnStack = 16;
-    // The classification lists sit in slots indexed by classification.
-    static constexpr bool slotPerClassification = true;
-    // Its classification slots are built as it is interned (room in its block).
-    static constexpr bool classificationListsOnDemand = false;
     // In the handle's user-data word, below the transitive count.
     static constexpr U32 sortedBit = 1;
 
+    // The published slot vector, its slots in the container's own block.
+    struct Split {
+        VOBGP_LIST_TAIL_DELETE
+        ExtCommIp6ClassificationListVector lists;
+    };
+
     ExtCommIp6List() = default;
+    // The first build of an interned list's classification lists, published
+    // once; an empty vector for a private list.
+    ExtCommIp6ClassificationListVector const& classificationListsFirst() const;
+    // A new container of the members' classification lists: found or
+    // interned in `table`, or private ones (never to be interned) for null.
+    Split* classificationListsOf(ExtCommIp6ListDedupTable const* table) const;
     void totalTransitiveCommunitiesIs(U32 count) {
         userDataIs(userDataWithTransitive(userData(), count));
     }
 
-    ExtCommIp6ClassificationListVector classificationLists_;
+    // Null until built; then owned, freed with the list.
+    mutable std::atomic<Split*> built_{nullptr};
 };
 
-// On 64-bit hosts: the handle (24 octets), the member vector and the slot
-// vector (a word each); the sorted flag and the transitive count live in the
-// handle's user-data word.
+// On 64-bit hosts: the handle (24 octets), the member vector and the
+// classification lists' container (a word each, the latter null until
+// built); the sorted flag and the transitive count live in the handle's
+// user-data word.
 static_assert(sizeof(void*) != 8 || sizeof(ExtCommIp6List) == 40);
 // One attribute carries 3,276 IPv6-address-specific communities at most.
 static_assert(pathAttributeValueFits(3276 * 20) && !pathAttributeValueFits(3277 * 20));

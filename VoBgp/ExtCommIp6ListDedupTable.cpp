@@ -13,6 +13,10 @@ void ExtCommIp6ListDedupTable::handleInitialized() {
         Vok::DedupHashTableUnorderedSet::create(VoBgpGlobals::multiThreaded());
 }
 
+void ExtCommIp6ListDedupTable::split(Vok::DedupHandle const* list) {
+    Vok::fromDedupHandle<ExtCommIp6List>(list)->classificationLists();
+}
+
 ExtCommIp6List::PtrConst ExtCommIp6ListDedupTable::dedup(ExtCommIp6List* list) const {
     KIV_ASSERT(list != nullptr, "list != __null");
     return list->dedup(this);
@@ -25,6 +29,7 @@ void ExtCommIp6ListDedupTable::dumpEntry(Vok::DumpContext const& dumpCtx, U32 in
 }
 
 void ExtCommIp6ListDedupTable::dumpState(Vok::DumpContext const& dumpCtx, U32 indentCount) const {
+    classificationListsEagerIs();
     dumpCtx.print("%*sExtCommIp6ListDedupTable\n", static_cast<int>(indentCount), "");
     CommListDedupTableBase::dumpState(dumpCtx, indentCount + 2);
     dumpCtx.print("%*sextCommIp6Classification:\n", static_cast<int>(indentCount + 2), "");

@@ -18,10 +18,10 @@
 
 #include "KivStash/DedupHandle.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
-#include "VoBgp/internal/ListInternCache.h"
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunityList.h"
 #include "VoBgp/VoBgpGlobals.h"
+#include "VoBgp/internal/ListInternCache.h"
 
 namespace {
 
@@ -284,8 +284,8 @@ TEST(ConcurrencyStress, TwoThreadsCachingOverOneTableSetLeaveItEmpty) {
 
 namespace {
 
-// Extended lists split on demand while several threads ask for the same
-// lists and one of them starts watching: each list is split once (every
+// Extended and IPv6 lists split on demand while several threads ask for the
+// same lists and one of them starts watching: each list is split once (every
 // thread gets the same container), and lists interned meanwhile are split
 // too, so the collection then holds one notifier per held route-target set.
 TEST(ConcurrencyStress, OnDemandSplitsRaceWithTheFirstWatcher) {
@@ -297,14 +297,19 @@ TEST(ConcurrencyStress, OnDemandSplitsRaceWithTheFirstWatcher) {
     std::vector<Held> early;  // the even masks, interned before anyone asks
     for (unsigned m = 0; m < masks; m += 2)
         early.push_back(tables.intern(m));
-    std::vector<std::vector<ExtCommClassificationLists const*>> seen(threads);
+    using Containers =
+        std::pair<ExtCommClassificationLists const*, ExtCommIp6ClassificationListVector const*>;
+    std::vector<std::vector<Containers>> seen(threads);
     std::vector<std::vector<Held>> late(threads);  // the odd masks
     auto worker = [&](unsigned t) {
         for (unsigned i = 0; i < early.size(); ++i) {
-            if (t == 0 && i == early.size() / 2)
+            if (t == 0 && i == early.size() / 2) {
                 tables.extLists->notifyingRtExtCommListCollection();
+                tables.ip6Lists->extCommIp6ClassificationListDedupTable();
+            }
             unsigned const e = (i + t * 11) % unsigned(early.size());
-            seen[t].push_back(&early[e].ext->classificationLists());
+            seen[t].emplace_back(&early[e].ext->classificationLists(),
+                                 &early[e].ip6->classificationLists());
             if (i < early.size() / 2)
                 late[t].push_back(tables.intern(2 * ((i + t * 5) % (masks / 2)) + 1));
         }
@@ -322,7 +327,9 @@ TEST(ConcurrencyStress, OnDemandSplitsRaceWithTheFirstWatcher) {
     auto const& collection = tables.extLists->notifyingRtExtCommListCollection();
     for (auto const& lists : late)
         for (Held const& held : lists)
-            EXPECT_TRUE(held.ext->classificationListsSplit()) << held.mask;
+            EXPECT_TRUE(held.ext->classificationListsSplit() &&
+                        held.ip6->classificationListsSplit())
+                << held.mask;
     EXPECT_EQ(7u, collection->rtExtCommLists());
     early.clear();
     late.clear();

@@ -521,6 +521,51 @@ TEST(ListFastPathFlagsTest, ExtendedListsSplitOnlyWhenAskedAndOnce) {
     EXPECT_TRUE(lists[3]->classificationListsSplit());
 }
 
+// The same for IPv6-address-specific lists (their slot vector of
+// classification lists): N distinct lists from received values cost N
+// blocks; asking one builds its container and its one list (the parser
+// classifies every IPv6 community alike), once; reaching the table set's
+// classification table splits the rest.
+TEST(ListFastPathFlagsTest, Ip6ListsSplitOnlyWhenAskedAndOnce) {
+#ifdef VOBGP_TEST_NO_ALLOCATION_COUNT
+    GTEST_SKIP() << "allocations are not counted under ThreadSanitizer";
+#endif
+    Ip6Kind kind;
+    std::vector<ExtCommIp6::PtrConst> held;
+    for (U32 i : {1, 2, 3})
+        held.push_back(ExtCommIp6::dedupContent(kind.values.ptr(), Ip6Kind::value(i)));
+    std::vector<std::vector<U32>> const sets = {{1, 2}, {3, 2}, {1, 2, 3}};
+    std::vector<Octets> octets(sets.size());
+    for (std::size_t i = 0; i < sets.size(); ++i)
+        for (U32 v : sets[i])
+            Ip6Kind::wire(octets[i], Ip6Kind::value(v));
+    std::vector<ExtCommIp6List::PtrConst> lists;
+    lists.reserve(sets.size());
+    std::size_t const before = allocations;
+    for (Octets const& o : octets)
+        lists.push_back(fromOctets(kind, o));
+    EXPECT_EQ(sets.size(), allocations - before) << "one block per list, nothing split";
+    EXPECT_EQ(3u, lists[2]->totalTransitiveCommunities());
+
+    std::size_t const first = allocations;
+    ASSERT_EQ(1u, lists[1]->classificationLists().size());
+    EXPECT_EQ(2u, allocations - first) << "its container and its one list";
+    std::size_t const again = allocations;
+    EXPECT_EQ(2u, lists[1]->classificationLists()[0]->comms());
+    EXPECT_NE(0u, lists[1]->hash());
+    EXPECT_EQ(0u, allocations - again) << "split once";
+    EXPECT_EQ((std::vector<bool>{false, true, false}),
+              (std::vector<bool>{lists[0]->classificationListsSplit(),
+                                 lists[1]->classificationListsSplit(),
+                                 lists[2]->classificationListsSplit()}));
+    // Reaching the classification table is watching: every list is split.
+    EXPECT_EQ(3u, kind.lists->extCommIp6ClassificationListDedupTable()->size());
+    EXPECT_TRUE(lists[0]->classificationListsSplit() && lists[2]->classificationListsSplit());
+    Octets alone;
+    Ip6Kind::wire(alone, Ip6Kind::value(2));
+    EXPECT_TRUE(fromOctets(kind, alone)->classificationListsSplit()) << "split as it enters";
+}
+
 TEST(ListFastPathFlagsTest, StandardListBuiltOnAMissCachesItsFlags) {
     auto table = commListDedupTableFactory();
     // 65000:1, no-export and local-as (RFC 1997).

@@ -162,24 +162,8 @@ ExtCommClassificationLists* ExtCommList::classificationListsOf(ExtCommListDedupT
                     visit(comm);
         };
         if (table != nullptr) {
-            // Most classification lists are shared: look first, by the hash
-            // an interned one of these members has, and build only what is new.
-            Vok::HashMix mix;
-            members([&](ExtComm::PtrConst const& comm) { BgpHashMix(mix, comm.ptr()); });
-            Part found = table->classificationTable(classification)
-                             ->lookup<ExtCommClassificationList>(
-                                 Vok::placementHashOf(mix.result()),
-                                 [&](ExtCommClassificationList const* candidate) {
-                                     if (candidate->classification() != classification ||
-                                         candidate->comms() != counts[c])
-                                         return false;
-                                     auto theirs = candidate->commVectorRawPtr()->begin();
-                                     bool same = true;
-                                     members([&](ExtComm::PtrConst const& comm) {
-                                         same &= comm == *theirs++;
-                                     });
-                                     return same;
-                                 });
+            Part found = findClassificationList<ExtCommClassificationList>(
+                table->classificationTable(classification), classification, counts[c]);
             if (found != nullptr) {
                 parts.push_back(std::move(found));
                 continue;
@@ -215,17 +199,10 @@ ExtCommClassificationLists const& ExtCommList::classificationListsFirst() const 
         home == nullptr ? nullptr : static_cast<CommListDedupTableBase const*>(home->owner());
     ExtCommClassificationLists* const mine =
         classificationListsOf(static_cast<ExtCommListDedupTable const*>(owner));
-    ExtCommClassificationLists* published = nullptr;
-    if (built_.compare_exchange_strong(published, mine, std::memory_order_acq_rel,
-                                       std::memory_order_acquire)) {
-        KIV_ASSERT(std::any_of(mine->begin(), mine->end(), [](auto const& part) {
-                       return part->hasPrunableValues();
-                   }) == hasPrunableValues());
-        return *mine;
-    }
-    // Another thread published first; its lists are these same interned ones.
-    delete mine;
-    return *published;
+    KIV_ASSERT(std::any_of(mine->begin(), mine->end(), [](auto const& part) {
+                   return part->hasPrunableValues();
+               }) == hasPrunableValues());
+    return publishClassificationListsOnce(built_, mine);
 }
 
 ExtCommList::~ExtCommList() {

@@ -186,25 +186,8 @@ void ExtCommListDedupTable::handleInitialized() {
         static_cast<ExtCommListDedupTable const*>(this));
 }
 
-void ExtCommListDedupTable::eagerBuild() const {
-    std::lock_guard<std::mutex> lock(eagerMutex_);
-    if (eagerDone_.load(std::memory_order_relaxed))
-        return;
-    // Switched before the scan: a list entering meanwhile is either in the
-    // table when the scan passes its shard, or its dedup sees the switch
-    // (ExtCommList::dedup reads it after the insert; the shard lock orders
-    // the two).
-    eager_.store(true, std::memory_order_seq_cst);
-    std::vector<ExtCommList::PtrConst> lists;
-    lists.reserve(dedupTable()->size());
-    // A counted reference taken under the shard's lock, as a lookup takes it.
-    dedupTable()->forEach([&](Vok::DedupHandle const* handle) {
-        lists.emplace_back(static_cast<ExtCommList const*>(handle));
-    });
-    for (ExtCommList::PtrConst const& list : lists)
-        list->classificationLists();
-    lists.clear();
-    eagerDone_.store(true, std::memory_order_release);
+void ExtCommListDedupTable::split(Vok::DedupHandle const* list) {
+    Vok::fromDedupHandle<ExtCommList>(list)->classificationLists();
 }
 
 void ExtCommListDedupTable::notifyingRtExtCommListCollectionIs() {

@@ -37,13 +37,11 @@
 //     rtExtCommClassification    then the route-target table
 #pragma once
 
-#include <atomic>
 #include <cstddef>
-#include <mutex>
-#include <vector>
 
 #include "Kiv/OrderedMap.h"
 #include "Kiv/PointerSet.h"
+#include "VoBgp/internal/ClassificationListsOnDemand.h"
 #include "VoBgp/internal/CommListDedupTableBase.h"
 #include "VoBgp/internal/ExtCommListImpl.h"
 #include "Vok/DedupHandleLifeTimeNotifier.h"
@@ -200,13 +198,10 @@ class ExtCommListDedupTable final : public CommListDedupTableBase {
 
     // Whether lists are split as they are interned; a list interned while
     // this is false may not be split yet.
-    bool classificationListsEager() const { return eager_.load(std::memory_order_seq_cst); }
+    bool classificationListsEager() const { return eager_.on(); }
     // Switches to eager building: splits every list interned so far (once;
     // a caller on another thread meanwhile waits until that is done).
-    void classificationListsEagerIs() const {
-        if (!eagerDone_.load(std::memory_order_acquire))
-            eagerBuild();
-    }
+    void classificationListsEagerIs() const { eager_.switchOn(*dedupTable(), &split); }
 
     // Interns `list` (ExtCommList::dedup, from the table's side).
     ExtCommList::PtrConst dedup(ExtCommList* list) const;
@@ -225,7 +220,7 @@ class ExtCommListDedupTable final : public CommListDedupTableBase {
     friend class ExtCommClassificationList;
     ExtCommListDedupTable() { handleInitialized(); }
     void handleInitialized();
-    void eagerBuild() const;
+    static void split(Vok::DedupHandle const* list);
     // For interning, which must not count as watching.
     Vok::DedupHashTable const* classificationTable(ExtCommClassification classification) const {
         return classification == extCommClassificationRouteTarget
@@ -237,11 +232,7 @@ class ExtCommListDedupTable final : public CommListDedupTableBase {
     NotifyingRtExtCommListCollection::Ptr notifyingRtExtCommListCollection_;
     RtExtCommListLifeTimeNotifiee::Ptr rtExtCommListLifeTimeNotifiee_;
     Vok::DedupHashTable::Ptr rtExtCommClassificationListDedupTable_;
-    // eager_ on: lists are split as they enter; eagerDone_ on: and every
-    // earlier one has been split.
-    mutable std::atomic<bool> eager_{false};
-    mutable std::atomic<bool> eagerDone_{false};
-    mutable std::mutex eagerMutex_;
+    ClassificationListsEagerSwitch eager_;
 };
 
 inline ExtCommListDedupTable::Ptr extCommListDedupTableFactory() {

@@ -39,6 +39,7 @@
 #include "KivStash/DedupHandle.h"
 #include "KivStash/StoreManager.h"
 #include "VoBgp/VoBgpSerialize.h"
+#include "VoBgp/internal/ClassificationListsOnDemand.h"
 #include "VoBgp/internal/ExtCommClassificationList.h"
 
 namespace Routing::RouteMap {
@@ -224,8 +225,6 @@ class ExtCommList final : public KivStash::DedupHandle,
     friend class ExtCommVectorMembers<ExtCommList, ExtComm>;
     // Received values sorted on the stack; longer lists use the heap.
     static constexpr std::size_t receivedOnStack = 32;
-    // No room for classification lists in the list's block: they come later.
-    static constexpr bool classificationListsOnDemand = true;
 
     ExtCommList() = default;
 

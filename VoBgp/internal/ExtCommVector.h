@@ -22,8 +22,6 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
-#include <bitset>
 #include <cstddef>
 #include <iosfwd>
 #include <memory>
@@ -159,17 +157,6 @@ class PendingMembers {
     std::size_t size_ = 0;
 };
 
-// The interned classification lists of one list, ascending by
-// classification, as the lookup-first pass of dedup finds them
-// (ExtCommVectorMembers::findInterned), with the members of each.
-template <class ClassificationListPtr>
-struct InternedClassificationLists {
-    static constexpr std::size_t classifications = extCommClassificationOneBeyondLast;
-    std::array<ClassificationListPtr, classifications> lists;
-    U32 present = 0;
-    std::array<U32, classifications> counts{};
-};
-
 // The member vector of a list of interned communities (ExtCommList,
 // ExtCommClassificationList and their IPv6 twins) and what each of them does
 // with it the same way. Derived is the list, a Vok::DedupHandle that says
@@ -229,6 +216,30 @@ class ExtCommVectorMembers {
         });
     }
 
+    // The interned classification list of `table` holding exactly this
+    // sorted list's `count` members of `classification`, found by one lookup
+    // (by the hash an interned one of these members has), or null: most
+    // classification lists are shared, so a split builds only what is new.
+    template <class ClassificationList>
+    Kiv::Ptr<ClassificationList const> findClassificationList(Vok::DedupHashTable const* table,
+                                                              ExtCommClassification classification,
+                                                              U32 count) const {
+        Vok::HashMix mix;
+        for (CommPtrConst const& comm : commVector_)
+            if (comm->classification() == classification)
+                BgpHashMix(mix, comm.ptr());
+        return table->template lookup<ClassificationList>(
+            Vok::placementHashOf(mix.result()), [&](ClassificationList const* candidate) {
+                if (candidate->classification() != classification || candidate->comms() != count)
+                    return false;
+                auto theirs = candidate->commVectorRawPtr()->begin();
+                for (CommPtrConst const& comm : commVector_)
+                    if (comm->classification() == classification && comm != *theirs++)
+                        return false;
+                return true;
+            });
+    }
+
     // A new private List (Derived or a subclass; its constructor must be
     // open to this class) whose members live in the tail of its block, room
     // for `capacity` of them.
@@ -246,11 +257,7 @@ class ExtCommVectorMembers {
     // a lookup that builds nothing, else built from `valueTable`'s
     // communities and interned by dedup.
     //
-    // A list built here is one block: the object, then (unless Derived
-    // builds them on demand, classificationListsOnDemand) room for its
-    // classification lists (Derived::classificationLists_, as many as its
-    // members will need), then its members. The members are interned first,
-    // since their classifications size the block.
+    // A list built here is one block: the object, then its members.
     template <class ListTable, class ValueTable, class Values>
     static Kiv::Ptr<Derived const> internSorted(ListTable const* listTable,
                                                 ValueTable const* valueTable,
@@ -271,98 +278,13 @@ class ExtCommVectorMembers {
         for (Key const& key : values)
             pending.push_back(valueTable->intern(typename ValueTable::Content(key)));
 
-        Derived* raw = nullptr;
-        if constexpr (Derived::classificationListsOnDemand) {
-            raw = ::new (tailBlock<Derived, CommPtrConst>(pending.size())) Derived;
-            raw->commVector_.tailIs(tailOf<CommPtrConst>(raw), pending.size());
-        } else {
-            using ListPtr = typename decltype(Derived::classificationLists_)::value_type;
-            static_assert(sizeof(ListPtr) == sizeof(CommPtrConst) &&
-                          alignof(ListPtr) == alignof(CommPtrConst));
-            std::size_t const slots = classificationSlots(pending);
-            raw = ::new (tailBlock<Derived, CommPtrConst>(slots + pending.size())) Derived;
-            ListPtr* const tail = tailOf<ListPtr>(raw);
-            raw->classificationLists_.tailIs(tail, static_cast<U32>(slots));
-            raw->commVector_.tailIs(reinterpret_cast<CommPtrConst*>(tail + slots), pending.size());
-        }
+        // No room for classification lists: they come on demand.
+        auto* const raw = ::new (tailBlock<Derived, CommPtrConst>(pending.size())) Derived;
+        raw->commVector_.tailIs(tailOf<CommPtrConst>(raw), pending.size());
         Kiv::Ptr<Derived> list(raw);
         for (CommPtrConst& member : pending)
             raw->commVector_.push_back(std::move(member));
         return list->dedup(listTable);
-    }
-
-    // dedup's lookup-first pass over this list's members, sorted: the
-    // interned classification lists they make, each found by one lookup in
-    // classificationTable(its classification) and compared member by member,
-    // then the interned list made of them, found by one lookup in
-    // `listTable` and compared by a handful of pointers. Builds and
-    // allocates nothing. False when a classification list is not interned
-    // (or a member's classification is beyond the known ones): dedup builds
-    // them then. On true, `parts` holds the lists and `interned` the list,
-    // null when only its parts are interned.
-    template <class Parts, class ClassificationTable>
-    bool findInterned(Vok::DedupHashTable const* listTable,
-                      ClassificationTable&& classificationTable, Parts& parts,
-                      Kiv::Ptr<Derived const>& interned) const {
-        using ClassificationList = typename decltype(Parts::lists)::value_type::element_type;
-        // Each classification list's hash, built from the members as they
-        // stand: a classification list holds its members in this same order.
-        std::array<Vok::HashMix, Parts::classifications> mixes{};
-        for (CommPtrConst const& comm : commVector_) {
-            std::size_t const classification = comm->classification();
-            if (classification >= Parts::classifications)
-                return false;
-            BgpHashMix(mixes[classification], comm.ptr());
-            ++parts.counts[classification];
-        }
-        for (std::size_t c = 0; c < Parts::classifications; ++c) {
-            if (parts.counts[c] == 0)
-                continue;
-            auto const classification = static_cast<ExtCommClassification>(c);
-            auto const sameMembers = [&](ClassificationList const* candidate) {
-                if (candidate->classification() != classification ||
-                    candidate->comms() != parts.counts[c])
-                    return false;
-                auto theirs = candidate->commVectorRawPtr()->begin();
-                for (CommPtrConst const& comm : commVector_)
-                    if (comm->classification() == classification && comm != *theirs++)
-                        return false;
-                return true;
-            };
-            auto& found = parts.lists[parts.present];
-            found = classificationTable(classification)
-                        ->template lookup<ClassificationList>(
-                            Vok::placementHashOf(mixes[c].result()), sameMembers);
-            if (found == nullptr)
-                return false;
-            ++parts.present;
-        }
-        // The candidate's lists in order, empty slots (null) skipped.
-        interned =
-            listTable->template lookup<Derived>(membersPlacement(), [&](Derived const* list) {
-                U32 next = 0;
-                for (auto const& theirs : list->classificationLists_)
-                    if (theirs != nullptr &&
-                        (next == parts.present || theirs != parts.lists[next++]))
-                        return false;
-                return next == parts.present;
-            });
-        return true;
-    }
-
-    // The classification lists that `members` make: one per classification
-    // present, or (Derived::slotPerClassification) a slot for every
-    // classification up to the highest present.
-    template <class Members>
-    static std::size_t classificationSlots(Members& members) {
-        std::bitset<256> present;
-        std::size_t highest = 0;
-        for (CommPtrConst const& member : members) {
-            std::size_t const classification = member->classification();
-            present.set(classification);
-            highest = std::max(highest, classification + 1);
-        }
-        return Derived::slotPerClassification ? highest : present.count();
     }
 
     CommVector commVector_;
