@@ -481,7 +481,7 @@ int main(int argc, char** argv) {
     for (bool again : {false, true})
         for (bool cached : {false, true})
             for (unsigned threads : {1u, 2u}) {
-                if (cached && extendedValuesOnly)
+                if (cached && !ingestHasCaches)
                     continue;  // no cache in those libraries
                 benchmark::RegisterBenchmark(
                     (std::string("ingestThreads/all/") + (again ? "again" : "first") +

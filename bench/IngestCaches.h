@@ -3,8 +3,9 @@
 // kind over one Interner's tables, in the benchmark's kind order (standard,
 // large, extended, IPv6-specific). Each thread's pass makes its own and
 // flushes them at its end (timed), and hands each route's previous objects
-// back to them. Libraries built with INGEST_EXTENDED_VALUES_ONLY predate the
-// cache: there it is a stub the benchmark never runs.
+// back to them. Older libraries (built with INGEST_EXTENDED_VALUES_ONLY, or
+// without the cache's header) predate it: there it is a stub the benchmark
+// never runs (ingestHasCaches false).
 #pragma once
 
 #include <cstdlib>
@@ -12,10 +13,12 @@
 
 #include "Kiv/Types.h"
 
-#ifndef INGEST_EXTENDED_VALUES_ONLY
+#if !defined(INGEST_EXTENDED_VALUES_ONLY) && __has_include("VoBgp/internal/ListInternCache.h")
 #include "VoBgp/internal/ListInternCache.h"
 
 namespace IngestBench {
+
+constexpr bool ingestHasCaches = true;
 
 class Caches {
   public:
@@ -53,6 +56,8 @@ class Caches {
 #else
 
 namespace IngestBench {
+
+constexpr bool ingestHasCaches = false;
 
 class Caches {
   public:
