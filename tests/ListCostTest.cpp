@@ -279,12 +279,12 @@ TEST(ValueBlocks, ANewValueIsOneArenaBlockOfItsSize) {
     Env env;
     ExtCommIp6DedupTable::Ptr const ip6 =
         extCommIp6DedupTableFactory(env.container->extCommParser());
-    ExtCommIp6Content const ip6Value(0x00, 0x02, Vonet::Ip6Addr({0x20, 0x01, 0x0d, 0xb8}), 7);
+    ExtCommIp6Content const ip6Value{0x00, 0x02, Vonet::Ip6Addr({0x20, 0x01, 0x0d, 0xb8}), 7};
     // Tables whose slot arrays exist already.
     auto const warm = std::make_pair(
         env.comm(unspecifiedValue),
         ExtCommIp6::dedupContent(
-            ip6.ptr(), ExtCommIp6Content(0x00, 0x02, Vonet::Ip6Addr({0x20, 0x01, 0x0d, 0xb8}), 8)));
+            ip6.ptr(), ExtCommIp6Content{0x00, 0x02, Vonet::Ip6Addr({0x20, 0x01, 0x0d, 0xb8}), 8}));
     struct Case {
         char const* name;
         std::function<Kiv::Ptr<Vok::DedupHandle const>()> intern;
