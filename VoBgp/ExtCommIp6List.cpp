@@ -55,13 +55,8 @@ ExtCommIp6ClassificationListVector const& ExtCommIp6List::classificationListsFir
     static ExtCommIp6ClassificationListVector const none;
     if (!isDeduped())
         return none;
-    // The table set this list is interned in, null once it has gone (the
-    // list then splits into private lists: there is nothing to share with).
-    Vok::DedupHashTable const* const home = dedupTable();
-    auto const* const owner =
-        home == nullptr ? nullptr : static_cast<CommListDedupTableBase const*>(home->owner());
     return publishClassificationListsOnce(
-               built_, classificationListsOf(static_cast<ExtCommIp6ListDedupTable const*>(owner)))
+               built_, classificationListsOf(tableSetOf<ExtCommIp6ListDedupTable>(*this)))
         .lists;
 }
 

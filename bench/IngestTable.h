@@ -4,7 +4,6 @@
 // and each route's attribute length. Loaded once per process.
 #pragma once
 
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

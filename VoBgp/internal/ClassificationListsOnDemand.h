@@ -27,6 +27,19 @@
 
 namespace Routing::Bgp {
 
+class CommListDedupTableBase;
+
+// The table set an interned list lives in (its table's owner), null once the
+// set has gone: a list asked then splits into private lists, as there is
+// nothing left to share with.
+template <class TableSet>
+TableSet const* tableSetOf(Vok::DedupHandle const& list) {
+    Vok::DedupHashTable const* const home = list.dedupTable();
+    if (home == nullptr)
+        return nullptr;
+    return static_cast<TableSet const*>(static_cast<CommListDedupTableBase const*>(home->owner()));
+}
+
 // Publishes `mine` into `slot` unless a container is there already; the one
 // published.
 template <class Container>

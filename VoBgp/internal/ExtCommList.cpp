@@ -192,13 +192,8 @@ ExtCommClassificationLists const& ExtCommList::classificationListsFirst() const 
     static ExtCommClassificationLists const none;
     if (!isDeduped())
         return none;
-    // The table set this list is interned in, null once it has gone (the
-    // list then splits into private lists: there is nothing to share with).
-    Vok::DedupHashTable const* const home = dedupTable();
-    auto const* const owner =
-        home == nullptr ? nullptr : static_cast<CommListDedupTableBase const*>(home->owner());
     ExtCommClassificationLists* const mine =
-        classificationListsOf(static_cast<ExtCommListDedupTable const*>(owner));
+        classificationListsOf(tableSetOf<ExtCommListDedupTable>(*this));
     KIV_ASSERT(std::any_of(mine->begin(), mine->end(), [](auto const& part) {
                    return part->hasPrunableValues();
                }) == hasPrunableValues());

@@ -35,10 +35,10 @@
 
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/ExtCommIp6ListDedupTable.h"
-#include "VoBgp/internal/ListInternCache.h"
 #include "VoBgp/Parse/ExtComm.h"
 #include "VoBgp/VoBgpCommunity.h"
 #include "VoBgp/VoBgpCommunityList.h"
+#include "VoBgp/internal/ListInternCache.h"
 #include "bgpcomm/Attrs.h"
 
 namespace Routing::RouteMap {
