@@ -196,6 +196,17 @@ class CommListBase : public KivStash::DedupHandle {
                                                   U8 const* octets, std::size_t size) {
         return internSorted(table, ReceivedValues<Value, receivedOnStack>(octets, size));
     }
+    // internReceived for a holder replacing what it holds (a route whose
+    // attribute arrives again): `held` becomes that list. When the list it
+    // holds (interned in `table`) has exactly these values, it stays: no
+    // table lookup, and neither count is written.
+    static void internReceivedInto(Kiv::Ptr<Derived const>& held,
+                                   typename Traits::Table const* table, U8 const* octets,
+                                   std::size_t size) {
+        ReceivedValues<Value, receivedOnStack> const values(octets, size);
+        if (!holdsExactly(held.ptr(), table, values))
+            held = internSorted(table, values);
+    }
 
     // The path attribute: flags 0xC0, the kind's type, the elements in vector
     // order in network byte order. The serializer picks the length form. A
@@ -332,6 +343,15 @@ class CommListBase : public KivStash::DedupHandle {
     template <std::size_t N>
     static Kiv::Ptr<Derived const> internSorted(typename Traits::Table const* table,
                                                 ReceivedValues<Value, N> const& values);
+    // Whether `list` (held, or null) is `table`'s list of exactly `values`.
+    template <std::size_t N>
+    static bool holdsExactly(Derived const* list, typename Traits::Table const* table,
+                             ReceivedValues<Value, N> const& values) {
+        CommListDedupTableBase const* const base = table;
+        return base->dedupTable()->holds(list) &&
+               values.sameAs(static_cast<CommListBase const*>(list)->members(),
+                             [](Value const& value) -> Value const& { return value; });
+    }
 };
 
 // The entry points that check a list's state, spelled in each list class so

@@ -91,8 +91,23 @@ using ExtHeld = std::vector<ExtComm::PtrConst>;
 struct Ip6Held {};
 #endif
 
+#ifndef INGEST_EXTENDED_VALUES_ONLY
+// A route's list replaced by the one of the received octets: through the
+// list's replacing entry point (internReceivedInto: the held list stays,
+// uncounted, when it has these values) where the library has one, else
+// interned and assigned.
+template <class List, class... Tables>
+void internInto(Kiv::Ptr<List const>& held, U8 const* p, U32 size, Tables const*... tables) {
+    if constexpr (requires { List::internReceivedInto(held, tables..., p, std::size_t(size)); })
+        List::internReceivedInto(held, tables..., p, size);
+    else
+        held = List::internReceived(tables..., p, size);
+}
+#endif
+
 // The library as the agent calls it: one function per attribute kind, the
-// attribute's value octets in, the interned object out.
+// attribute's value octets in, the interned object out; and the same
+// replacing what the route holds (xInto).
 class Interner {
   public:
     explicit Interner(bool threadSafe) {
@@ -124,6 +139,18 @@ class Interner {
     }
     Ip6Held ipv6(U8 const* p, U32 size) const {
         return ExtCommIp6List::internReceived(ip6Table_.ptr(), ip6ListTable_.ptr(), p, size);
+    }
+    void standardInto(CommList::PtrConst& held, U8 const* p, U32 size) const {
+        internInto(held, p, size, commTable_.ptr());
+    }
+    void largeInto(LargeCommList::PtrConst& held, U8 const* p, U32 size) const {
+        internInto(held, p, size, largeTable_.ptr());
+    }
+    void extendedInto(ExtHeld& held, U8 const* p, U32 size) const {
+        internInto(held, p, size, extTable_.ptr(), extListTable_.ptr());
+    }
+    void ipv6Into(Ip6Held& held, U8 const* p, U32 size) const {
+        held = ipv6(p, size);
     }
 #else
     // Libraries before the received-octets entry points: a private list,
@@ -230,6 +257,9 @@ struct KindOps;
     struct KindOps<number> {                                                                       \
         static auto intern(Interner const& in, U8 const* p, U32 size) { return in.name(p, size); } \
         static auto& held(Route& route) { return route.name; }                                     \
+        static void into(auto const& in, auto& held, U8 const* p, U32 size) {                      \
+            in.name##Into(held, p, size);                                                          \
+        }                                                                                          \
     };
 INGEST_KIND(0, standard)
 INGEST_KIND(1, large)
@@ -246,11 +276,20 @@ void step(Interner const& in, Caches* caches, std::size_t i, Route& route, U8 co
     U32 const size = table().sizes[Kind][i];
     if (size == absent)
         return;
+    auto& held = KindOps<Kind>::held(route);
+#ifndef INGEST_EXTENDED_VALUES_ONLY
+    if (caches == nullptr) {
+        auto const* const before = held.ptr();
+        KindOps<Kind>::into(in, held, cursor[Kind], size);
+        cursor[Kind] += size;
+        *changed += held.ptr() != before;
+        return;
+    }
+#endif
     using Held = decltype(KindOps<Kind>::intern(in, cursor[Kind], size));
     Held fresh = caches ? caches->template intern<Kind, Held>(cursor[Kind], size)
                         : KindOps<Kind>::intern(in, cursor[Kind], size);
     cursor[Kind] += size;
-    auto& held = KindOps<Kind>::held(route);
     if (!sameObjects(fresh, held))
         ++*changed;
     if (caches)

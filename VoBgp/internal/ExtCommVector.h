@@ -265,11 +265,7 @@ class ExtCommVectorMembers {
         KIV_ASSERT(listTable != nullptr && valueTable != nullptr);
         Vok::DedupHashTable const* const members = valueTable->dedupTable().ptr();
         auto const same = [&](Derived const* candidate) {
-            std::span<CommPtrConst const> const theirs = candidate->commVector_.span();
-            // Equal keys from another value table are other objects.
-            return values.sameAs(theirs, [](CommPtrConst const& comm) -> decltype(auto) {
-                return extCommKey(*comm);
-            }) && (theirs.empty() || theirs.front()->dedupTable() == members);
+            return hasKeys(candidate, members, values);
         };
         CommListDedupTableBase const* const base = listTable;
         if (auto hit = base->dedupTable()->template lookup<Derived>(values.placement(), same))
@@ -287,9 +283,29 @@ class ExtCommVectorMembers {
         return list->dedup(listTable);
     }
 
+    // Whether `list` (held, or null) is `listTable`'s list of exactly the
+    // keys `values` (sorted, unique) as interned in `valueTable`.
+    template <class ListTable, class ValueTable, class Values>
+    static bool holdsExactly(Derived const* list, ListTable const* listTable,
+                             ValueTable const* valueTable, Values const& values) {
+        CommListDedupTableBase const* const base = listTable;
+        return base->dedupTable()->holds(list) &&
+               hasKeys(list, valueTable->dedupTable().ptr(), values);
+    }
+
     CommVector commVector_;
 
   private:
+    template <class Values>
+    static bool hasKeys(Derived const* list, Vok::DedupHashTable const* members,
+                        Values const& values) {
+        std::span<CommPtrConst const> const theirs = list->commVector_.span();
+        // Equal keys from another value table are other objects.
+        return values.sameAs(theirs, [](CommPtrConst const& comm) -> decltype(auto) {
+            return extCommKey(*comm);
+        }) && (theirs.empty() || theirs.front()->dedupTable() == members);
+    }
+
     static void dropSpareCapacity(Vok::DedupHandle* candidate) {
         static_cast<ExtCommVectorMembers&>(*static_cast<Derived*>(candidate))
             .commVector_.shrink_to_fit();
