@@ -9,7 +9,12 @@
 //   ingest/<kind>/first   fresh tables, every route interned once
 //   ingest/<kind>/again   every list already interned and held by its route;
 //                         each route's attribute is interned again and the
-//                         result replaces what the route holds
+//                         result replaces what the route holds, through the
+//                         list's internReceivedInto where the library has
+//                         it (the held list found equal stays: no lookup)
+//   ingest/<kind>/againAssign
+//                         the same, each list interned by internReceived
+//                         (a table lookup) and assigned to the route
 //   ingest/<kind>/release every list interned, then each list's last
 //                         reference dropped (per list: the removal from its
 //                         tables and whatever it alone held)
@@ -18,7 +23,8 @@
 //   ingestThreads/...     the whole table into one thread-safe table set, by
 //                         one thread, or by two threads on disjoint halves
 //                         (wall time; compare threads:1 with threads:2);
-//                         cache:1 through per-thread caches (IngestCaches.h)
+//                         cache:1 through per-thread caches (IngestCaches.h),
+//                         assign:1 interned and assigned (againAssign)
 // `threadSafe` chooses plain or thread-safe tables (VoBgpGlobals::
 // multiThreaded, read when a table is created).
 //
@@ -150,7 +156,7 @@ class Interner {
         internInto(held, p, size, extTable_.ptr(), extListTable_.ptr());
     }
     void ipv6Into(Ip6Held& held, U8 const* p, U32 size) const {
-        held = ipv6(p, size);
+        internInto(held, p, size, ip6Table_.ptr(), ip6ListTable_.ptr());
     }
 #else
     // Libraries before the received-octets entry points: a private list,
@@ -267,18 +273,23 @@ INGEST_KIND(2, extended)
 INGEST_KIND(3, ipv6)
 #undef INGEST_KIND
 
-// Interns one route's attribute of Kind (through `caches` when given, the
-// previous object given back to them); counts the routes whose object
+// How a route's attribute replaces what the route holds: through the
+// list's replacing entry point (internReceivedInto) where the library has
+// one; interned, then assigned; or through per-thread caches (IngestCaches.h,
+// the previous object given back to them).
+enum class Path { replace, assign, cache };
+
+// Interns one route's attribute of Kind; counts the routes whose object
 // changed (all carrying ones on a first pass, none on a later one).
 template <unsigned Kind>
-void step(Interner const& in, Caches* caches, std::size_t i, Route& route, U8 const** cursor,
-          std::size_t* changed) {
+void step(Interner const& in, Caches* caches, [[maybe_unused]] bool replace, std::size_t i,
+          Route& route, U8 const** cursor, std::size_t* changed) {
     U32 const size = table().sizes[Kind][i];
     if (size == absent)
         return;
     auto& held = KindOps<Kind>::held(route);
 #ifndef INGEST_EXTENDED_VALUES_ONLY
-    if (caches == nullptr) {
+    if (replace) {
         auto const* const before = held.ptr();
         KindOps<Kind>::into(in, held, cursor[Kind], size);
         cursor[Kind] += size;
@@ -299,34 +310,34 @@ void step(Interner const& in, Caches* caches, std::size_t i, Route& route, U8 co
 
 template <unsigned... Kinds>
 std::size_t ingestKinds(Interner const& in, Route* routes, Range const& range,
-                        Caches* caches = nullptr) {
+                        Caches* caches = nullptr, bool replace = true) {
     U8 const* cursor[kindCount];
     for (unsigned kind = 0; kind < kindCount; ++kind)
         cursor[kind] = table().octets[kind].data() + range.offset[kind];
     std::size_t changed = 0;
     for (std::size_t i = range.begin; i < range.end; ++i)
-        (step<Kinds>(in, caches, i, routes[i], cursor, &changed), ...);
+        (step<Kinds>(in, caches, replace, i, routes[i], cursor, &changed), ...);
     return changed;
 }
 
 std::size_t ingest(unsigned kind, Interner const& in, Route* routes, Range const& range,
-                   bool cached) {
-    std::unique_ptr<Caches> caches = cached ? std::make_unique<Caches>(in) : nullptr;
+                   Path path) {
+    std::unique_ptr<Caches> caches = path == Path::cache ? std::make_unique<Caches>(in) : nullptr;
     // Kind number to its loop; allKinds for the whole route.
-    using Loop = std::size_t (*)(Interner const&, Route*, Range const&, Caches*);
+    using Loop = std::size_t (*)(Interner const&, Route*, Range const&, Caches*, bool);
     static constexpr Loop loops[] = {ingestKinds<0>, ingestKinds<1>, ingestKinds<2>, ingestKinds<3>,
                                      ingestKinds<0, 1, 2, 3>};
-    return loops[std::min(kind, allKinds)](in, routes, range, caches.get());
+    return loops[std::min(kind, allKinds)](in, routes, range, caches.get(), path == Path::replace);
 }
 
 // The halves of the table, one per thread; the first runs on the caller's.
 std::size_t ingestSplit(unsigned kind, Interner const& in, Route* routes,
-                        std::vector<Range> const& ranges, bool cached = false) {
+                        std::vector<Range> const& ranges, Path path) {
     std::vector<std::size_t> changed(ranges.size());
     std::vector<std::thread> threads;
     for (std::size_t t = 1; t < ranges.size(); ++t)
-        threads.emplace_back([&, t] { changed[t] = ingest(kind, in, routes, ranges[t], cached); });
-    changed[0] = ingest(kind, in, routes, ranges[0], cached);
+        threads.emplace_back([&, t] { changed[t] = ingest(kind, in, routes, ranges[t], path); });
+    changed[0] = ingest(kind, in, routes, ranges[0], path);
     for (auto& thread : threads)
         thread.join();
     std::size_t total = 0;
@@ -353,7 +364,7 @@ struct State {
 };
 
 void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool threadSafe,
-                 unsigned threads, bool cached) {
+                 unsigned threads, Path path) {
     std::vector<Range> ranges;
     for (unsigned t = 0; t < threads; ++t)
         ranges.push_back(rangeOf(table().routes * t / threads, table().routes * (t + 1) / threads));
@@ -370,7 +381,7 @@ void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool thread
     std::size_t const heapBefore = heapInUse();
     state.interner = std::make_unique<Interner>(threadSafe);
     std::size_t const firstChanged =
-        ingestSplit(kind, *state.interner, state.routes.data(), ranges, cached);
+        ingestSplit(kind, *state.interner, state.routes.data(), ranges, path);
     std::size_t const bytes = heapInUse() - heapBefore;
     if (firstChanged != objects)
         bench.SkipWithError("the first pass did not give every carrying route a new object");
@@ -386,7 +397,7 @@ void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool thread
             bench.ResumeTiming();
         }
         std::size_t const changed =
-            ingestSplit(kind, *state.interner, state.routes.data(), ranges, cached);
+            ingestSplit(kind, *state.interner, state.routes.data(), ranges, path);
         if (changed != (again ? 0 : objects)) {
             bench.SkipWithError(again ? "a later pass found other objects than the routes hold"
                                       : "the first pass did not give every route a new object");
@@ -495,13 +506,16 @@ int main(int argc, char** argv) {
     for (unsigned kind = 0; kind <= allKinds; ++kind) {
         if (kind != allKinds && table().carrying[kind] == 0)
             continue;  // the table has none of this kind
-        for (bool again : {false, true}) {
-            std::string const name =
-                std::string("ingest/") + kindNames[kind] + (again ? "/again" : "/first");
+        // againAssign: again, each route's list interned and then assigned
+        // (what `again` does in libraries without the replacing entry point).
+        for (char const* phase : {"first", "again", "againAssign"}) {
+            bool const again = phase[0] == 'a';
+            Path const path = phase[5] == 'A' ? Path::assign : Path::replace;
+            std::string const name = std::string("ingest/") + kindNames[kind] + "/" + phase;
             for (bool threadSafe : {false, true})
                 benchmark::RegisterBenchmark(
                     (name + (threadSafe ? "/threadSafe:1" : "/threadSafe:0")).c_str(), ingestBench,
-                    kind, again, threadSafe, 1u, false)
+                    kind, again, threadSafe, 1u, path)
                     ->Unit(benchmark::kMillisecond);
         }
         if (kind == allKinds || (extendedValuesOnly && kind >= 2))
@@ -518,16 +532,20 @@ int main(int argc, char** argv) {
                     ->Iterations(10);
     }
     for (bool again : {false, true})
-        for (bool cached : {false, true})
+        for (Path path : {Path::replace, Path::assign, Path::cache})
             for (unsigned threads : {1u, 2u}) {
-                if (cached && !ingestHasCaches)
+                if (path == Path::cache && !ingestHasCaches)
                     continue;  // no cache in those libraries
-                benchmark::RegisterBenchmark(
-                    (std::string("ingestThreads/all/") + (again ? "again" : "first") +
-                     "/threadSafe:1" + (cached ? "/cache:1" : "") +
-                     "/threads:" + std::to_string(threads))
-                        .c_str(),
-                    ingestBench, allKinds, again, true, threads, cached)
+                if (path == Path::assign && !again)
+                    continue;  // the same as replace on a first pass
+                benchmark::RegisterBenchmark((std::string("ingestThreads/all/") +
+                                              (again ? "again" : "first") + "/threadSafe:1" +
+                                              (path == Path::cache    ? "/cache:1"
+                                               : path == Path::assign ? "/assign:1"
+                                                                      : "") +
+                                              "/threads:" + std::to_string(threads))
+                                                 .c_str(),
+                                             ingestBench, allKinds, again, true, threads, path)
                     ->Unit(benchmark::kMillisecond)
                     ->UseRealTime();
             }

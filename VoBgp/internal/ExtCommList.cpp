@@ -231,14 +231,6 @@ ExtCommList::PtrConst ExtCommList::internReceived(ExtCommDedupTable const* extTa
     return internSorted(table, extTable, ReceivedValues<U64, receivedOnStack>(octets, size));
 }
 
-void ExtCommList::internReceivedInto(PtrConst& held, ExtCommDedupTable const* extTable,
-                                     ExtCommListDedupTable const* table, U8 const* octets,
-                                     std::size_t size) {
-    ReceivedValues<U64, receivedOnStack> const values(octets, size);
-    if (!holdsExactly(held.ptr(), table, extTable, values))
-        held = internSorted(table, extTable, values);
-}
-
 ExtCommList::PtrConst ExtCommList::prune(ExtCommListDedupTable const* table) const {
     if (!hasPrunableValues())
         return PtrConst(this);

@@ -186,13 +186,8 @@ class ExtCommList final : public KivStash::DedupHandle,
     static PtrConst internReceived(ExtCommDedupTable const* extTable,
                                    ExtCommListDedupTable const* table, U8 const* octets,
                                    std::size_t size);
-    // internReceived for a holder replacing what it holds (a route whose
-    // attribute arrives again): `held` becomes that list. When the list it
-    // holds (interned in `table`, of `extTable`'s communities) has exactly
-    // these values, it stays: no table lookup, and neither count is written.
-    static void internReceivedInto(PtrConst& held, ExtCommDedupTable const* extTable,
-                                   ExtCommListDedupTable const* table, U8 const* octets,
-                                   std::size_t size);
+    // internReceivedInto(held, extTable, table, octets, size): see
+    // ExtCommVectorMembers.
     // This list without invalid values and with one link bandwidth (the
     // best); this list itself when nothing is prunable, null when nothing is
     // left.

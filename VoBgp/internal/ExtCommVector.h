@@ -190,6 +190,20 @@ class ExtCommVectorMembers {
     bool empty() const { return commVector_.empty(); }
     CommVector const* commVectorRawPtr() const { return &commVector_; }
 
+    // The list's internReceived for a holder replacing what it holds (a
+    // route whose attribute arrives again): `held` becomes the interned list
+    // of `listTable` holding the communities of the attribute's value octets
+    // as interned in `valueTable`. When the list it holds (interned there)
+    // has exactly these values, it stays: no table lookup, and neither count
+    // is written.
+    template <class ValueTable, class ListTable>
+    static void internReceivedInto(Kiv::Ptr<Derived const>& held, ValueTable const* valueTable,
+                                   ListTable const* listTable, U8 const* octets, std::size_t size) {
+        ReceivedValues<Key, Derived::receivedOnStack> const values(octets, size);
+        if (!holdsExactly(held.ptr(), listTable, valueTable, values))
+            held = internSorted(listTable, valueTable, values);
+    }
+
   protected:
     ExtCommVectorMembers() = default;
 
