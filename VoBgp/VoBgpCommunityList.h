@@ -146,6 +146,10 @@ struct CommListTraits<Acl::CommunityValue> {
 template <class List, class Value>
 Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeManager);
 
+// The per-thread interning cache's view of a list kind (ListInternCache.h).
+template <class List, class Value>
+struct PlainListInternKind;
+
 template <class Derived, class Value>
 class CommListBase : public KivStash::DedupHandle {
   public:
@@ -352,6 +356,8 @@ class CommListBase : public KivStash::DedupHandle {
                values.sameAs(static_cast<CommListBase const*>(list)->members(),
                              [](Value const& value) -> Value const& { return value; });
     }
+    // A cache that decoded the values already goes straight to the lookup.
+    friend struct PlainListInternKind<Derived, Value>;
 };
 
 // The entry points that check a list's state, spelled in each list class so

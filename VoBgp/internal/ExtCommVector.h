@@ -161,6 +161,10 @@ class PendingMembers {
 // ExtCommClassificationList and their IPv6 twins) and what each of them does
 // with it the same way. Derived is the list, a Vok::DedupHandle that says
 // whether it is sorted (commVectorSorted()).
+// The per-thread interning cache's view of a list kind (ListInternCache.h).
+template <class List, class Value, class ValueTable, class ListTable>
+struct ExtListInternKind;
+
 template <class Derived, class Comm>
 class ExtCommVectorMembers {
   public:
@@ -205,6 +209,10 @@ class ExtCommVectorMembers {
     }
 
   protected:
+    // A cache that decoded the values already goes straight to the lookup.
+    template <class List, class Value, class ValueTable, class ListTable>
+    friend struct ExtListInternKind;
+
     ExtCommVectorMembers() = default;
 
     // Appends the members of another list (nothing for null).
