@@ -203,7 +203,8 @@ std::optional<std::string> parseMrtOptions(std::vector<std::string> const& args,
 MrtRun::Lane::Lane(MrtRun& run, Diag* diag)
     : notes(run.options_.dictionary.get()),
       output(run.options_.format, run.options_.asdot, *run.ingest_, run.out_),
-      diag(diag) {
+      diag(diag),
+      tally(run.options_.stats ? &run.stats_.newTally() : nullptr) {
     output.notesIs(&notes);
     output.headerIs(run.options_.header);
     output.wireOrderIs(run.options_.wireOrder);
@@ -314,10 +315,11 @@ void MrtRun::batch(Lane& lane, RouteBatch const& batch) {
             verify(lane, comms, *batch.attrs);
     }
     RouteView view{label_, &batch, nullptr, &comms, batch.attrs ? &asPath : nullptr};
+    U64 matched = 0;
     for (Nlri const& nlri : *batch.nlri) {
         if (!filter.passesPrefix(nlri.prefix))
             continue;
-        ++counts.routesMatched;
+        ++matched;
         view.nlri = &nlri;
         if (printsRoutes()) {
             if (lane.text)
@@ -334,6 +336,9 @@ void MrtRun::batch(Lane& lane, RouteBatch const& batch) {
                 stats_.hold(comms);
         }
     }
+    counts.routesMatched += matched;
+    if (lane.tally && matched != 0)
+        lane.tally->see(comms, matched);
 }
 
 void MrtRun::verify(Lane& lane, RouteComms const& comms, PathAttrs const& attrs) {

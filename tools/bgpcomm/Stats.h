@@ -5,17 +5,20 @@
 // alive, as a routing table would, so that the tables hold what a RIB of
 // these routes would hold. The report then gives, per community kind, the
 // attributes seen, distinct values and distinct lists among the kept routes
-// and routes per distinct list; the heap bytes the run holds beyond the
-// kept-routes array (counted by the tool's global operator new/delete when
+// (gathered by the threads that keep them, KeptTally) and routes per
+// distinct list; the heap bytes the run holds beyond the kept-routes array
+// and those tallies (counted by the tool's global operator new/delete when
 // the executable provides them); peak memory (getrusage ru_maxrss); wall
 // time and routes per second.
 #pragma once
 
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "bgpcomm/Ingest.h"
+#include "bgpcomm/WordSet.h"
 
 namespace Bgpcomm {
 
@@ -28,6 +31,44 @@ struct RunCounts {
     U64 attributes[commKindCount] = {};
 };
 
+// Distinct interned lists among the routes one thread keeps (by identity),
+// the distinct values they hold, and the routes that carry each kind. Each
+// reading thread gathers its own as it keeps routes; the report merges them,
+// and since lists are interned a list two threads kept is one address, so
+// the merge is a union of address sets.
+class KeptTally {
+  public:
+    struct Counts {
+        U64 values = 0;
+        U64 lists = 0;
+        U64 routes = 0;  // kept routes that carry the kind
+    };
+
+    // `routes` kept routes that carry `comms`.
+    void see(RouteComms const& comms, U64 routes);
+    // Adds what `other` saw.
+    void merge(KeptTally const& other);
+    Counts counts(CommKind kind) const;
+    // Heap the tally holds.
+    std::size_t bytes() const;
+
+    // Lists of one kind and how their members are counted: standard and
+    // large ones by value, extended ones by the interned value's identity.
+    template <class List, class Value>
+    struct Kind {
+        List const* last = nullptr;
+        WordSet<List const*> lists;
+        WordSet<Value> values;
+        U64 routes = 0;
+    };
+
+  private:
+    Kind<Routing::Bgp::CommList, U32> standard_;
+    Kind<Routing::Bgp::LargeCommList, Acl::CommunityValue> large_;
+    Kind<Routing::Bgp::ExtCommList, Routing::Bgp::ExtComm const*> extended_;
+    Kind<Routing::Bgp::ExtCommIp6List, Routing::Bgp::ExtCommIp6 const*> ipv6_;
+};
+
 class Stats {
   public:
     // `liveHeapBytes` is null when no allocation counter is linked in.
@@ -35,6 +76,9 @@ class Stats {
 
     // Called once the tables exist and before any route is read.
     void start();
+    // One reading thread's tally (each thread asks once, before reading).
+    KeptTally& newTally() { return *tallies_.emplace_back(std::make_unique<KeptTally>()); }
+    // A kept route (its tally is the reading thread's business).
     void hold(RouteComms const& comms) {
         if (held_.empty())
             held_.emplace_back();
@@ -52,8 +96,11 @@ class Stats {
   private:
     std::function<U64()> liveHeapBytes_;
     std::vector<std::vector<RouteComms>> held_;
+    std::vector<std::unique_ptr<KeptTally>> tallies_;
     U64 heapAtStart_ = 0;
     U64 heapAtStop_ = 0;
+    // The report's own bookkeeping at stop(), left out of the heap figure.
+    U64 bookkeepingAtStop_ = 0;
     double startSeconds_ = 0;
     double seconds_ = 0;
 };
