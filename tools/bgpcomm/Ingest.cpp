@@ -331,6 +331,20 @@ std::size_t Ingest::extClassificationListsInterned() const {
            extListTable_->rtExtCommClassificationListDedupTable()->size();
 }
 
+Vok::DedupHashTable const& Ingest::listTable(CommKind kind) const {
+    switch (kind) {
+        case CommKind::standard:
+            return *commTable_->dedupTable();
+        case CommKind::large:
+            return *largeTable_->dedupTable();
+        case CommKind::extended:
+            return *extListTable_->dedupTable();
+        case CommKind::ipv6:
+            break;
+    }
+    return *ip6ListTable_->dedupTable();
+}
+
 std::size_t Ingest::standardListsInterned() const {
     return commTable_->dedupTable()->size();
 }

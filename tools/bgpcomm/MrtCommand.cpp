@@ -228,6 +228,7 @@ MrtRun::Lane::Lane(MrtRun& run, Diag* diag)
 
 MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeapBytes)
     : options_(std::move(options)), out_(out), stats_(std::move(liveHeapBytes)) {
+    stats_.keepsEverythingIs(options_.filter.keepsEverything());
     stats_.start();
     // One lane per core: every kind of run gains on two (docs/PERFORMANCE.md:
     // --count 2.0x, --stats 1.4x, route lines 1.6x).

@@ -7,6 +7,8 @@
 #include <span>
 #include <utility>
 
+#include "Kiv/Assert.h"
+
 namespace Bgpcomm {
 
 using namespace Routing::Bgp;
@@ -36,15 +38,25 @@ std::span<Value const> membersOf(std::span<Value const> view) {
 }
 
 template <class List, class Value>
-void seeList(KeptTally::Kind<List, Value>& kind, List const* list, bool has, U64 routes) {
-    kind.routes += has ? routes : 0;
+void addList(KeptTally::Kind<List, Value>& kind, List const* list) {
+    if (kind.lists.insert(list))
+        for (auto const& value : membersOf(list->commVectorRawPtr()))
+            kind.values.insert(distinctKey(value));
+}
+
+template <class List, class Value>
+void seeList(KeptTally::Kind<List, Value>& kind, List const* list) {
     // Neighbouring routes often carry the same list: one compare, no probe.
     if (list == nullptr || list == kind.last)
         return;
     kind.last = list;
-    if (kind.lists.insert(list))
-        for (auto const& value : membersOf(list->commVectorRawPtr()))
-            kind.values.insert(distinctKey(value));
+    addList(kind, list);
+}
+
+template <class List, class Value>
+void seeTable(KeptTally::Kind<List, Value>& kind, Vok::DedupHashTable const& table) {
+    table.forEach(
+        [&](Vok::DedupHandle const* handle) { addList(kind, Vok::fromDedupHandle<List>(handle)); });
 }
 
 template <class List, class Value>
@@ -72,10 +84,23 @@ void printBytes(std::FILE* out, char const* label, U64 bytes, char const* how) {
 }  // namespace
 
 void KeptTally::see(RouteComms const& comms, U64 routes) {
-    seeList(standard_, comms.standard.ptr(), comms.has(CommKind::standard), routes);
-    seeList(large_, comms.large.ptr(), comms.has(CommKind::large), routes);
-    seeList(extended_, comms.extended.ptr(), comms.has(CommKind::extended), routes);
-    seeList(ipv6_, comms.ipv6.ptr(), comms.has(CommKind::ipv6), routes);
+    standard_.routes += comms.has(CommKind::standard) ? routes : 0;
+    large_.routes += comms.has(CommKind::large) ? routes : 0;
+    extended_.routes += comms.has(CommKind::extended) ? routes : 0;
+    ipv6_.routes += comms.has(CommKind::ipv6) ? routes : 0;
+    if (!byRoute_)
+        return;
+    seeList(standard_, comms.standard.ptr());
+    seeList(large_, comms.large.ptr());
+    seeList(extended_, comms.extended.ptr());
+    seeList(ipv6_, comms.ipv6.ptr());
+}
+
+void KeptTally::seeInterned(Ingest const& ingest) {
+    seeTable(standard_, ingest.listTable(CommKind::standard));
+    seeTable(large_, ingest.listTable(CommKind::large));
+    seeTable(extended_, ingest.listTable(CommKind::extended));
+    seeTable(ipv6_, ingest.listTable(CommKind::ipv6));
 }
 
 void KeptTally::merge(KeptTally const& other) {
@@ -131,6 +156,10 @@ void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest)
     KeptTally all = tallies_.empty() ? KeptTally{} : *tallies_.front();
     for (std::size_t i = 1; i < tallies_.size(); ++i)
         all.merge(*tallies_[i]);
+    if (keepsEverything_) {
+        KIV_ASSERT(counts.routesMatched == counts.routesRead);
+        all.seeInterned(ingest);
+    }
 
     std::fprintf(out, "%-20s %llu\n", "files", static_cast<unsigned long long>(counts.files));
     std::fprintf(out, "%-20s %llu\n", "MRT records",

@@ -36,6 +36,11 @@ struct RunCounts {
 // reading thread gathers its own as it keeps routes; the report merges them,
 // and since lists are interned a list two threads kept is one address, so
 // the merge is a union of address sets.
+//
+// A run that keeps every route it reads has every interned list in a kept
+// route, and its kept routes hold no other: its threads count routes only,
+// and the lists are taken from the tables once at the end (seeInterned),
+// which spares every route a probe in a large set.
 class KeptTally {
   public:
     struct Counts {
@@ -44,8 +49,13 @@ class KeptTally {
         U64 routes = 0;  // kept routes that carry the kind
     };
 
+    // `byRoute` false: see() counts routes only.
+    explicit KeptTally(bool byRoute = true) : byRoute_(byRoute) {}
+
     // `routes` kept routes that carry `comms`.
     void see(RouteComms const& comms, U64 routes);
+    // Every list now interned in `ingest`'s tables.
+    void seeInterned(Ingest const& ingest);
     // Adds what `other` saw.
     void merge(KeptTally const& other);
     Counts counts(CommKind kind) const;
@@ -63,6 +73,7 @@ class KeptTally {
     };
 
   private:
+    bool byRoute_;
     Kind<Routing::Bgp::CommList, U32> standard_;
     Kind<Routing::Bgp::LargeCommList, Acl::CommunityValue> large_;
     Kind<Routing::Bgp::ExtCommList, Routing::Bgp::ExtComm const*> extended_;
@@ -76,8 +87,13 @@ class Stats {
 
     // Called once the tables exist and before any route is read.
     void start();
+    // Whether the run keeps every route it reads (KeptTally); before the
+    // first newTally.
+    void keepsEverythingIs(bool everything) { keepsEverything_ = everything; }
     // One reading thread's tally (each thread asks once, before reading).
-    KeptTally& newTally() { return *tallies_.emplace_back(std::make_unique<KeptTally>()); }
+    KeptTally& newTally() {
+        return *tallies_.emplace_back(std::make_unique<KeptTally>(!keepsEverything_));
+    }
     // A kept route (its tally is the reading thread's business).
     void hold(RouteComms const& comms) {
         if (held_.empty())
@@ -97,6 +113,7 @@ class Stats {
     std::function<U64()> liveHeapBytes_;
     std::vector<std::vector<RouteComms>> held_;
     std::vector<std::unique_ptr<KeptTally>> tallies_;
+    bool keepsEverything_ = false;
     U64 heapAtStart_ = 0;
     U64 heapAtStop_ = 0;
     // The report's own bookkeeping at stop(), left out of the heap figure.
