@@ -228,7 +228,6 @@ MrtRun::Lane::Lane(MrtRun& run, Diag* diag)
 
 MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeapBytes)
     : options_(std::move(options)), out_(out), stats_(std::move(liveHeapBytes)) {
-    stats_.keepsEverythingIs(options_.filter.keepsEverything());
     stats_.start();
     // One lane per core: every kind of run gains on two (docs/PERFORMANCE.md:
     // --count 2.0x, --stats 1.4x, route lines 1.6x).
@@ -237,6 +236,7 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
     // `bgpcomm top` observes routes in order on one thread.
     if (options_.observer)
         options_.threads = 1;
+    stats_.runIs(options_.filter.keepsEverything(), options_.threads);
     // Tables are made thread-safe or plain when created: only a run that
     // interns from several threads pays for the locks.
     bool const wasMultiThreaded = VoBgpGlobals::multiThreaded();
@@ -345,16 +345,22 @@ void MrtRun::batch(Lane& lane, RouteBatch const& batch) {
         }
         if (options_.observer)
             options_.observer(view);
-        if (options_.stats) {
-            if (lane.held)
-                lane.held->push_back(lane.cache ? lane.cache->copy(comms) : comms);
-            else
-                stats_.hold(comms);
-        }
     }
     counts.routesMatched += matched;
-    if (lane.tally && matched != 0)
+    if (options_.stats && matched != 0) {
         lane.tally->see(comms, matched);
+        // Each kept route holds references of its own; the last takes the
+        // lane's (the next route's interning has nothing to give back then).
+        auto const keep = [&](RouteComms&& kept) {
+            if (lane.held)
+                lane.held->push_back(std::move(kept));
+            else
+                stats_.hold(std::move(kept));
+        };
+        for (U64 i = 1; i < matched; ++i)
+            keep(lane.cache ? lane.cache->copy(comms) : RouteComms(comms));
+        keep(std::move(comms));
+    }
 }
 
 void MrtRun::verify(Lane& lane, RouteComms const& comms, PathAttrs const& attrs) {

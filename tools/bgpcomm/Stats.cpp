@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <future>
 #include <span>
 #include <utility>
 
@@ -153,6 +154,12 @@ void Stats::stop() {
 void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest) const {
     // The threads' tallies merged: the first copied (its arrays as they
     // are), the others' addresses added to it.
+    // The tables' walks: the classification lists' on a thread of its own
+    // when the run had several (its tables take concurrent readers).
+    std::future<std::size_t> classificationLists;
+    if (threads_ > 1)
+        classificationLists = std::async(
+            std::launch::async, [&ingest] { return ingest.extClassificationListsInterned(); });
     KeptTally all = tallies_.empty() ? KeptTally{} : *tallies_.front();
     for (std::size_t i = 1; i < tallies_.size(); ++i)
         all.merge(*tallies_[i]);
@@ -160,6 +167,9 @@ void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest)
         KIV_ASSERT(counts.routesMatched == counts.routesRead);
         all.seeInterned(ingest);
     }
+    std::size_t const classified = classificationLists.valid()
+                                       ? classificationLists.get()
+                                       : ingest.extClassificationListsInterned();
 
     std::fprintf(out, "%-20s %llu\n", "files", static_cast<unsigned long long>(counts.files));
     std::fprintf(out, "%-20s %llu\n", "MRT records",
@@ -185,8 +195,7 @@ void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest)
                  "%-20s standard lists %zu, large lists %zu, extended values %zu, "
                  "extended lists %zu (classification lists %zu)\n",
                  "interned in tables", ingest.standardListsInterned(), ingest.largeListsInterned(),
-                 ingest.extCommsInterned(), ingest.extListsInterned(),
-                 ingest.extClassificationListsInterned());
+                 ingest.extCommsInterned(), ingest.extListsInterned(), classified);
     if (liveHeapBytes_) {
         U64 const held = heapAtStop_ > heapAtStart_ + bookkeepingAtStop_
                              ? heapAtStop_ - heapAtStart_ - bookkeepingAtStop_

@@ -87,18 +87,22 @@ class Stats {
 
     // Called once the tables exist and before any route is read.
     void start();
-    // Whether the run keeps every route it reads (KeptTally); before the
-    // first newTally.
-    void keepsEverythingIs(bool everything) { keepsEverything_ = everything; }
+    // Whether the run keeps every route it reads (KeptTally), and the
+    // threads it reads on (the report walks the tables on two when there
+    // are); before the first newTally.
+    void runIs(bool keepsEverything, unsigned threads) {
+        keepsEverything_ = keepsEverything;
+        threads_ = threads;
+    }
     // One reading thread's tally (each thread asks once, before reading).
     KeptTally& newTally() {
         return *tallies_.emplace_back(std::make_unique<KeptTally>(!keepsEverything_));
     }
     // A kept route (its tally is the reading thread's business).
-    void hold(RouteComms const& comms) {
+    void hold(RouteComms&& comms) {
         if (held_.empty())
             held_.emplace_back();
-        held_.back().push_back(comms);
+        held_.back().push_back(std::move(comms));
     }
     // Routes another thread kept, in input order: kept as they come, not
     // moved into one array (the reading thread has enough to do).
@@ -114,6 +118,7 @@ class Stats {
     std::vector<std::vector<RouteComms>> held_;
     std::vector<std::unique_ptr<KeptTally>> tallies_;
     bool keepsEverything_ = false;
+    unsigned threads_ = 1;
     U64 heapAtStart_ = 0;
     U64 heapAtStop_ = 0;
     // The report's own bookkeeping at stop(), left out of the heap figure.
