@@ -39,10 +39,9 @@ std::span<Value const> membersOf(std::span<Value const> view) {
 }
 
 template <class List, class Value>
-void addList(KeptTally::Kind<List, Value>& kind, List const* list) {
-    if (kind.lists.insert(list))
-        for (auto const& value : membersOf(list->commVectorRawPtr()))
-            kind.values.insert(distinctKey(value));
+void addValues(KeptTally::Kind<List, Value>& kind, List const* list) {
+    for (auto const& value : membersOf(list->commVectorRawPtr()))
+        kind.values.insert(distinctKey(value));
 }
 
 template <class List, class Value>
@@ -51,25 +50,30 @@ void seeList(KeptTally::Kind<List, Value>& kind, List const* list) {
     if (list == nullptr || list == kind.last)
         return;
     kind.last = list;
-    addList(kind, list);
+    if (kind.lists.insert(list))
+        addValues(kind, list);
 }
 
 template <class List, class Value>
 void seeTable(KeptTally::Kind<List, Value>& kind, Vok::DedupHashTable const& table) {
-    table.forEach(
-        [&](Vok::DedupHandle const* handle) { addList(kind, Vok::fromDedupHandle<List>(handle)); });
+    // Interned lists are distinct: no set needed for them.
+    table.forEach([&](Vok::DedupHandle const* handle) {
+        ++kind.interned;
+        addValues(kind, Vok::fromDedupHandle<List>(handle));
+    });
 }
 
 template <class List, class Value>
 void mergeKind(KeptTally::Kind<List, Value>& to, KeptTally::Kind<List, Value> const& from) {
     to.routes += from.routes;
+    to.interned += from.interned;
     from.lists.forEach([&](List const* list, NoValue) { to.lists.insert(list); });
     from.values.forEach([&](Value const& value, NoValue) { to.values.insert(value); });
 }
 
 template <class List, class Value>
 KeptTally::Counts countsOf(KeptTally::Kind<List, Value> const& kind) {
-    return {kind.values.size(), kind.lists.size(), kind.routes};
+    return {kind.values.size(), kind.lists.size() + kind.interned, kind.routes};
 }
 
 template <class List, class Value>

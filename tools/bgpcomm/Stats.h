@@ -68,6 +68,7 @@ class KeptTally {
     struct Kind {
         List const* last = nullptr;
         WordSet<List const*> lists;
+        U64 interned = 0;  // lists taken from the tables (seeInterned)
         WordSet<Value> values;
         U64 routes = 0;
     };
