@@ -101,11 +101,18 @@ void KeptTally::see(RouteComms const& comms, U64 routes) {
     seeList(ipv6_, comms.ipv6.ptr());
 }
 
-void KeptTally::seeInterned(Ingest const& ingest) {
-    seeTable(standard_, ingest.listTable(CommKind::standard));
-    seeTable(large_, ingest.listTable(CommKind::large));
-    seeTable(extended_, ingest.listTable(CommKind::extended));
-    seeTable(ipv6_, ingest.listTable(CommKind::ipv6));
+void KeptTally::seeInterned(Ingest const& ingest, CommKind kind) {
+    Vok::DedupHashTable const& table = ingest.listTable(kind);
+    switch (kind) {
+        case CommKind::standard:
+            return seeTable(standard_, table);
+        case CommKind::large:
+            return seeTable(large_, table);
+        case CommKind::extended:
+            return seeTable(extended_, table);
+        case CommKind::ipv6:
+            return seeTable(ipv6_, table);
+    }
 }
 
 void KeptTally::merge(KeptTally const& other) {
@@ -158,22 +165,27 @@ void Stats::stop() {
 void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest) const {
     // The threads' tallies merged: the first copied (its arrays as they
     // are), the others' addresses added to it.
-    // The tables' walks: the classification lists' on a thread of its own
-    // when the run had several (its tables take concurrent readers).
-    std::future<std::size_t> classificationLists;
-    if (threads_ > 1)
-        classificationLists = std::async(
-            std::launch::async, [&ingest] { return ingest.extClassificationListsInterned(); });
     KeptTally all = tallies_.empty() ? KeptTally{} : *tallies_.front();
     for (std::size_t i = 1; i < tallies_.size(); ++i)
         all.merge(*tallies_[i]);
-    if (keepsEverything_) {
-        KIV_ASSERT(counts.routesMatched == counts.routesRead);
-        all.seeInterned(ingest);
-    }
-    std::size_t const classified = classificationLists.valid()
-                                       ? classificationLists.get()
-                                       : ingest.extClassificationListsInterned();
+    // The walks over the tables at the end; after a run on several threads
+    // (whose tables take concurrent readers) on two: the standard lists,
+    // most of the work, here, the others beside.
+    KIV_ASSERT(!keepsEverything_ || counts.routesMatched == counts.routesRead);
+    KeptTally others(false);
+    auto const walkOthers = [&] {
+        if (keepsEverything_)
+            for (CommKind kind : {CommKind::large, CommKind::extended, CommKind::ipv6})
+                others.seeInterned(ingest, kind);
+        return ingest.extClassificationListsInterned();
+    };
+    std::future<std::size_t> beside;
+    if (threads_ > 1)
+        beside = std::async(std::launch::async, walkOthers);
+    if (keepsEverything_)
+        all.seeInterned(ingest, CommKind::standard);
+    std::size_t const classified = beside.valid() ? beside.get() : walkOthers();
+    all.merge(others);
 
     std::fprintf(out, "%-20s %llu\n", "files", static_cast<unsigned long long>(counts.files));
     std::fprintf(out, "%-20s %llu\n", "MRT records",

@@ -54,8 +54,8 @@ class KeptTally {
 
     // `routes` kept routes that carry `comms`.
     void see(RouteComms const& comms, U64 routes);
-    // Every list now interned in `ingest`'s tables.
-    void seeInterned(Ingest const& ingest);
+    // Every list of `kind` now interned in `ingest`'s tables.
+    void seeInterned(Ingest const& ingest, CommKind kind);
     // Adds what `other` saw.
     void merge(KeptTally const& other);
     Counts counts(CommKind kind) const;
