@@ -230,7 +230,7 @@ MrtRun::MrtRun(MrtOptions options, std::FILE* out, std::function<U64()> liveHeap
     : options_(std::move(options)), out_(out), stats_(std::move(liveHeapBytes)) {
     stats_.start();
     // One lane per core: every kind of run gains on two (docs/PERFORMANCE.md:
-    // --count 2.0x, --stats 1.4x, route lines 1.6x).
+    // --count 2.1x, --stats 1.6x, route lines 1.6x).
     if (options_.threads == 0)
         options_.threads = std::max(1u, std::thread::hardware_concurrency());
     // `bgpcomm top` observes routes in order on one thread.
