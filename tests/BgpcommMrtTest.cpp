@@ -412,3 +412,43 @@ TEST(BgpcommMrt, StatsCountDistinctListsAndValues) {
             << out;
     }
 }
+
+// A run that drops routes after interning them (a community filter, which
+// remembers their lists) counts only the kept routes' lists; one that keeps
+// every route counts the tables'. The classification lists are those the
+// split would intern: one per classification of a list, shared by lists
+// with the same members of it (5 lists here, 7 parts, 4 distinct).
+TEST(BgpcommMrt, StatsCountKeptListsOnlyAndClassificationListsOfTheSplit) {
+    Bytes const zeroAndOne = entry1Attrs(attr(0xC0, 8, u32s({0, 0xFDE80001})));
+    Bytes const one = entry1Attrs(attr(0xC0, 8, u32s({0xFDE80001})));
+    Bytes const file = cat({peerTable(), rib({{0, zeroAndOne}, {1, one}, {0, zeroAndOne}})});
+    // RFC 4360: route target 0x0002 (two-octet AS), route origin 0x0003.
+    auto const ext = [](std::initializer_list<std::pair<U8, U8>> values) {
+        Bytes octets;
+        for (auto [subtype, local] : values)
+            octets.insert(octets.end(), {0x00, subtype, 0xFD, 0xE8, 0, 0, 0, local});
+        return entry2Attrs(attr(0xC0, 16, octets));
+    };
+    Bytes const classified = cat({peerTable(), rib({{0, ext({{2, 100}, {3, 1}})},
+                                                    {0, ext({{2, 100}})},
+                                                    {0, ext({{2, 100}, {2, 200}})},
+                                                    {0, ext({{3, 1}, {2, 200}})},
+                                                    {0, ext({{2, 200}})}})});
+    for (unsigned threads : {1u, 3u}) {
+        Bgpcomm::MrtOptions options;
+        options.stats = true;
+        options.threads = threads;
+        ASSERT_EQ(options.filter.comm.hasIs(Bgpcomm::HasGroup::all, "0:0"), std::nullopt);
+        std::string const out = run(std::move(options), file).out;
+        EXPECT_NE(out.find("standard                  2          2          1         2.00\n"),
+                  std::string::npos)
+            << out;
+        EXPECT_NE(out.find("standard lists 2,"), std::string::npos) << out;
+        options = Bgpcomm::MrtOptions{};
+        options.stats = true;
+        options.threads = threads;
+        std::string const split = run(std::move(options), classified).out;
+        EXPECT_NE(split.find("extended lists 5 (classification lists 4)\n"), std::string::npos)
+            << split;
+    }
+}

@@ -4,6 +4,11 @@
 
 namespace Bgpcomm {
 
+bool RouteFilter::keepsEverything() const {
+    return !prefix && peerIps.empty() && peerAsns.empty() && originAsns.empty() &&
+           type == TypeFilter::any && comm.empty();
+}
+
 bool RouteFilter::passesBatch(RouteBatch const& batch) const {
     if (type == TypeFilter::withdraw && batch.kind != RouteKind::withdraw)
         return false;

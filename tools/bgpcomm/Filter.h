@@ -52,6 +52,9 @@ class RouteFilter {
     // --match, --has and the rest, remembered per interned list.
     CommFilter comm;
 
+    // No filter is set: every route read is kept (the fields above and the
+    // community filters all empty).
+    bool keepsEverything() const;
     bool passesBatch(RouteBatch const& batch) const;
     bool passesPrefix(Prefix const& prefix) const;
     // `hasOrigin` false: the route has no origin AS (never passes a filter).

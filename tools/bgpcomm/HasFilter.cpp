@@ -1,11 +1,10 @@
 #include "bgpcomm/HasFilter.h"
 
-#include <algorithm>
 #include <cctype>
-#include <cstdint>
 
 #include "Kiv/Errors.h"
 #include "bgpcomm/WellKnown.h"
+#include "bgpcomm/WordSet.h"
 
 namespace Bgpcomm {
 
@@ -121,63 +120,11 @@ struct CommFilter::Term {
 
 namespace {
 
-// List address -> term bits, open addressing: a route costs one probe
-// sequence in one array per kind, no node per entry. The absent list (null)
-// has its own slot. `held` keeps every list in the table alive.
-class AddressMemo {
-  public:
-    U64 const* find(void const* address) const {
-        if (!address)
-            return nullKnown_ ? &nullBits_ : nullptr;
-        if (slots_.empty())
-            return nullptr;
-        for (std::size_t i = slotOf(address);; i = (i + 1) & (slots_.size() - 1)) {
-            if (slots_[i].address == address)
-                return &slots_[i].bits;
-            if (!slots_[i].address)
-                return nullptr;
-        }
-    }
-    void insert(void const* address, U64 bits, RouteComms held) {
-        if (!address) {
-            nullKnown_ = true;
-            nullBits_ = bits;
-            return;
-        }
-        if (2 * (held_.size() + 1) > slots_.size())
-            grow();
-        place(address, bits);
-        held_.push_back(std::move(held));
-    }
-
-  private:
-    struct Slot {
-        void const* address = nullptr;
-        U64 bits = 0;
-    };
-    std::size_t slotOf(void const* address) const {
-        auto const h = static_cast<U64>(reinterpret_cast<std::uintptr_t>(address) >> 4) *
-                       0x9E3779B97F4A7C15ull;
-        return static_cast<std::size_t>(h >> 32) & (slots_.size() - 1);
-    }
-    void place(void const* address, U64 bits) {
-        std::size_t i = slotOf(address);
-        while (slots_[i].address)
-            i = (i + 1) & (slots_.size() - 1);
-        slots_[i] = Slot{address, bits};
-    }
-    void grow() {
-        std::vector<Slot> old(std::max<std::size_t>(1024, slots_.size() * 2));
-        old.swap(slots_);
-        for (Slot const& slot : old)
-            if (slot.address)
-                place(slot.address, slot.bits);
-    }
-
-    std::vector<Slot> slots_;
-    std::vector<RouteComms> held_;
-    bool nullKnown_ = false;
-    U64 nullBits_ = 0;
+// List address -> term bits: a route costs one probe sequence in one array
+// per kind. `held` keeps every list in the table alive.
+struct AddressMemo {
+    WordMap<void const*, U64> bits;
+    std::vector<RouteComms> held;
 };
 
 void const* listAddress(RouteComms const& comms, CommKind kind, RouteComms* only) {
@@ -353,14 +300,16 @@ bool CommFilter::passes(RouteComms const& comms, Ingest const& ingest) const {
         auto const kind = static_cast<CommKind>(k);
         AddressMemo& memo = memo_->lists[k];
         void const* address = listAddress(comms, kind, nullptr);
-        if (U64 const* known = memo.find(address)) {
+        if (U64 const* known = memo.bits.find(address)) {
             bits |= *known;
             continue;
         }
         RouteComms only;
         listAddress(comms, kind, &only);
         U64 const listBits = evaluate(only, kind, ingest);
-        memo.insert(address, listBits, std::move(only));
+        memo.bits.insert(address, listBits);
+        if (address)
+            memo.held.push_back(std::move(only));
         bits |= listBits;
     }
     return (bits & allMask_) == allMask_ && (!anyMask_ || (bits & anyMask_) != 0) &&

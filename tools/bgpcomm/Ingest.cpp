@@ -1,6 +1,11 @@
 #include "bgpcomm/Ingest.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <tuple>
+#include <vector>
 
 #include "Routing/RouteMap/PosixRegex.h"
 #include "VoBgp/Parse/ExtCommOptInPlugins.h"
@@ -33,6 +38,70 @@ bool regexMatches(Routing::RouteMap::PosixRegex const* regex, std::string const&
 template <class ListPtr>
 bool listMatches(ListPtr const& list, Routing::RouteMap::PosixRegex const* regex) {
     return list ? list->matchCommunitiesRegex(regex) : regexMatches(regex, "");
+}
+
+// The classification lists that splitting every list of `lists` (the
+// interned extended lists) would intern, counted without building one: a
+// list's part of one classification is its members of that classification
+// in the list's order, and two parts are one classification list when they
+// hold the same interned values (the classification tables' own identity).
+std::size_t classificationListsOfSplit(Vok::DedupHashTable const& lists) {
+    constexpr std::size_t classifications = extCommClassificationOneBeyondLast;
+    struct Part {
+        U64 hash;
+        U32 classification;
+        U32 count;
+        ExtCommList const* list;
+        auto key() const { return std::tuple(hash, classification, count); }
+    };
+    std::vector<Part> parts;
+    lists.forEach([&](Vok::DedupHandle const* handle) {
+        auto const* const list = Vok::fromDedupHandle<ExtCommList>(handle);
+        std::array<U64, classifications> hash{};
+        std::array<U32, classifications> count{};
+        for (ExtComm::PtrConst const& comm : *list->commVectorRawPtr()) {
+            auto const c = static_cast<std::size_t>(comm->classification());
+            auto const address = static_cast<U64>(reinterpret_cast<std::uintptr_t>(comm.ptr()));
+            hash[c] = std::rotl((hash[c] ^ address) * 0x9E3779B97F4A7C15ull, 29);
+            ++count[c];
+        }
+        for (std::size_t c = 0; c < classifications; ++c)
+            if (count[c] != 0)
+                parts.push_back(Part{hash[c], U32(c), count[c], list});
+    });
+    // Same key (so same classification and count): the members in order.
+    auto const same = [](Part const& a, Part const& b) {
+        auto const& ours = *a.list->commVectorRawPtr();
+        auto const& theirs = *b.list->commVectorRawPtr();
+        auto mine = ours.begin();
+        auto other = theirs.begin();
+        auto const skip = [&](auto& at) {
+            while (static_cast<U32>((*at)->classification()) != a.classification)
+                ++at;
+        };
+        for (U32 n = 0; n < a.count; ++n, ++mine, ++other) {
+            skip(mine);
+            skip(other);
+            if (mine->ptr() != other->ptr())
+                return false;
+        }
+        return true;
+    };
+    std::sort(parts.begin(), parts.end(),
+              [](Part const& a, Part const& b) { return a.key() < b.key(); });
+    std::size_t distinct = 0;
+    // Parts with one key are nearly always one classification list; the
+    // members decide.
+    for (std::size_t run = 0; run < parts.size();) {
+        std::size_t end = run + 1;
+        while (end < parts.size() && parts[end].key() == parts[run].key())
+            ++end;
+        for (std::size_t i = run; i < end; ++i)
+            distinct += std::none_of(parts.begin() + run, parts.begin() + i,
+                                     [&](Part const& earlier) { return same(earlier, parts[i]); });
+        run = end;
+    }
+    return distinct;
 }
 
 }  // namespace
@@ -254,8 +323,26 @@ std::size_t Ingest::extListsInterned() const {
 }
 
 std::size_t Ingest::extClassificationListsInterned() const {
+    // Reaching the classification tables would split every list first (the
+    // table set's switch to eager building): count what that would intern.
+    if (!extListTable_->classificationListsEager())
+        return classificationListsOfSplit(*extListTable_->dedupTable());
     return extListTable_->extCommClassificationListDedupTable()->size() +
            extListTable_->rtExtCommClassificationListDedupTable()->size();
+}
+
+Vok::DedupHashTable const& Ingest::listTable(CommKind kind) const {
+    switch (kind) {
+        case CommKind::standard:
+            return *commTable_->dedupTable();
+        case CommKind::large:
+            return *largeTable_->dedupTable();
+        case CommKind::extended:
+            return *extListTable_->dedupTable();
+        case CommKind::ipv6:
+            break;
+    }
+    return *ip6ListTable_->dedupTable();
 }
 
 std::size_t Ingest::standardListsInterned() const {

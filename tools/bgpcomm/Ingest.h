@@ -133,6 +133,9 @@ class Ingest {
     // IPv6-address-specific values, and their lists with classification lists.
     std::size_t ip6CommsInterned() const;
     std::size_t ip6ListsInterned() const;
+    // The table of `kind`'s interned lists (their classification lists live
+    // elsewhere); reaching it splits nothing.
+    Vok::DedupHashTable const& listTable(CommKind kind) const;
 
     Routing::Bgp::BgpParseExtCommContainerSm::Ptr const& parser() const { return parser_; }
 

@@ -93,6 +93,7 @@ class MrtRun {
         Notes notes;  // one per thread: it reuses its buffers
         Output output;
         Diag* diag;
+        KeptTally* tally;  // --stats: what this thread's kept routes hold
         std::vector<AsPathEntry> asPath;
         RouteComms comms;
         RunCounts* counts = nullptr;

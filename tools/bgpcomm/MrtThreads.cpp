@@ -136,6 +136,11 @@ void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
         chunk.reports = diag.reports() - reportsBefore;
     };
     std::set<std::string> unknownPeersReported;
+    // Emitted chunks' buffers, for the next chunks: a chunk's octets keep
+    // their pages and never grow by copying (emit and seal both run on
+    // this, the reading thread).
+    std::vector<std::vector<U8>> spareOctets;
+    std::vector<std::vector<Framed>> spareRecords;
     auto emit = [&](Chunk& chunk) {
         keepFirstUnknownPeerReports(chunk.diag, chunk.reports, unknownPeersReported);
         if (!chunk.text.empty())
@@ -145,6 +150,10 @@ void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
         addCounts(counts_, chunk.counts);
         if (!chunk.held.empty())
             stats_.hold(std::move(chunk.held));
+        chunk.octets.clear();
+        chunk.records.clear();
+        spareOctets.push_back(std::move(chunk.octets));
+        spareRecords.push_back(std::move(chunk.records));
     };
     ChunkPool<Chunk> pool(options_.threads, work, emit);
 
@@ -154,7 +163,21 @@ void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
     std::string readerText;
     readerDiag.captureIs(&readerText);
     std::shared_ptr<PeerTable const> peerTable;
-    auto chunk = std::make_unique<Chunk>();
+    auto fresh = [&] {
+        auto made = std::make_unique<Chunk>();
+        if (!spareOctets.empty()) {
+            made->octets = std::move(spareOctets.back());
+            made->records = std::move(spareRecords.back());
+            spareOctets.pop_back();
+            spareRecords.pop_back();
+        } else {
+            // Room for the records that fill a chunk and the one that ends it.
+            made->octets.reserve(2 * chunkOctets);
+        }
+        made->peerTable = peerTable;
+        return made;
+    };
+    auto chunk = fresh();
     auto seal = [&] {
         chunk->readerDiag = std::move(readerText);
         readerText.clear();
@@ -162,8 +185,7 @@ void MrtRun::sourceThreaded(std::string const& label, ByteSource& source) {
         readerDiag = Diag(label);
         readerDiag.captureIs(&readerText);
         pool.submit(std::move(chunk));
-        chunk = std::make_unique<Chunk>();
-        chunk->peerTable = peerTable;
+        chunk = fresh();
     };
     MrtReader reader(source, readerDiag, nullptr);
     reader.framedIs([&](U32 timestamp, U16 type, U16 subtype, Cursor body) {

@@ -2,25 +2,19 @@
 
 #include <sys/resource.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <future>
 #include <span>
-#include <type_traits>
-#include <unordered_set>
 #include <utility>
+
+#include "Kiv/Assert.h"
 
 namespace Bgpcomm {
 
 using namespace Routing::Bgp;
 
 namespace {
-
-struct KindCounts {
-    U64 values = 0;
-    U64 lists = 0;
-    U64 routes = 0;  // kept routes that carry the kind
-};
 
 // How a list member is counted: plain values by value, interned extended
 // communities by identity.
@@ -44,90 +38,48 @@ std::span<Value const> membersOf(std::span<Value const> view) {
     return view;
 }
 
-// A set of words (list addresses, interned values' addresses, standard
-// community values), open addressing: one array, no node per member, so a
-// kept route costs a probe per kind. The zero word is kept apart (it marks
-// free slots, and 0:0 is a community).
-template <class Key>
-class WordSet {
-    static_assert(std::is_integral_v<Key> || std::is_pointer_v<Key>);
+template <class List, class Value>
+void addValues(KeptTally::Kind<List, Value>& kind, List const* list) {
+    for (auto const& value : membersOf(list->commVectorRawPtr()))
+        kind.values.insert(distinctKey(value));
+}
 
-  public:
-    bool insert(Key key) {
-        if (key == Key{})
-            return !std::exchange(hasZero_, true);
-        if (2 * (size_ + 1) > slots_.size())
-            grow();
-        std::size_t i = slotOf(key);
-        for (; slots_[i] != Key{}; i = (i + 1) & (slots_.size() - 1))
-            if (slots_[i] == key)
-                return false;
-        slots_[i] = key;
-        ++size_;
-        return true;
-    }
-    std::size_t size() const { return size_ + hasZero_; }
+template <class List, class Value>
+void seeList(KeptTally::Kind<List, Value>& kind, List const* list) {
+    // Neighbouring routes often carry the same list: one compare, no probe.
+    if (list == nullptr || list == kind.last)
+        return;
+    kind.last = list;
+    if (kind.lists.insert(list))
+        addValues(kind, list);
+}
 
-  private:
-    std::size_t slotOf(Key key) const {
-        U64 word;
-        if constexpr (std::is_pointer_v<Key>)
-            word = reinterpret_cast<std::uintptr_t>(key) >> 4;  // 16-aligned blocks
-        else
-            word = static_cast<U64>(key);
-        return static_cast<std::size_t>((word * 0x9E3779B97F4A7C15ull) >> 32) & (slots_.size() - 1);
-    }
-    void grow() {
-        std::vector<Key> old(std::max<std::size_t>(1024, slots_.size() * 2));
-        old.swap(slots_);
-        size_ = 0;
-        for (Key key : old)
-            if (key != Key{})
-                insert(key);
-    }
-    std::vector<Key> slots_;
-    std::size_t size_ = 0;
-    bool hasZero_ = false;
-};
+template <class List, class Value>
+void seeTable(KeptTally::Kind<List, Value>& kind, Vok::DedupHashTable const& table) {
+    // Interned lists are distinct: no set needed for them.
+    table.forEach([&](Vok::DedupHandle const* handle) {
+        ++kind.interned;
+        addValues(kind, Vok::fromDedupHandle<List>(handle));
+    });
+}
 
-// Distinct interned lists of one kind (by identity) among the kept routes,
-// the distinct values they hold, and the routes that carry the kind.
-template <class ListPtr>
-class Distinct {
-  public:
-    using List = std::remove_const_t<std::remove_reference_t<decltype(*std::declval<ListPtr>())>>;
-    using Value = std::remove_cvref_t<decltype(distinctKey(
-        std::declval<typename List::CommVector::value_type const&>()))>;
+template <class List, class Value>
+void mergeKind(KeptTally::Kind<List, Value>& to, KeptTally::Kind<List, Value> const& from) {
+    to.routes += from.routes;
+    to.interned += from.interned;
+    from.lists.forEach([&](List const* list, NoValue) { to.lists.insert(list); });
+    from.values.forEach([&](Value const& value, NoValue) { to.values.insert(value); });
+}
 
-    Distinct(ListPtr RouteComms::*member, CommKind kind) : member_(member), kind_(kind) {}
+template <class List, class Value>
+KeptTally::Counts countsOf(KeptTally::Kind<List, Value> const& kind) {
+    return {kind.values.size(), kind.lists.size() + kind.interned, kind.routes};
+}
 
-    void see(RouteComms const& comms) {
-        counts.routes += comms.has(kind_);
-        List const* const list = (comms.*member_).ptr();
-        // Neighbouring routes often carry the same list: one compare, no probe.
-        if (list == nullptr || list == last_)
-            return;
-        last_ = list;
-        if (lists_.insert(list))
-            for (auto const& value : membersOf(list->commVectorRawPtr()))
-                values_.insert(distinctKey(value));
-    }
-    KindCounts const& done() {
-        counts.lists = lists_.size();
-        counts.values = values_.size();
-        return counts;
-    }
-
-  private:
-    ListPtr RouteComms::*member_;
-    CommKind kind_;
-    List const* last_ = nullptr;
-    WordSet<List const*> lists_;
-    std::conditional_t<std::is_integral_v<Value> || std::is_pointer_v<Value>, WordSet<Value>,
-                       std::unordered_set<Value>>
-        values_;
-    KindCounts counts;
-};
+template <class List, class Value>
+std::size_t bytesOf(KeptTally::Kind<List, Value> const& kind) {
+    return kind.lists.bytes() + kind.values.bytes();
+}
 
 void printBytes(std::FILE* out, char const* label, U64 bytes, char const* how) {
     std::fprintf(out, "%-20s %.1f MiB (%llu bytes, %s)\n", label, double(bytes) / (1 << 20),
@@ -135,6 +87,58 @@ void printBytes(std::FILE* out, char const* label, U64 bytes, char const* how) {
 }
 
 }  // namespace
+
+void KeptTally::see(RouteComms const& comms, U64 routes) {
+    standard_.routes += comms.has(CommKind::standard) ? routes : 0;
+    large_.routes += comms.has(CommKind::large) ? routes : 0;
+    extended_.routes += comms.has(CommKind::extended) ? routes : 0;
+    ipv6_.routes += comms.has(CommKind::ipv6) ? routes : 0;
+    if (!byRoute_)
+        return;
+    seeList(standard_, comms.standard.ptr());
+    seeList(large_, comms.large.ptr());
+    seeList(extended_, comms.extended.ptr());
+    seeList(ipv6_, comms.ipv6.ptr());
+}
+
+void KeptTally::seeInterned(Ingest const& ingest, CommKind kind) {
+    Vok::DedupHashTable const& table = ingest.listTable(kind);
+    switch (kind) {
+        case CommKind::standard:
+            return seeTable(standard_, table);
+        case CommKind::large:
+            return seeTable(large_, table);
+        case CommKind::extended:
+            return seeTable(extended_, table);
+        case CommKind::ipv6:
+            return seeTable(ipv6_, table);
+    }
+}
+
+void KeptTally::merge(KeptTally const& other) {
+    mergeKind(standard_, other.standard_);
+    mergeKind(large_, other.large_);
+    mergeKind(extended_, other.extended_);
+    mergeKind(ipv6_, other.ipv6_);
+}
+
+KeptTally::Counts KeptTally::counts(CommKind kind) const {
+    switch (kind) {
+        case CommKind::standard:
+            return countsOf(standard_);
+        case CommKind::large:
+            return countsOf(large_);
+        case CommKind::extended:
+            return countsOf(extended_);
+        case CommKind::ipv6:
+            return countsOf(ipv6_);
+    }
+    return {};
+}
+
+std::size_t KeptTally::bytes() const {
+    return bytesOf(standard_) + bytesOf(large_) + bytesOf(extended_) + bytesOf(ipv6_);
+}
 
 double monotonicSeconds() {
     using namespace std::chrono;
@@ -151,33 +155,37 @@ void Stats::start() {
 void Stats::stop() {
     seconds_ = monotonicSeconds() - startSeconds_;
     heapAtStop_ = liveHeapBytes_ ? liveHeapBytes_() : 0;
+    bookkeepingAtStop_ = 0;
+    for (std::vector<RouteComms> const& part : held_)
+        bookkeepingAtStop_ += part.capacity() * sizeof(RouteComms);
+    for (auto const& tally : tallies_)
+        bookkeepingAtStop_ += tally->bytes();
 }
 
 void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest) const {
-    KindCounts kinds[commKindCount];
-    auto& standard = kinds[unsigned(CommKind::standard)];
-    auto& large = kinds[unsigned(CommKind::large)];
-    auto& extended = kinds[unsigned(CommKind::extended)];
-    auto& ipv6 = kinds[unsigned(CommKind::ipv6)];
-    // One pass over the kept routes (tens of megabytes) for all four kinds.
-    Distinct<CommList::PtrConst> standardLists(&RouteComms::standard, CommKind::standard);
-    Distinct<LargeCommList::PtrConst> largeLists(&RouteComms::large, CommKind::large);
-    Distinct<ExtCommList::PtrConst> extendedLists(&RouteComms::extended, CommKind::extended);
-    Distinct<ExtCommIp6List::PtrConst> ipv6Lists(&RouteComms::ipv6, CommKind::ipv6);
-    U64 heldArray = 0;
-    for (std::vector<RouteComms> const& part : held_) {
-        heldArray += part.capacity() * sizeof(RouteComms);
-        for (RouteComms const& comms : part) {
-            standardLists.see(comms);
-            largeLists.see(comms);
-            extendedLists.see(comms);
-            ipv6Lists.see(comms);
-        }
-    }
-    standard = standardLists.done();
-    large = largeLists.done();
-    extended = extendedLists.done();
-    ipv6 = ipv6Lists.done();
+    // The threads' tallies merged: the first copied (its arrays as they
+    // are), the others' addresses added to it.
+    KeptTally all = tallies_.empty() ? KeptTally{} : *tallies_.front();
+    for (std::size_t i = 1; i < tallies_.size(); ++i)
+        all.merge(*tallies_[i]);
+    // The walks over the tables at the end; after a run on several threads
+    // (whose tables take concurrent readers) on two: the standard lists,
+    // most of the work, here, the others beside.
+    KIV_ASSERT(!keepsEverything_ || counts.routesMatched == counts.routesRead);
+    KeptTally others(false);
+    auto const walkOthers = [&] {
+        if (keepsEverything_)
+            for (CommKind kind : {CommKind::large, CommKind::extended, CommKind::ipv6})
+                others.seeInterned(ingest, kind);
+        return ingest.extClassificationListsInterned();
+    };
+    std::future<std::size_t> beside;
+    if (threads_ > 1)
+        beside = std::async(std::launch::async, walkOthers);
+    if (keepsEverything_)
+        all.seeInterned(ingest, CommKind::standard);
+    std::size_t const classified = beside.valid() ? beside.get() : walkOthers();
+    all.merge(others);
 
     std::fprintf(out, "%-20s %llu\n", "files", static_cast<unsigned long long>(counts.files));
     std::fprintf(out, "%-20s %llu\n", "MRT records",
@@ -192,7 +200,7 @@ void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest)
                  "routes/list");
     for (CommKind kind :
          {CommKind::standard, CommKind::large, CommKind::extended, CommKind::ipv6}) {
-        KindCounts const& k = kinds[unsigned(kind)];
+        KeptTally::Counts const k = all.counts(kind);
         std::fprintf(out, "%-14s %12llu %10llu %10llu %12.2f\n", commKindInfo(kind).name,
                      static_cast<unsigned long long>(counts.attributes[unsigned(kind)]),
                      static_cast<unsigned long long>(k.values),
@@ -203,11 +211,11 @@ void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest)
                  "%-20s standard lists %zu, large lists %zu, extended values %zu, "
                  "extended lists %zu (classification lists %zu)\n",
                  "interned in tables", ingest.standardListsInterned(), ingest.largeListsInterned(),
-                 ingest.extCommsInterned(), ingest.extListsInterned(),
-                 ingest.extClassificationListsInterned());
+                 ingest.extCommsInterned(), ingest.extListsInterned(), classified);
     if (liveHeapBytes_) {
-        U64 held =
-            heapAtStop_ > heapAtStart_ + heldArray ? heapAtStop_ - heapAtStart_ - heldArray : 0;
+        U64 const held = heapAtStop_ > heapAtStart_ + bookkeepingAtStop_
+                             ? heapAtStop_ - heapAtStart_ - bookkeepingAtStop_
+                             : 0;
         printBytes(out, "interned state", held, "heap held after reading");
     }
     struct rusage usage {};
