@@ -237,36 +237,47 @@ INGEST_KIND(2, extended)
 INGEST_KIND(3, ipv6)
 #undef INGEST_KIND
 
-// Interns one route's attribute of Kind (through `caches` when given, the
-// previous object given back to them); counts the routes whose object
-// changed (all carrying ones on a first pass, none on a later one).
-template <unsigned Kind>
-void step(Interner const& in, Caches* caches, std::size_t i, Route& route, U8 const** cursor,
+// Interns one route's attribute of Kind, `size` octets at cursor[Kind]
+// (through `caches` when cached, the previous object given back to them);
+// counts the routes whose object changed (all carrying ones on a first pass,
+// none on a later one).
+template <bool cached, unsigned Kind>
+void step(Interner const& in, Caches* caches, U32 size, Route& route, U8 const** cursor,
           std::size_t* changed) {
-    U32 const size = table().sizes[Kind][i];
     if (size == absent)
         return;
     using Held = decltype(KindOps<Kind>::intern(in, cursor[Kind], size));
-    Held fresh = caches ? caches->template intern<Kind, Held>(cursor[Kind], size)
-                        : KindOps<Kind>::intern(in, cursor[Kind], size);
+    Held fresh = [&] {
+        if constexpr (cached)
+            return caches->template intern<Kind, Held>(cursor[Kind], size);
+        else
+            return KindOps<Kind>::intern(in, cursor[Kind], size);
+    }();
     cursor[Kind] += size;
     auto& held = KindOps<Kind>::held(route);
     if (!sameObjects(fresh, held))
         ++*changed;
-    if (caches)
+    if constexpr (cached)
         caches->template giveBack<Kind>(held);
     held = std::move(fresh);
 }
 
-template <unsigned... Kinds>
-std::size_t ingestKinds(Interner const& in, Route* routes, Range const& range,
-                        Caches* caches = nullptr) {
+// The loop over a range of routes. The uncached loop holds no cache code and
+// reads the attribute lengths from arrays looked up once, so that the same
+// loop runs against any library (with the per-thread cache or without): a
+// kind that one route in ten carries (large lists) pays ten routes' loop per
+// route it interns.
+template <bool cached, unsigned... Kinds>
+std::size_t ingestKinds(Interner const& in, Route* routes, Range const& range, Caches* caches) {
     U8 const* cursor[kindCount];
-    for (unsigned kind = 0; kind < kindCount; ++kind)
+    U32 const* sizes[kindCount];
+    for (unsigned kind = 0; kind < kindCount; ++kind) {
         cursor[kind] = table().octets[kind].data() + range.offset[kind];
+        sizes[kind] = table().sizes[kind].data();
+    }
     std::size_t changed = 0;
     for (std::size_t i = range.begin; i < range.end; ++i)
-        (step<Kinds>(in, caches, i, routes[i], cursor, &changed), ...);
+        (step<cached, Kinds>(in, caches, sizes[Kinds][i], routes[i], cursor, &changed), ...);
     return changed;
 }
 
@@ -275,9 +286,12 @@ std::size_t ingest(unsigned kind, Interner const& in, Route* routes, Range const
     std::unique_ptr<Caches> caches = cached ? std::make_unique<Caches>(in) : nullptr;
     // Kind number to its loop; allKinds for the whole route.
     using Loop = std::size_t (*)(Interner const&, Route*, Range const&, Caches*);
-    static constexpr Loop loops[] = {ingestKinds<0>, ingestKinds<1>, ingestKinds<2>, ingestKinds<3>,
-                                     ingestKinds<0, 1, 2, 3>};
-    return loops[std::min(kind, allKinds)](in, routes, range, caches.get());
+    static constexpr Loop loops[2][kindCount + 1] = {
+        {ingestKinds<false, 0>, ingestKinds<false, 1>, ingestKinds<false, 2>, ingestKinds<false, 3>,
+         ingestKinds<false, 0, 1, 2, 3>},
+        {ingestKinds<true, 0>, ingestKinds<true, 1>, ingestKinds<true, 2>, ingestKinds<true, 3>,
+         ingestKinds<true, 0, 1, 2, 3>}};
+    return loops[cached][std::min(kind, allKinds)](in, routes, range, caches.get());
 }
 
 // The halves of the table, one per thread; the first runs on the caller's.
@@ -408,7 +422,8 @@ void releaseBench(benchmark::State& bench, bool threadSafe, bool drop) {
         for (auto _ : bench) {
             bench.PauseTiming();
             state.reset(threadSafe);
-            ingestKinds<Kind>(*state.interner, state.routes.data(), rangeOf(0, table().routes));
+            ingestKinds<false, Kind>(*state.interner, state.routes.data(),
+                                     rangeOf(0, table().routes), nullptr);
             lists = state.interner->interned(Kind);
             std::vector<Held> references = takeReferences<Kind, Held>(state.routes, !drop);
             if (references.size() != (drop ? table().carrying[Kind] : lists))
