@@ -265,7 +265,8 @@ namespace DedupHandleLayout {
 struct Probe : DedupHandle {
     U32 first;
 };
-static_assert(sizeof(Probe) == (sizeof(void*) == 8 ? sizeof(DedupHandle) : DedupHandle::fieldsOctets + 4) &&
+static_assert(sizeof(Probe) ==
+                  (sizeof(void*) == 8 ? sizeof(DedupHandle) : DedupHandle::fieldsOctets + 4) &&
               sizeof(DedupHandle) >= DedupHandle::fieldsOctets);
 }  // namespace DedupHandleLayout
 
