@@ -132,6 +132,8 @@ class ExtCommIp6List final : public ExtCommListHandle,
     static PtrConst internReceived(ExtCommIp6DedupTable const* ip6Table,
                                    ExtCommIp6ListDedupTable const* table, U8 const* octets,
                                    std::size_t size);
+    // internReceivedInto(held, ip6Table, table, octets, size): see
+    // ExtCommVectorMembers.
     // Jenkins one-at-a-time over the identities of the non-null slots
     // (builds them).
     U32 hash() const override;

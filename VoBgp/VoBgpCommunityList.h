@@ -147,6 +147,10 @@ struct CommListTraits<Acl::CommunityValue> {
 template <class List, class Value>
 Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeManager);
 
+// The per-thread interning cache's view of a list kind (ListInternCache.h).
+template <class List, class Value>
+struct PlainListInternKind;
+
 template <class Derived, class Value>
 class CommListBase : public KivStash::DedupHandle {
   public:
@@ -196,6 +200,17 @@ class CommListBase : public KivStash::DedupHandle {
     static Kiv::Ptr<Derived const> internReceived(typename Traits::Table const* table,
                                                   U8 const* octets, std::size_t size) {
         return internSorted(table, ReceivedValues<Value, receivedOnStack>(octets, size));
+    }
+    // internReceived for a holder replacing what it holds (a route whose
+    // attribute arrives again): `held` becomes that list. When the list it
+    // holds (interned in `table`) has exactly these values, it stays: no
+    // table lookup, and neither count is written.
+    static void internReceivedInto(Kiv::Ptr<Derived const>& held,
+                                   typename Traits::Table const* table, U8 const* octets,
+                                   std::size_t size) {
+        ReceivedValues<Value, receivedOnStack> const values(octets, size);
+        if (!holdsExactly(held.ptr(), table, values))
+            held = internSorted(table, values);
     }
 
     // The path attribute: flags 0xC0, the kind's type, the elements in vector
@@ -338,6 +353,17 @@ class CommListBase : public KivStash::DedupHandle {
     template <std::size_t N>
     static Kiv::Ptr<Derived const> internSorted(typename Traits::Table const* table,
                                                 ReceivedValues<Value, N> const& values);
+    // Whether `list` (held, or null) is `table`'s list of exactly `values`.
+    template <std::size_t N>
+    static bool holdsExactly(Derived const* list, typename Traits::Table const* table,
+                             ReceivedValues<Value, N> const& values) {
+        CommListDedupTableBase const* const base = table;
+        return base->dedupTable()->holds(list) &&
+               values.sameAs(static_cast<CommListBase const*>(list)->members(),
+                             [](Value const& value) -> Value const& { return value; });
+    }
+    // A cache that decoded the values already goes straight to the lookup.
+    friend struct PlainListInternKind<Derived, Value>;
 
     // Where a tail list's values start (valuesOffset: the handle's tail
     // padding on 64-bit hosts), so that they lie within the object's own

@@ -9,7 +9,12 @@
 //   ingest/<kind>/first   fresh tables, every route interned once
 //   ingest/<kind>/again   every list already interned and held by its route;
 //                         each route's attribute is interned again and the
-//                         result replaces what the route holds
+//                         result replaces what the route holds, through the
+//                         list's internReceivedInto where the library has
+//                         it (the held list found equal stays: no lookup)
+//   ingest/<kind>/againAssign
+//                         the same, each list interned by internReceived
+//                         (a table lookup) and assigned to the route
 //   ingest/<kind>/release every list interned, then each list's last
 //                         reference dropped (per list: the removal from its
 //                         tables and whatever it alone held)
@@ -18,7 +23,8 @@
 //   ingestThreads/...     the whole table into one thread-safe table set, by
 //                         one thread, or by two threads on disjoint halves
 //                         (wall time; compare threads:1 with threads:2);
-//                         cache:1 through per-thread caches (IngestCaches.h)
+//                         cache:1 through per-thread caches (IngestCaches.h),
+//                         assign:1 interned and assigned (againAssign)
 // `threadSafe` chooses plain or thread-safe tables (VoBgpGlobals::
 // multiThreaded, read when a table is created).
 //
@@ -91,8 +97,23 @@ using ExtHeld = std::vector<ExtComm::PtrConst>;
 struct Ip6Held {};
 #endif
 
+#ifndef INGEST_EXTENDED_VALUES_ONLY
+// A route's list replaced by the one of the received octets: through the
+// list's replacing entry point (internReceivedInto: the held list stays,
+// uncounted, when it has these values) where the library has one, else
+// interned and assigned.
+template <class List, class... Tables>
+void internInto(Kiv::Ptr<List const>& held, U8 const* p, U32 size, Tables const*... tables) {
+    if constexpr (requires { List::internReceivedInto(held, tables..., p, std::size_t(size)); })
+        List::internReceivedInto(held, tables..., p, size);
+    else
+        held = List::internReceived(tables..., p, size);
+}
+#endif
+
 // The library as the agent calls it: one function per attribute kind, the
-// attribute's value octets in, the interned object out.
+// attribute's value octets in, the interned object out; and the same
+// replacing what the route holds (xInto).
 class Interner {
   public:
     explicit Interner(bool threadSafe) {
@@ -124,6 +145,18 @@ class Interner {
     }
     Ip6Held ipv6(U8 const* p, U32 size) const {
         return ExtCommIp6List::internReceived(ip6Table_.ptr(), ip6ListTable_.ptr(), p, size);
+    }
+    void standardInto(CommList::PtrConst& held, U8 const* p, U32 size) const {
+        internInto(held, p, size, commTable_.ptr());
+    }
+    void largeInto(LargeCommList::PtrConst& held, U8 const* p, U32 size) const {
+        internInto(held, p, size, largeTable_.ptr());
+    }
+    void extendedInto(ExtHeld& held, U8 const* p, U32 size) const {
+        internInto(held, p, size, extTable_.ptr(), extListTable_.ptr());
+    }
+    void ipv6Into(Ip6Held& held, U8 const* p, U32 size) const {
+        internInto(held, p, size, ip6Table_.ptr(), ip6ListTable_.ptr());
     }
 #else
     // Libraries before the received-octets entry points: a private list,
@@ -230,6 +263,9 @@ struct KindOps;
     struct KindOps<number> {                                                                       \
         static auto intern(Interner const& in, U8 const* p, U32 size) { return in.name(p, size); } \
         static auto& held(Route& route) { return route.name; }                                     \
+        static void into(auto const& in, auto& held, U8 const* p, U32 size) {                      \
+            in.name##Into(held, p, size);                                                          \
+        }                                                                                          \
     };
 INGEST_KIND(0, standard)
 INGEST_KIND(1, large)
@@ -237,37 +273,51 @@ INGEST_KIND(2, extended)
 INGEST_KIND(3, ipv6)
 #undef INGEST_KIND
 
-// Interns one route's attribute of Kind, `size` octets at cursor[Kind]
-// (through `caches` when cached, the previous object given back to them);
+// How a route's attribute replaces what the route holds: through the
+// list's replacing entry point (internReceivedInto) where the library has
+// one; interned, then assigned; or through per-thread caches (IngestCaches.h,
+// the previous object given back to them).
+enum class Path { replace, assign, cache };
+
+// Interns one route's attribute of Kind, `size` octets at cursor[Kind];
 // counts the routes whose object changed (all carrying ones on a first pass,
 // none on a later one).
-template <bool cached, unsigned Kind>
+template <Path path, unsigned Kind>
 void step(Interner const& in, Caches* caches, U32 size, Route& route, U8 const** cursor,
           std::size_t* changed) {
     if (size == absent)
         return;
+    auto& held = KindOps<Kind>::held(route);
+#ifndef INGEST_EXTENDED_VALUES_ONLY
+    if constexpr (path == Path::replace) {
+        auto const* const before = held.ptr();
+        KindOps<Kind>::into(in, held, cursor[Kind], size);
+        cursor[Kind] += size;
+        *changed += held.ptr() != before;
+        return;
+    }
+#endif
     using Held = decltype(KindOps<Kind>::intern(in, cursor[Kind], size));
     Held fresh = [&] {
-        if constexpr (cached)
+        if constexpr (path == Path::cache)
             return caches->template intern<Kind, Held>(cursor[Kind], size);
         else
             return KindOps<Kind>::intern(in, cursor[Kind], size);
     }();
     cursor[Kind] += size;
-    auto& held = KindOps<Kind>::held(route);
     if (!sameObjects(fresh, held))
         ++*changed;
-    if constexpr (cached)
+    if constexpr (path == Path::cache)
         caches->template giveBack<Kind>(held);
     held = std::move(fresh);
 }
 
-// The loop over a range of routes. The uncached loop holds no cache code and
-// reads the attribute lengths from arrays looked up once, so that the same
-// loop runs against any library (with the per-thread cache or without): a
-// kind that one route in ten carries (large lists) pays ten routes' loop per
-// route it interns.
-template <bool cached, unsigned... Kinds>
+// The loop over a range of routes, one per path: a loop holds no other
+// path's code and reads the attribute lengths from arrays looked up once,
+// so that the same loop runs against any library (with the per-thread cache
+// or without): a kind that one route in ten carries (large lists) pays ten
+// routes' loop per route it interns.
+template <Path path, unsigned... Kinds>
 std::size_t ingestKinds(Interner const& in, Route* routes, Range const& range, Caches* caches) {
     U8 const* cursor[kindCount];
     U32 const* sizes[kindCount];
@@ -277,31 +327,35 @@ std::size_t ingestKinds(Interner const& in, Route* routes, Range const& range, C
     }
     std::size_t changed = 0;
     for (std::size_t i = range.begin; i < range.end; ++i)
-        (step<cached, Kinds>(in, caches, sizes[Kinds][i], routes[i], cursor, &changed), ...);
+        (step<path, Kinds>(in, caches, sizes[Kinds][i], routes[i], cursor, &changed), ...);
     return changed;
 }
 
 std::size_t ingest(unsigned kind, Interner const& in, Route* routes, Range const& range,
-                   bool cached) {
-    std::unique_ptr<Caches> caches = cached ? std::make_unique<Caches>(in) : nullptr;
-    // Kind number to its loop; allKinds for the whole route.
+                   Path path) {
+    std::unique_ptr<Caches> caches = path == Path::cache ? std::make_unique<Caches>(in) : nullptr;
+    // Path and kind number to its loop; allKinds for the whole route.
     using Loop = std::size_t (*)(Interner const&, Route*, Range const&, Caches*);
-    static constexpr Loop loops[2][kindCount + 1] = {
-        {ingestKinds<false, 0>, ingestKinds<false, 1>, ingestKinds<false, 2>, ingestKinds<false, 3>,
-         ingestKinds<false, 0, 1, 2, 3>},
-        {ingestKinds<true, 0>, ingestKinds<true, 1>, ingestKinds<true, 2>, ingestKinds<true, 3>,
-         ingestKinds<true, 0, 1, 2, 3>}};
-    return loops[cached][std::min(kind, allKinds)](in, routes, range, caches.get());
+#define INGEST_LOOPS_(p)                                                       \
+    {                                                                          \
+        ingestKinds<p, 0>, ingestKinds<p, 1>, ingestKinds<p, 2>, ingestKinds<p, 3>, \
+            ingestKinds<p, 0, 1, 2, 3>                                         \
+    }
+    static constexpr Loop loops[3][kindCount + 1] = {
+        INGEST_LOOPS_(Path::replace), INGEST_LOOPS_(Path::assign), INGEST_LOOPS_(Path::cache)};
+#undef INGEST_LOOPS_
+    return loops[static_cast<int>(path)][std::min(kind, allKinds)](in, routes, range,
+                                                                   caches.get());
 }
 
 // The halves of the table, one per thread; the first runs on the caller's.
 std::size_t ingestSplit(unsigned kind, Interner const& in, Route* routes,
-                        std::vector<Range> const& ranges, bool cached = false) {
+                        std::vector<Range> const& ranges, Path path) {
     std::vector<std::size_t> changed(ranges.size());
     std::vector<std::thread> threads;
     for (std::size_t t = 1; t < ranges.size(); ++t)
-        threads.emplace_back([&, t] { changed[t] = ingest(kind, in, routes, ranges[t], cached); });
-    changed[0] = ingest(kind, in, routes, ranges[0], cached);
+        threads.emplace_back([&, t] { changed[t] = ingest(kind, in, routes, ranges[t], path); });
+    changed[0] = ingest(kind, in, routes, ranges[0], path);
     for (auto& thread : threads)
         thread.join();
     std::size_t total = 0;
@@ -328,7 +382,7 @@ struct State {
 };
 
 void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool threadSafe,
-                 unsigned threads, bool cached) {
+                 unsigned threads, Path path) {
     std::vector<Range> ranges;
     for (unsigned t = 0; t < threads; ++t)
         ranges.push_back(rangeOf(table().routes * t / threads, table().routes * (t + 1) / threads));
@@ -345,7 +399,7 @@ void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool thread
     std::size_t const heapBefore = heapInUse();
     state.interner = std::make_unique<Interner>(threadSafe);
     std::size_t const firstChanged =
-        ingestSplit(kind, *state.interner, state.routes.data(), ranges, cached);
+        ingestSplit(kind, *state.interner, state.routes.data(), ranges, path);
     std::size_t const bytes = heapInUse() - heapBefore;
     if (firstChanged != objects)
         bench.SkipWithError("the first pass did not give every carrying route a new object");
@@ -361,7 +415,7 @@ void ingestBench(benchmark::State& bench, unsigned kind, bool again, bool thread
             bench.ResumeTiming();
         }
         std::size_t const changed =
-            ingestSplit(kind, *state.interner, state.routes.data(), ranges, cached);
+            ingestSplit(kind, *state.interner, state.routes.data(), ranges, path);
         if (changed != (again ? 0 : objects)) {
             bench.SkipWithError(again ? "a later pass found other objects than the routes hold"
                                       : "the first pass did not give every route a new object");
@@ -422,8 +476,8 @@ void releaseBench(benchmark::State& bench, bool threadSafe, bool drop) {
         for (auto _ : bench) {
             bench.PauseTiming();
             state.reset(threadSafe);
-            ingestKinds<false, Kind>(*state.interner, state.routes.data(),
-                                     rangeOf(0, table().routes), nullptr);
+            ingestKinds<Path::replace, Kind>(*state.interner, state.routes.data(),
+                                             rangeOf(0, table().routes), nullptr);
             lists = state.interner->interned(Kind);
             std::vector<Held> references = takeReferences<Kind, Held>(state.routes, !drop);
             if (references.size() != (drop ? table().carrying[Kind] : lists))
@@ -471,13 +525,16 @@ int main(int argc, char** argv) {
     for (unsigned kind = 0; kind <= allKinds; ++kind) {
         if (kind != allKinds && table().carrying[kind] == 0)
             continue;  // the table has none of this kind
-        for (bool again : {false, true}) {
-            std::string const name =
-                std::string("ingest/") + kindNames[kind] + (again ? "/again" : "/first");
+        // againAssign: again, each route's list interned and then assigned
+        // (what `again` does in libraries without the replacing entry point).
+        for (char const* phase : {"first", "again", "againAssign"}) {
+            bool const again = phase[0] == 'a';
+            Path const path = phase[5] == 'A' ? Path::assign : Path::replace;
+            std::string const name = std::string("ingest/") + kindNames[kind] + "/" + phase;
             for (bool threadSafe : {false, true})
                 benchmark::RegisterBenchmark(
                     (name + (threadSafe ? "/threadSafe:1" : "/threadSafe:0")).c_str(), ingestBench,
-                    kind, again, threadSafe, 1u, false)
+                    kind, again, threadSafe, 1u, path)
                     ->Unit(benchmark::kMillisecond);
         }
         if (kind == allKinds || (extendedValuesOnly && kind >= 2))
@@ -494,16 +551,20 @@ int main(int argc, char** argv) {
                     ->Iterations(10);
     }
     for (bool again : {false, true})
-        for (bool cached : {false, true})
+        for (Path path : {Path::replace, Path::assign, Path::cache})
             for (unsigned threads : {1u, 2u}) {
-                if (cached && !ingestHasCaches)
+                if (path == Path::cache && !ingestHasCaches)
                     continue;  // no cache in those libraries
-                benchmark::RegisterBenchmark(
-                    (std::string("ingestThreads/all/") + (again ? "again" : "first") +
-                     "/threadSafe:1" + (cached ? "/cache:1" : "") +
-                     "/threads:" + std::to_string(threads))
-                        .c_str(),
-                    ingestBench, allKinds, again, true, threads, cached)
+                if (path == Path::assign && !again)
+                    continue;  // the same as replace on a first pass
+                benchmark::RegisterBenchmark((std::string("ingestThreads/all/") +
+                                              (again ? "again" : "first") + "/threadSafe:1" +
+                                              (path == Path::cache    ? "/cache:1"
+                                               : path == Path::assign ? "/assign:1"
+                                                                      : "") +
+                                              "/threads:" + std::to_string(threads))
+                                                 .c_str(),
+                                             ingestBench, allKinds, again, true, threads, path)
                     ->Unit(benchmark::kMillisecond)
                     ->UseRealTime();
             }

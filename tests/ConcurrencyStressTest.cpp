@@ -215,8 +215,9 @@ Wire wireOf(unsigned mask) {
 
 // Two threads, each with its own caches (one small enough to flush itself
 // again and again) over one thread-safe table set, intern the same lists and
-// give them back, copy them, drop them or flush: every list is the one the
-// tables' own entry points give, and at the end every table is empty.
+// give them back, copy them, drop them, replace them in place or flush:
+// every list is the one the tables' own entry points give, and at the end
+// every table is empty.
 TEST(ConcurrencyStress, TwoThreadsCachingOverOneTableSetLeaveItEmpty) {
     std::size_t const liveBefore = KivStash::DedupHandle::liveHandles();
     VoBgpGlobals::multiThreadedIs(true);
@@ -264,6 +265,20 @@ TEST(ConcurrencyStress, TwoThreadsCachingOverOneTableSetLeaveItEmpty) {
                         stdCache.flush();
                         ext.flush();
                     }
+                    break;
+                case 3:  // replaced in place: kept when of this mask already
+                    slot.mask = mask;
+                    CommList::internReceivedInto(slot.std, tables.stdLists.ptr(), w.std.data(),
+                                                 w.std.size());
+                    LargeCommList::internReceivedInto(slot.large, tables.largeLists.ptr(),
+                                                      w.large.data(), w.large.size());
+                    ExtCommList::internReceivedInto(slot.ext, tables.ext.ptr(),
+                                                    tables.extLists.ptr(), w.ext.data(),
+                                                    w.ext.size());
+                    ExtCommIp6List::internReceivedInto(slot.ip6, tables.ip6.ptr(),
+                                                       tables.ip6Lists.ptr(), w.ip6.data(),
+                                                       w.ip6.size());
+                    faults += !(slot == got);
                     break;
             }
             slot = std::move(got);

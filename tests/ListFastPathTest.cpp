@@ -3,8 +3,8 @@
 // list, commIs, dedup) interned, and a list they build must be the one the
 // classic path then finds; unsorted and repeated input, lists longer than
 // the stack buffer, and nothing left behind once the routes let go. What
-// they cost, counted in allocations; and for every kind, how many values
-// one attribute carries.
+// they cost, counted in allocations; replacing what a route holds; and for
+// every kind, how many values one attribute carries.
 #include <vector>
 
 #include "ListKinds.h"
@@ -54,6 +54,50 @@ TYPED_TEST(ListFastPathTest, FindsAndBuildsWhatTheClassicPathDoes) {
         EXPECT_EQ(0u, kind.interned());  // the routes let go: nothing stays
     }
     EXPECT_EQ(liveBefore, KivStash::DedupHandle::liveHandles());
+}
+
+// Replacing what a route holds: the held list stays (its count as it was)
+// when it is this table's list of the received values, in any order, with
+// duplicates; a list one value shorter or with another last value, one
+// equal but of another table, and no list at all are replaced by this
+// table's list.
+TYPED_TEST(ListFastPathTest, ReplacingKeepsOnlyThisTablesListOfTheValues) {
+    using Values = std::vector<typename TypeParam::Value>;
+    TypeParam kind, otherTables;
+    auto const values = [](U32 count, U32 last) {
+        Values v;
+        for (U32 i = 0; i < count; ++i)
+            v.push_back(TypeParam::value(i + 1 == count ? last : 1000 + i));
+        return v;
+    };
+    auto const mine = kind.classic(values(4, 1003));
+    struct Case {
+        char const* what;
+        typename TypeParam::List::PtrConst held;
+        Values received;
+        bool kept;
+    };
+    Case cases[] = {
+        {"the same values", mine, values(4, 1003), true},
+        {"one value fewer", mine, values(3, 1002), false},
+        {"another last value", mine, values(4, 1004), false},
+        {"equal, another table", otherTables.classic(values(4, 1003)), values(4, 1003), false},
+        {"nothing held", nullptr, values(4, 1003), false},
+    };
+    for (Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        Octets octets;
+        for (auto it = c.received.rbegin(); it != c.received.rend(); ++it)
+            TypeParam::wire(octets, *it);
+        TypeParam::wire(octets, c.received.front());  // reversed, the first repeated
+        auto const* const before = c.held.ptr();
+        U32 const references = mine->references();
+        replaceFromOctets(kind, c.held, octets);
+        EXPECT_EQ(c.kept, c.held.ptr() == before);
+        EXPECT_EQ(kind.classic(c.received), c.held);
+        // The route's reference moved from the list it held to the one it holds.
+        EXPECT_EQ(references + (c.held == mine) - (before == mine.ptr()), mine->references());
+    }
 }
 
 // Colliders of each kind (see identityColliders) stay distinct lists and are

@@ -171,6 +171,13 @@ auto fromOctets(Kind const& kind, Octets const& o) {
         kind.tables());
 }
 
+// List::internReceivedInto(held, tables..., octets).
+template <class Kind>
+void replaceFromOctets(Kind const& kind, typename Kind::List::PtrConst& held, Octets const& o) {
+    std::apply([&](auto... t) { Kind::List::internReceivedInto(held, t..., o.data(), o.size()); },
+               kind.tables());
+}
+
 using Kinds = ::testing::Types<StandardKind, LargeKind, ExtendedKind, Ip6Kind>;
 
 }  // namespace

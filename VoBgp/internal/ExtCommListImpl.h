@@ -186,6 +186,8 @@ class ExtCommList final : public ExtCommListHandle,
     static PtrConst internReceived(ExtCommDedupTable const* extTable,
                                    ExtCommListDedupTable const* table, U8 const* octets,
                                    std::size_t size);
+    // internReceivedInto(held, extTable, table, octets, size): see
+    // ExtCommVectorMembers.
     // This list without invalid values and with one link bandwidth (the
     // best); this list itself when nothing is prunable, null when nothing is
     // left.

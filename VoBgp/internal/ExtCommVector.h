@@ -169,6 +169,10 @@ class PendingMembers {
 // ExtCommClassificationList and their IPv6 twins) and what each of them does
 // with it the same way. Derived is the list, a Vok::DedupHandle that says
 // whether it is sorted (commVectorSorted()).
+// The per-thread interning cache's view of a list kind (ListInternCache.h).
+template <class List, class Value, class ValueTable, class ListTable>
+struct ExtListInternKind;
+
 template <class Derived, class Comm>
 class ExtCommVectorMembers {
   public:
@@ -198,7 +202,25 @@ class ExtCommVectorMembers {
     bool empty() const { return commVector_.empty(); }
     CommVector const* commVectorRawPtr() const { return &commVector_; }
 
+    // The list's internReceived for a holder replacing what it holds (a
+    // route whose attribute arrives again): `held` becomes the interned list
+    // of `listTable` holding the communities of the attribute's value octets
+    // as interned in `valueTable`. When the list it holds (interned there)
+    // has exactly these values, it stays: no table lookup, and neither count
+    // is written.
+    template <class ValueTable, class ListTable>
+    static void internReceivedInto(Kiv::Ptr<Derived const>& held, ValueTable const* valueTable,
+                                   ListTable const* listTable, U8 const* octets, std::size_t size) {
+        ReceivedValues<Key, Derived::receivedOnStack> const values(octets, size);
+        if (!holdsExactly(held.ptr(), listTable, valueTable, values))
+            held = internSorted(listTable, valueTable, values);
+    }
+
   protected:
+    // A cache that decoded the values already goes straight to the lookup.
+    template <class List, class Value, class ValueTable, class ListTable>
+    friend struct ExtListInternKind;
+
     ExtCommVectorMembers() = default;
 
     // Appends the members of another list (nothing for null).
@@ -273,11 +295,7 @@ class ExtCommVectorMembers {
         KIV_ASSERT(listTable != nullptr && valueTable != nullptr);
         Vok::DedupHashTable const* const members = valueTable->dedupTable().ptr();
         auto const same = [&](Derived const* candidate) {
-            std::span<CommPtrConst const> const theirs = candidate->commVector_.span();
-            // Equal keys from another value table are other objects.
-            return values.sameAs(theirs, [](CommPtrConst const& comm) -> decltype(auto) {
-                return extCommKey(*comm);
-            }) && (theirs.empty() || theirs.front()->dedupTable() == members);
+            return hasKeys(candidate, members, values);
         };
         CommListDedupTableBase const* const base = listTable;
         if (auto hit = base->dedupTable()->template lookup<Derived>(values.placement(), same))
@@ -295,9 +313,29 @@ class ExtCommVectorMembers {
         return list->dedup(listTable);
     }
 
+    // Whether `list` (held, or null) is `listTable`'s list of exactly the
+    // keys `values` (sorted, unique) as interned in `valueTable`.
+    template <class ListTable, class ValueTable, class Values>
+    static bool holdsExactly(Derived const* list, ListTable const* listTable,
+                             ValueTable const* valueTable, Values const& values) {
+        CommListDedupTableBase const* const base = listTable;
+        return base->dedupTable()->holds(list) &&
+               hasKeys(list, valueTable->dedupTable().ptr(), values);
+    }
+
     CommVector commVector_;
 
   private:
+    template <class Values>
+    static bool hasKeys(Derived const* list, Vok::DedupHashTable const* members,
+                        Values const& values) {
+        std::span<CommPtrConst const> const theirs = list->commVector_.span();
+        // Equal keys from another value table are other objects.
+        return values.sameAs(theirs, [](CommPtrConst const& comm) -> decltype(auto) {
+            return extCommKey(*comm);
+        }) && (theirs.empty() || theirs.front()->dedupTable() == members);
+    }
+
     static void dropSpareCapacity(Vok::DedupHandle* candidate) {
         static_cast<ExtCommVectorMembers&>(*static_cast<Derived*>(candidate))
             .commVector_.shrink_to_fit();

@@ -85,9 +85,9 @@ struct PlainListInternKind {
     static CommListDedupTableBase const* listTable(Tables const& tables) { return tables.lists; }
     static std::span<V const> members(List const& list) { return list.commVectorRawPtr(); }
     static V const& key(V const& value) { return value; }
-    static bool inValueTable(List const&, Tables const&) { return true; }
-    static Kiv::Ptr<List const> intern(Tables const& tables, U8 const* octets, std::size_t size) {
-        return List::internReceived(tables.lists, octets, size);
+    template <class Values>
+    static Kiv::Ptr<List const> internSorted(Tables const& tables, Values const& values) {
+        return List::internSorted(tables.lists, values);
     }
 };
 template <>
@@ -110,12 +110,9 @@ struct ExtListInternKind {
     static decltype(auto) key(CommPtr const& comm) {
         return extCommKey(*comm);
     }
-    static bool inValueTable(List const& list, Tables const& tables) {
-        auto const theirs = members(list);
-        return theirs.empty() || theirs.front()->dedupTable() == tables.values->dedupTable().ptr();
-    }
-    static Kiv::Ptr<List const> intern(Tables const& tables, U8 const* octets, std::size_t size) {
-        return List::internReceived(tables.values, tables.lists, octets, size);
+    template <class Values>
+    static Kiv::Ptr<List const> internSorted(Tables const& tables, Values const& values) {
+        return List::internSorted(tables.lists, tables.values, values);
     }
 };
 template <>
@@ -160,12 +157,9 @@ class ListInternCache {
         for (std::size_t i = placement & mask_; slots_[i] != 0; i = (i + 1) & mask_)
             if ((slots_[i] & fingerprintMask) == fingerprint && same(listOf(slots_[i])))
                 return handOut(slots_[i]);
-        PtrConst list = Kind::listTable(tables_)->dedupTable()->template lookup<List>(
-            placement, [&](List const* candidate) {
-                return same(candidate) && Kind::inValueTable(*candidate, tables_);
-            });
-        if (!list)
-            list = Kind::intern(tables_, octets, size);
+        // The kind's own path from the values already decoded: one lookup,
+        // and the list built only when the table lacks it.
+        PtrConst list = Kind::internSorted(tables_, values);
         remember(list.ptr());
         return list;
     }

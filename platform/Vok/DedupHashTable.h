@@ -81,6 +81,14 @@ class DedupHashTable : public Kiv::PtrInterface {
             hash, [&matches](DedupHandle const* h) { return matches(static_cast<T const*>(h)); })));
     }
 
+    // Whether `handle`, which the caller holds a reference on, is interned
+    // in this table: the held reference keeps it there, so a holder that
+    // finds its handle equal to a content needs no lookup to know it is
+    // this table's one for that content.
+    bool holds(DedupHandle const* handle) const noexcept {
+        return handle != nullptr && handle->tableId_ == id_;
+    }
+
     // Interns `candidate` (which must never have been deduped) unless an equal
     // live handle exists; returns the canonical handle with a new reference.
     DedupHandle::PtrConst dedup(DedupHandle const* candidate,
