@@ -336,16 +336,15 @@ std::size_t ingest(unsigned kind, Interner const& in, Route* routes, Range const
     std::unique_ptr<Caches> caches = path == Path::cache ? std::make_unique<Caches>(in) : nullptr;
     // Path and kind number to its loop; allKinds for the whole route.
     using Loop = std::size_t (*)(Interner const&, Route*, Range const&, Caches*);
-#define INGEST_LOOPS_(p)                                                       \
-    {                                                                          \
+#define INGEST_LOOPS_(p)                                                            \
+    {                                                                               \
         ingestKinds<p, 0>, ingestKinds<p, 1>, ingestKinds<p, 2>, ingestKinds<p, 3>, \
-            ingestKinds<p, 0, 1, 2, 3>                                         \
+            ingestKinds<p, 0, 1, 2, 3>                                              \
     }
     static constexpr Loop loops[3][kindCount + 1] = {
         INGEST_LOOPS_(Path::replace), INGEST_LOOPS_(Path::assign), INGEST_LOOPS_(Path::cache)};
 #undef INGEST_LOOPS_
-    return loops[static_cast<int>(path)][std::min(kind, allKinds)](in, routes, range,
-                                                                   caches.get());
+    return loops[static_cast<int>(path)][std::min(kind, allKinds)](in, routes, range, caches.get());
 }
 
 // The halves of the table, one per thread; the first runs on the caller's.
