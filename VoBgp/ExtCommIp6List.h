@@ -56,7 +56,7 @@ ExtCommIp6ClassificationList* ExtCommIp6ListFindOrCreateClassificationList(
 void ExtCommIp6ListClassificationListIs(ExtCommIp6ClassificationListVector& vector,
                                         ExtCommIp6ClassificationList::PtrConst const& list);
 
-class ExtCommIp6List final : public KivStash::DedupHandle,
+class ExtCommIp6List final : public ExtCommListHandle,
                              public ExtCommVectorMembers<ExtCommIp6List, ExtCommIp6> {
   public:
     using Ptr = Kiv::Ptr<ExtCommIp6List>;
@@ -82,8 +82,7 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
         userDataIs(sorted ? userData() | sortedBit : userData() & ~sortedBit);
     }
     U32 totalCommunities() const;
-    // Counted by dedup: communities whose type octet has bit 0x40 clear.
-    U32 totalTransitiveCommunities() const { return transitiveFromUserData(userData()); }
+    // totalTransitiveCommunities: ExtCommListHandle.
     // Built on first demand (see above); empty for a private list.
     ExtCommIp6ClassificationListVector const& classificationLists() const {
         if (Split const* built = built_.load(std::memory_order_acquire))
@@ -162,7 +161,7 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
     friend class ExtCommVectorMembers<ExtCommIp6List, ExtCommIp6>;
     // Received values sorted on the stack; longer lists use the heap.
     static constexpr std::size_t receivedOnStack = 16;
-    // In the handle's user-data word, below the transitive count.
+    // In the handle's user data.
     static constexpr U32 sortedBit = 1;
 
     // The published slot vector, its slots in the container's own block.
@@ -178,18 +177,14 @@ class ExtCommIp6List final : public KivStash::DedupHandle,
     // A new container of the members' classification lists: found or
     // interned in `table`, or private ones (never to be interned) for null.
     Split* classificationListsOf(ExtCommIp6ListDedupTable const* table) const;
-    void totalTransitiveCommunitiesIs(U32 count) {
-        userDataIs(userDataWithTransitive(userData(), count));
-    }
-
     // Null until built; then owned, freed with the list.
     mutable std::atomic<Split*> built_{nullptr};
 };
 
 // On 64-bit hosts: the handle (24 octets), the member vector and the
 // classification lists' container (a word each, the latter null until
-// built); the sorted flag and the transitive count live in the handle's
-// user-data word.
+// built); the sorted flag lives in the handle's user data, the transitive
+// count in its tail padding (ExtCommListHandle).
 static_assert(sizeof(void*) != 8 || sizeof(ExtCommIp6List) == 40);
 // One attribute carries 3,276 IPv6-address-specific communities at most.
 static_assert(pathAttributeValueFits(3276 * 20) && !pathAttributeValueFits(3277 * 20));

@@ -14,16 +14,17 @@
 //
 // Storage: a list is the handle alone, with its members in the block
 // behind it. A list interned from received values (intern, internReceived)
-// is one block, the values right behind the object, their count + 1 in
-// bits 16..31 of the user-data word; blocks up to 512 octets come from
-// Vok::SizeClassArena (no allocator header, 8-octet steps: a 5-value
-// standard list takes 48 octets, 64 from malloc). A list built value by
-// value has 0
-// there, and behind the object a TailVector of heap storage that it grows.
-// Either way commVectorRawPtr() shows the members in order.
+// of up to 4,094 values is one block, the values right after the handle's
+// fields (from octet 20 on 64-bit hosts, the handle's tail padding), their
+// count + 1 in bits 4..15 of the handle's user data; blocks up to 512
+// octets come from Vok::SizeClassArena (no allocator header, 8-octet steps:
+// a 5-value standard list takes 40 octets, 48 from malloc). A list built
+// value by value, or a longer one, has 0 there, and behind the object a
+// TailVector of heap storage. Either way commVectorRawPtr() shows the
+// members in order.
 //
-// Cached state lives in the handle's user-data word, not in fields of its
-// own: whether the vector is sorted and, for CommList, whether it holds
+// Cached state lives in bits 0..3 of the handle's user data, not in fields
+// of its own: whether the vector is sorted and, for CommList, whether it holds
 // no-export, no-advertise and no-export-subconfed (local-as).
 //
 // The standard and large lists' tables, the extended community lists
@@ -290,17 +291,22 @@ class CommListBase : public KivStash::DedupHandle {
   private:
     // Values a lookup sorts on the stack; longer lists use the heap.
     static constexpr std::size_t receivedOnStack = 64;
-    // User-data bits 16..31: a tail list's count + 1, 0 for a heap vector.
-    // A received attribute holds at most 16,383 values; a longer list built
-    // at its final size takes the heap vector.
-    static constexpr unsigned tailCountShift = 16;
-    static constexpr std::size_t tailCountLimit = (std::size_t(1) << 16) - 1;
+    // User-data bits 4..15 (above the flags): a tail list's count + 1, 0
+    // for a heap vector. A received attribute holds up to 16,383 values, but
+    // routes carry a few; a list of tailCountLimit values or more takes the
+    // heap vector.
+    static constexpr unsigned tailCountShift = 4;
+    static constexpr std::size_t tailCountLimit = (std::size_t(1) << 12) - 1;
+    // A tail list's values start right after the handle's fields.
+    static constexpr std::size_t valuesOffset = Vok::DedupHandle::fieldsOctets;
 
     bool inTail() const { return (userData() >> tailCountShift) != 0; }
-    // The octets of a tail list's block of `count` values.
+    // The octets of a tail list's block of `count` values (an empty list
+    // still takes its whole object).
     static constexpr std::size_t tailOctets(std::size_t count) {
-        return sizeof(Derived) + count * sizeof(Value);
+        return std::max(sizeof(Derived), valuesOffset + count * sizeof(Value));
     }
+    Value* tailValues() { return reinterpret_cast<Value*>(block() + valuesOffset); }
     // The arena block size of this list, 0 when its block is the heap's.
     std::size_t arenaOctets() const {
         U32 const tail = userData() >> tailCountShift;
@@ -323,7 +329,7 @@ class CommListBase : public KivStash::DedupHandle {
     std::span<Value const> members() const {
         U32 const tail = userData() >> tailCountShift;
         if (tail != 0)
-            return {reinterpret_cast<Value const*>(block() + sizeof(Derived)), tail - 1};
+            return {reinterpret_cast<Value const*>(block() + valuesOffset), tail - 1};
         return heapVector()->span();
     }
 
@@ -358,6 +364,11 @@ class CommListBase : public KivStash::DedupHandle {
     }
     // A cache that decoded the values already goes straight to the lookup.
     friend struct PlainListInternKind<Derived, Value>;
+
+    // Where a tail list's values start (valuesOffset: the handle's tail
+    // padding on 64-bit hosts), so that they lie within the object's own
+    // octets from their first one; never read as a field.
+    U32 tailHead_;
 };
 
 // The entry points that check a list's state, spelled in each list class so
@@ -464,10 +475,11 @@ class LargeCommList final : public CommListBase<LargeCommList, Acl::CommunityVal
     LargeCommList() = default;
 };
 
-// A list is its handle alone (24 octets on 64-bit hosts): the values or the
-// heap vector follow it in the same block.
-static_assert(sizeof(CommList) == sizeof(KivStash::DedupHandle) &&
-              sizeof(LargeCommList) == sizeof(KivStash::DedupHandle));
+// A list is its handle and the first octets of its values (24 octets on
+// 64-bit hosts): the values start at the handle's fieldsOctets (20 there);
+// the rest of them or the heap vector follow in the same block.
+static_assert(sizeof(CommList) == Vok::DedupHandle::fieldsOctets + sizeof(U32) &&
+              sizeof(LargeCommList) == Vok::DedupHandle::fieldsOctets + sizeof(U32));
 static_assert(sizeof(void*) != 8 || (sizeof(CommList) == 24 && sizeof(LargeCommList) == 24));
 
 inline CommList::Ptr commListFactory() {

@@ -279,17 +279,17 @@ INGEST_KIND(3, ipv6)
 // the previous object given back to them).
 enum class Path { replace, assign, cache };
 
-// Interns one route's attribute of Kind; counts the routes whose object
-// changed (all carrying ones on a first pass, none on a later one).
-template <unsigned Kind>
-void step(Interner const& in, Caches* caches, [[maybe_unused]] bool replace, std::size_t i,
-          Route& route, U8 const** cursor, std::size_t* changed) {
-    U32 const size = table().sizes[Kind][i];
+// Interns one route's attribute of Kind, `size` octets at cursor[Kind];
+// counts the routes whose object changed (all carrying ones on a first pass,
+// none on a later one).
+template <Path path, unsigned Kind>
+void step(Interner const& in, Caches* caches, U32 size, Route& route, U8 const** cursor,
+          std::size_t* changed) {
     if (size == absent)
         return;
     auto& held = KindOps<Kind>::held(route);
 #ifndef INGEST_EXTENDED_VALUES_ONLY
-    if (replace) {
+    if constexpr (path == Path::replace) {
         auto const* const before = held.ptr();
         KindOps<Kind>::into(in, held, cursor[Kind], size);
         cursor[Kind] += size;
@@ -298,36 +298,53 @@ void step(Interner const& in, Caches* caches, [[maybe_unused]] bool replace, std
     }
 #endif
     using Held = decltype(KindOps<Kind>::intern(in, cursor[Kind], size));
-    Held fresh = caches ? caches->template intern<Kind, Held>(cursor[Kind], size)
-                        : KindOps<Kind>::intern(in, cursor[Kind], size);
+    Held fresh = [&] {
+        if constexpr (path == Path::cache)
+            return caches->template intern<Kind, Held>(cursor[Kind], size);
+        else
+            return KindOps<Kind>::intern(in, cursor[Kind], size);
+    }();
     cursor[Kind] += size;
     if (!sameObjects(fresh, held))
         ++*changed;
-    if (caches)
+    if constexpr (path == Path::cache)
         caches->template giveBack<Kind>(held);
     held = std::move(fresh);
 }
 
-template <unsigned... Kinds>
-std::size_t ingestKinds(Interner const& in, Route* routes, Range const& range,
-                        Caches* caches = nullptr, bool replace = true) {
+// The loop over a range of routes, one per path: a loop holds no other
+// path's code and reads the attribute lengths from arrays looked up once,
+// so that the same loop runs against any library (with the per-thread cache
+// or without): a kind that one route in ten carries (large lists) pays ten
+// routes' loop per route it interns.
+template <Path path, unsigned... Kinds>
+std::size_t ingestKinds(Interner const& in, Route* routes, Range const& range, Caches* caches) {
     U8 const* cursor[kindCount];
-    for (unsigned kind = 0; kind < kindCount; ++kind)
+    U32 const* sizes[kindCount];
+    for (unsigned kind = 0; kind < kindCount; ++kind) {
         cursor[kind] = table().octets[kind].data() + range.offset[kind];
+        sizes[kind] = table().sizes[kind].data();
+    }
     std::size_t changed = 0;
     for (std::size_t i = range.begin; i < range.end; ++i)
-        (step<Kinds>(in, caches, replace, i, routes[i], cursor, &changed), ...);
+        (step<path, Kinds>(in, caches, sizes[Kinds][i], routes[i], cursor, &changed), ...);
     return changed;
 }
 
 std::size_t ingest(unsigned kind, Interner const& in, Route* routes, Range const& range,
                    Path path) {
     std::unique_ptr<Caches> caches = path == Path::cache ? std::make_unique<Caches>(in) : nullptr;
-    // Kind number to its loop; allKinds for the whole route.
-    using Loop = std::size_t (*)(Interner const&, Route*, Range const&, Caches*, bool);
-    static constexpr Loop loops[] = {ingestKinds<0>, ingestKinds<1>, ingestKinds<2>, ingestKinds<3>,
-                                     ingestKinds<0, 1, 2, 3>};
-    return loops[std::min(kind, allKinds)](in, routes, range, caches.get(), path == Path::replace);
+    // Path and kind number to its loop; allKinds for the whole route.
+    using Loop = std::size_t (*)(Interner const&, Route*, Range const&, Caches*);
+#define INGEST_LOOPS_(p)                                                            \
+    {                                                                               \
+        ingestKinds<p, 0>, ingestKinds<p, 1>, ingestKinds<p, 2>, ingestKinds<p, 3>, \
+            ingestKinds<p, 0, 1, 2, 3>                                              \
+    }
+    static constexpr Loop loops[3][kindCount + 1] = {
+        INGEST_LOOPS_(Path::replace), INGEST_LOOPS_(Path::assign), INGEST_LOOPS_(Path::cache)};
+#undef INGEST_LOOPS_
+    return loops[static_cast<int>(path)][std::min(kind, allKinds)](in, routes, range, caches.get());
 }
 
 // The halves of the table, one per thread; the first runs on the caller's.
@@ -458,7 +475,8 @@ void releaseBench(benchmark::State& bench, bool threadSafe, bool drop) {
         for (auto _ : bench) {
             bench.PauseTiming();
             state.reset(threadSafe);
-            ingestKinds<Kind>(*state.interner, state.routes.data(), rangeOf(0, table().routes));
+            ingestKinds<Path::replace, Kind>(*state.interner, state.routes.data(),
+                                             rangeOf(0, table().routes), nullptr);
             lists = state.interner->interned(Kind);
             std::vector<Held> references = takeReferences<Kind, Held>(state.routes, !drop);
             if (references.size() != (drop ? table().carrying[Kind] : lists))

@@ -5,6 +5,7 @@
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "VoBgp/VoBgpCommunityList.h"
@@ -29,6 +30,17 @@ inline std::size_t heapInUse() {
 }
 
 #if __has_include("Vok/SizeClassArena.h")
+// Where a list's values start: after the handle's fields where the handle
+// says where they end (from there on they fill its tail padding), else after
+// the whole handle.
+template <class Handle>
+constexpr std::size_t listValuesOffset() {
+    if constexpr (requires { Handle::fieldsOctets; })
+        return Handle::fieldsOctets;
+    else
+        return sizeof(Handle);
+}
+
 // Where the block of each list of a standard (kind 0) or large (1) list
 // table goes, per list: B_payload the handle and the values; B_arena the
 // size-class arena's block (the payload in 8-octet steps); B_malloc what
@@ -41,7 +53,9 @@ inline void blockCounters(benchmark::State& bench, Vok::DedupHashTable const& ta
     table.forEach([&](Vok::DedupHandle const* handle) {
         std::size_t const count = kind == 0 ? Vok::fromDedupHandle<CommList>(handle)->comms()
                                             : Vok::fromDedupHandle<LargeCommList>(handle)->comms();
-        std::size_t const request = sizeof(Vok::DedupHandle) + count * (kind == 0 ? 4 : 12);
+        std::size_t const request =
+            std::max(sizeof(Vok::DedupHandle),
+                     listValuesOffset<Vok::DedupHandle>() + count * (kind == 0 ? 4 : 12));
         void* const probe = std::malloc(request);
         chunks += double(malloc_usable_size(probe) + 8);
         std::free(probe);

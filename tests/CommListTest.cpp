@@ -172,12 +172,16 @@ TYPED_TEST(CommListKindTest, ReceivedAndBuiltListsReadAlike) {
     EXPECT_EQ(built->serialize(), tail->serialize());
     EXPECT_TRUE(tail->comm(val<TypeParam>(0xFFFFFF01)) && !tail->comm(val<TypeParam>(4)));
     EXPECT_EQ(tail.ptr(), built->dedup(this->table.ptr()).ptr());
-    // Too long for the count in the user-data word: a heap vector instead.
+    // 4,094 values are the most whose count the user data holds; one more
+    // takes a heap vector instead.
     std::vector<TypeParam> longList;
-    for (U32 n = 0; n < 70000; ++n)
+    for (U32 n = 0; n < 4095; ++n)
         longList.push_back(val<TypeParam>(n));
-    auto const heap = CommListTraits<TypeParam>::List::intern(this->table.ptr(), longList);
-    EXPECT_EQ(longList, this->contents(heap));
+    for (std::size_t size : {longList.size() - 1, longList.size()}) {
+        std::vector<TypeParam> const values(longList.begin(), longList.begin() + size);
+        auto const list = CommListTraits<TypeParam>::List::intern(this->table.ptr(), values);
+        EXPECT_EQ(values, this->contents(list)) << size;
+    }
 }
 
 // Value lengths 0, one element, the longest short form and the shortest

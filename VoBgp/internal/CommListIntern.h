@@ -46,11 +46,11 @@ Kiv::Ptr<Derived const> CommListBase<Derived, Value>::internSorted(
     std::size_t const octets = tailOctets(values.size());
     void* const block = Vok::SizeClassArena::fits(octets)
                             ? Vok::SizeClassArena::global().allocate(octets)
-                            : tailBlock<Derived, Value>(values.size());
+                            : Derived::operator new(octets);
     auto* const raw = ::new (block) Derived;
     CommListBase& fresh = *raw;
     fresh.userDataIs(U32(values.size() + 1) << tailCountShift | commVectorSortedBit);
-    std::uninitialized_copy(values.begin(), values.end(), tailOf<Value>(raw));
+    std::uninitialized_copy(values.begin(), values.end(), fresh.tailValues());
     Kiv::Ptr<Derived> list(raw);
     return list->dedup(table);
 }

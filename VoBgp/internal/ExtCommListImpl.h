@@ -29,8 +29,8 @@
 // interned. A private list's hash() mixes the lists it was split into.
 //
 // Cached bits (CommVectorAttrs) live in the low octet of the handle's
-// user-data word; they answer what best-path and export code ask often. The
-// count of transitive communities lives above them (transitiveFromUserData).
+// user data; they answer what best-path and export code ask often. The
+// count of transitive communities has a field of its own (ExtCommListHandle).
 #pragma once
 
 #include <atomic>
@@ -73,7 +73,7 @@ class ExtCommListSnapshot;
     X(hasPolicyMatchStrepUICommunities)        \
     X(hasPrunableValues)
 
-class ExtCommList final : public KivStash::DedupHandle,
+class ExtCommList final : public ExtCommListHandle,
                           public ExtCommVectorMembers<ExtCommList, ExtComm> {
   public:
     using Ptr = Kiv::Ptr<ExtCommList>;
@@ -99,7 +99,7 @@ class ExtCommList final : public KivStash::DedupHandle,
     }
 
     U32 totalCommunities() const;
-    U32 totalTransitiveCommunities() const { return transitiveFromUserData(userData()); }
+    // totalTransitiveCommunities: ExtCommListHandle.
     // Built on first demand (see above); empty for a private list that was
     // not split for display.
     ExtCommClassificationLists const& classificationLists() const {
@@ -244,10 +244,6 @@ class ExtCommList final : public KivStash::DedupHandle,
                                                       bool forDisplay = true) const;
     // keepSplit false: only the sorting and the cached bits (interning).
     void createClassificationListVector(bool dedupMode, bool keepSplit);
-
-    void totalTransitiveCommunitiesIs(U32 count) {
-        userDataIs(userDataWithTransitive(userData(), count));
-    }
 
     // Null until built; then owned, freed with the list.
     mutable std::atomic<ExtCommClassificationLists*> built_{nullptr};

@@ -30,6 +30,7 @@
 #include <utility>
 #include "Kiv/Assert.h"
 #include "Kiv/Ptr.h"
+#include "KivStash/DedupHandle.h"
 #include "KivStash/StashAllocator.h"
 #include "VoBgp/ExtCommIp6.h"
 #include "VoBgp/VoBgpCommunity.h"
@@ -103,16 +104,23 @@ typename Vector::value_type ExtCommVectorLookup(bool commVectorSorted, Vector co
     return nullptr;
 }
 
-// The count of transitive communities that ExtCommList and ExtCommIp6List
-// keep in bits 8 and up of their handle's user-data word (the low octet holds
-// their flags): 24 bits, where an attribute holds at most 8191 communities.
-inline U32 transitiveFromUserData(U32 userData) {
-    return userData >> 8;
-}
-inline U32 userDataWithTransitive(U32 userData, U32 transitive) {
-    KIV_ASSERT(transitive < (U32(1) << 24));
-    return (userData & 0xFF) | transitive << 8;
-}
+// The handle of ExtCommList and ExtCommIp6List: the count of their
+// transitive communities is a field of its own (the handle's user data has
+// 16 bits, for the lists' flags), in the handle's tail padding on 64-bit
+// hosts, so it costs no octet there.
+class ExtCommListHandle : public KivStash::DedupHandle {
+  public:
+    // Counted by dedup: communities whose type octet has bit 0x40 clear.
+    U32 totalTransitiveCommunities() const { return transitive_; }
+
+  protected:
+    ExtCommListHandle() = default;
+    void totalTransitiveCommunitiesIs(U32 count) { transitive_ = count; }
+
+  private:
+    U32 transitive_ = 0;
+};
+static_assert(sizeof(void*) != 8 || sizeof(ExtCommListHandle) == sizeof(KivStash::DedupHandle));
 
 // Mixes the identity of one interned handle (a null one counts as zero).
 class BgpHashMix {

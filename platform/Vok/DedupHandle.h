@@ -2,18 +2,21 @@
 //
 // Routes share community values and lists massively, so each distinct value
 // exists once, in a DedupHashTable, and is shared by reference count. A
-// handle carries, in 16 bytes after its vtable pointer (so that an 8-octet
-// value interned in it takes 32 bytes):
+// handle carries, in 12 bytes after its vtable pointer (fieldsOctets in all):
 //   - one atomic word: the reference count (low 28 bits) and the dedup state
 //     (top 4 bits), so that count and state change together;
-//   - one user-data word the concrete class may use (a classification, cached
-//     attribute bits);
 //   - its placement hash (Vok/PlacementHash.h), computed once when it is
 //     interned, so that neither growing the table nor removing the handle
 //     has to compute it again;
+//   - 16 bits of user data the concrete class may use (a classification,
+//     cached attribute bits, a count);
 //   - the id of the table it is interned in (0 while never deduped or once
-//     removed): a 16-bit id instead of a pointer keeps the header at 16
-//     bytes; ids name at most 65,535 live tables.
+//     removed): a 16-bit id instead of a pointer keeps the header small;
+//     ids name at most 65,535 live tables.
+// On 64-bit hosts that leaves the last 4 of the handle's 24 octets free: a
+// concrete class's first 4-aligned field goes there (the C++ ABI places it
+// in the base's tail padding), so a list's values start at octet 20 and an
+// 8-octet value interned in a handle takes 32 bytes.
 //
 // The table holds one reference of its own. Lookups take their reference
 // under the table's (shard) lock, and the release that would leave only the
@@ -44,6 +47,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 #include "Kiv/Assert.h"
@@ -202,7 +206,12 @@ class DedupHandle {
     // The table this handle is interned in; null when not (or no longer) in one.
     DedupHashTable const* dedupTable() const noexcept;
 
+    // The user data: 16 bits, the rest of the word 0.
     U32 userData() const noexcept { return userData_; }
+
+    // Octets of the handle's own fields, vtable pointer included: where a
+    // concrete class's 4-aligned fields can start (see above).
+    static constexpr std::size_t fieldsOctets = sizeof(void*) + 3 * sizeof(U32);
 
     // Process-wide counting switch (on by default).
     static bool countingEnabled() { return countingEnabled_.load(std::memory_order_relaxed); }
@@ -225,7 +234,10 @@ class DedupHandle {
   protected:
     DedupHandle() = default;
     // Only while private: interned handles are immutable.
-    void userDataIs(U32 value) noexcept { userData_ = value; }
+    void userDataIs(U32 value) noexcept {
+        KIV_ASSERT(value <= 0xFFFF, "user data fits 16 bits");
+        userData_ = static_cast<U16>(value);
+    }
     // For tests of the limit: sets the count, keeping the state.
     void referencesForTestIs(U32 count) const noexcept {
         countAndState_.store((countAndState_.load() & ~countMask) | (count & countMask));
@@ -240,12 +252,23 @@ class DedupHandle {
     void stateIs(DedupHandleState state) const noexcept;
 
     mutable std::atomic<U32> countAndState_{0};
-    U32 userData_ = 0;
     mutable U32 placementHash_ = 0;
+    U16 userData_ = 0;
     mutable U16 tableId_ = 0;
 
     static std::atomic<bool> countingEnabled_;
 };
+
+namespace DedupHandleLayout {
+// A concrete class's first 4-octet field lands at fieldsOctets: in the
+// handle's tail padding where there is one (64-bit hosts), else right after.
+struct Probe : DedupHandle {
+    U32 first;
+};
+static_assert(sizeof(Probe) ==
+                  (sizeof(void*) == 8 ? sizeof(DedupHandle) : DedupHandle::fieldsOctets + 4) &&
+              sizeof(DedupHandle) >= DedupHandle::fieldsOctets);
+}  // namespace DedupHandleLayout
 
 // Aborts unless `p` (when non-null) has been interned.
 #define VOK_ASSERT_IS_DEDUPED(p)                                                             \
