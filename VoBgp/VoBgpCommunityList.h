@@ -58,6 +58,7 @@
 #include "VoBgp/VoBgpSerialize.h"
 #include "VoBgp/internal/CommListDedupTableBase.h"
 #include "VoBgp/internal/CommListStash.h"
+#include "VoBgp/internal/CommListTraits.h"
 #include "VoBgp/internal/ListStorage.h"
 #include "VoFmt/StackBackedBuffer.h"
 #include "Vok/DedupHashTable.h"
@@ -79,70 +80,6 @@ class LargeCommList;
 using CommListSnapshot = RouteMap::CommSnapshot<U32>;
 class CommListDedupTable;
 class LargeCommListDedupTable;
-
-template <class Value>
-struct CommListTraits;
-
-template <>
-struct CommListTraits<U32> {
-    using List = CommList;
-    using Table = CommListDedupTable;
-    static constexpr BgpPathAttrType attrType = community;
-    // 32-bit words per element; the wire value is 4 octets per word.
-    static constexpr U32 words = 1;
-    // The record kind in a stash image.
-    static constexpr U32 stashKind = 1;
-    static constexpr char const* listName = "CommList";
-    static constexpr char const* tableName = "CommListDedupTable";
-
-    static U32 word(U32 comm, U32) { return comm; }
-    static U32 fromWords(U32 const* words) { return words[0]; }
-    // RFC 1997: four octets, network order.
-    static constexpr std::size_t wireOctets = 4;
-    static U32 fromWire(U8 const* p) { return wireU32(p); }
-    // Plain numbers: the raw vectors compare octet by octet.
-    static bool equal(U32 const* a, U32 const* b, std::size_t count) {
-        return count == 0 || std::memcmp(a, b, count * sizeof(U32)) == 0;
-    }
-    template <class Buffer>
-    static void format(Buffer& buffer, U32 comm) {
-        CommunityFormatter<true>::format(buffer, comm);
-    }
-};
-
-template <>
-struct CommListTraits<Acl::CommunityValue> {
-    using List = LargeCommList;
-    using Table = LargeCommListDedupTable;
-    static constexpr BgpPathAttrType attrType = largeCommunity;
-    static constexpr U32 words = 3;
-    static constexpr U32 stashKind = 2;
-    static constexpr char const* listName = "LargeCommList";
-    static constexpr char const* tableName = "LargeCommListDedupTable";
-
-    // Field order: global administrator, local data part 1, local data part 2.
-    static U32 word(Acl::CommunityValue const& value, U32 index) {
-        return index == 0   ? value.globalAdmin()
-               : index == 1 ? value.localData1()
-                            : value.localData2();
-    }
-    static Acl::CommunityValue fromWords(U32 const* words) {
-        return Acl::CommunityValue(words[0], words[1], words[2]);
-    }
-    // RFC 8092: the three fields in that order, four octets each.
-    static constexpr std::size_t wireOctets = 12;
-    static Acl::CommunityValue fromWire(U8 const* p) {
-        return Acl::CommunityValue(wireU32(p), wireU32(p + 4), wireU32(p + 8));
-    }
-    static bool equal(Acl::CommunityValue const* a, Acl::CommunityValue const* b,
-                      std::size_t count) {
-        return std::equal(a, a + count, b);
-    }
-    template <class Buffer>
-    static void format(Buffer& buffer, Acl::CommunityValue const& value) {
-        LargeCommunityFormatter::format(buffer, value, false);
-    }
-};
 
 template <class List, class Value>
 Kiv::Ptr<List> destashCommList(void const* image, KivStash::StoreManager* storeManager);
