@@ -165,14 +165,14 @@ class PendingMembers {
     std::size_t size_ = 0;
 };
 
-// The member vector of a list of interned communities (ExtCommList,
-// ExtCommClassificationList and their IPv6 twins) and what each of them does
-// with it the same way. Derived is the list, a Vok::DedupHandle that says
-// whether it is sorted (commVectorSorted()).
 // The per-thread interning cache's view of a list kind (ListInternCache.h).
 template <class List, class Value, class ValueTable, class ListTable>
 struct ExtListInternKind;
 
+// The member vector of a list of interned communities (ExtCommList,
+// ExtCommClassificationList and their IPv6 twins) and what each of them does
+// with it the same way. Derived is the list, a Vok::DedupHandle that says
+// whether it is sorted (commVectorSorted()).
 template <class Derived, class Comm>
 class ExtCommVectorMembers {
   public:

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
-#include <cstdint>
 #include <tuple>
 #include <vector>
 
@@ -48,7 +46,7 @@ bool listMatches(ListPtr const& list, Routing::RouteMap::PosixRegex const* regex
 std::size_t classificationListsOfSplit(Vok::DedupHashTable const& lists) {
     constexpr std::size_t classifications = extCommClassificationOneBeyondLast;
     struct Part {
-        U64 hash;
+        U32 hash;
         U32 classification;
         U32 count;
         ExtCommList const* list;
@@ -57,17 +55,17 @@ std::size_t classificationListsOfSplit(Vok::DedupHashTable const& lists) {
     std::vector<Part> parts;
     lists.forEach([&](Vok::DedupHandle const* handle) {
         auto const* const list = Vok::fromDedupHandle<ExtCommList>(handle);
-        std::array<U64, classifications> hash{};
+        // The hash an interned classification list of these members has.
+        std::array<Vok::HashMix, classifications> mix{};
         std::array<U32, classifications> count{};
         for (ExtComm::PtrConst const& comm : *list->commVectorRawPtr()) {
             auto const c = static_cast<std::size_t>(comm->classification());
-            auto const address = static_cast<U64>(reinterpret_cast<std::uintptr_t>(comm.ptr()));
-            hash[c] = std::rotl((hash[c] ^ address) * 0x9E3779B97F4A7C15ull, 29);
+            BgpHashMix(mix[c], comm.ptr());
             ++count[c];
         }
         for (std::size_t c = 0; c < classifications; ++c)
             if (count[c] != 0)
-                parts.push_back(Part{hash[c], U32(c), count[c], list});
+                parts.push_back(Part{mix[c].result(), U32(c), count[c], list});
     });
     // Same key (so same classification and count): the members in order.
     auto const same = [](Part const& a, Part const& b) {
