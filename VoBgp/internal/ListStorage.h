@@ -120,8 +120,15 @@ class ReceivedValues {
     Value const* end() const { return data_ + size_; }
     std::size_t size() const { return size_; }
     std::span<Value const> span() const { return {data_, size_}; }
+    // Worked out once: a per-thread cache's probe and the table's lookup
+    // after its miss place the same values.
     U32 placement() const {
-        return ListPlacement::of<Value>(span(), [](Value const& v) -> Value const& { return v; });
+        if (!placementKnown_) {
+            placement_ =
+                ListPlacement::of<Value>(span(), [](Value const& v) -> Value const& { return v; });
+            placementKnown_ = true;
+        }
+        return placement_;
     }
     // Whether `members` (a list's, key(member) ascending) holds exactly these.
     template <class Members, class Key>
@@ -185,6 +192,8 @@ class ReceivedValues {
     std::unique_ptr<Value[]> heap_;
     Value* data_ = reinterpret_cast<Value*>(stack_);
     std::size_t size_;
+    mutable U32 placement_ = 0;
+    mutable bool placementKnown_ = false;
 };
 
 // The member vector of a list: a std::vector-like sequence whose storage is
