@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <tuple>
 #include <vector>
 
 #include "Routing/RouteMap/PosixRegex.h"
 #include "VoBgp/Parse/ExtCommOptInPlugins.h"
 #include "VoBgp/VoBgpSerialize.h"
+#include "bgpcomm/WordSet.h"
 
 namespace Bgpcomm {
 
@@ -45,29 +45,14 @@ bool listMatches(ListPtr const& list, Routing::RouteMap::PosixRegex const* regex
 // hold the same interned values (the classification tables' own identity).
 std::size_t classificationListsOfSplit(Vok::DedupHashTable const& lists) {
     constexpr std::size_t classifications = extCommClassificationOneBeyondLast;
+    // A part: one list's members of one classification.
     struct Part {
-        U32 hash;
+        ExtCommList const* list;
         U32 classification;
         U32 count;
-        ExtCommList const* list;
-        auto key() const { return std::tuple(hash, classification, count); }
     };
-    std::vector<Part> parts;
-    lists.forEach([&](Vok::DedupHandle const* handle) {
-        auto const* const list = Vok::fromDedupHandle<ExtCommList>(handle);
-        // The hash an interned classification list of these members has.
-        std::array<Vok::HashMix, classifications> mix{};
-        std::array<U32, classifications> count{};
-        for (ExtComm::PtrConst const& comm : *list->commVectorRawPtr()) {
-            auto const c = static_cast<std::size_t>(comm->classification());
-            BgpHashMix(mix[c], comm.ptr());
-            ++count[c];
-        }
-        for (std::size_t c = 0; c < classifications; ++c)
-            if (count[c] != 0)
-                parts.push_back(Part{mix[c].result(), U32(c), count[c], list});
-    });
-    // Same key (so same classification and count): the members in order.
+    // Whether two parts of one classification and count hold the same
+    // members in the same order.
     auto const same = [](Part const& a, Part const& b) {
         auto const& ours = *a.list->commVectorRawPtr();
         auto const& theirs = *b.list->commVectorRawPtr();
@@ -85,20 +70,41 @@ std::size_t classificationListsOfSplit(Vok::DedupHashTable const& lists) {
         }
         return true;
     };
-    std::sort(parts.begin(), parts.end(),
-              [](Part const& a, Part const& b) { return a.key() < b.key(); });
+    // The first part met of each key (hash, classification, count): a part
+    // whose key is known is nearly always that same classification list, and
+    // the members decide. The rare other parts of a known key are kept aside.
+    // (A list has fewer than 2^13 members: an attribute is under 64 KiB.)
+    WordMap<U64, ExtCommList const*> firstOfKey;
+    std::vector<std::pair<U64, Part>> collided;
     std::size_t distinct = 0;
-    // Parts with one key are nearly always one classification list; the
-    // members decide.
-    for (std::size_t run = 0; run < parts.size();) {
-        std::size_t end = run + 1;
-        while (end < parts.size() && parts[end].key() == parts[run].key())
-            ++end;
-        for (std::size_t i = run; i < end; ++i)
-            distinct += std::none_of(parts.begin() + run, parts.begin() + i,
-                                     [&](Part const& earlier) { return same(earlier, parts[i]); });
-        run = end;
-    }
+    lists.forEach([&](Vok::DedupHandle const* handle) {
+        auto const* const list = Vok::fromDedupHandle<ExtCommList>(handle);
+        // The hash an interned classification list of these members has.
+        std::array<Vok::HashMix, classifications> mix{};
+        std::array<U32, classifications> count{};
+        for (ExtComm::PtrConst const& comm : *list->commVectorRawPtr()) {
+            auto const c = static_cast<std::size_t>(comm->classification());
+            BgpHashMix(mix[c], comm.ptr());
+            ++count[c];
+        }
+        for (std::size_t c = 0; c < classifications; ++c) {
+            if (count[c] == 0)
+                continue;
+            Part const part{list, U32(c), count[c]};
+            U64 const key = U64(mix[c].result()) << 32 | U64(c) << 24 | count[c];
+            ExtCommList const* const* const first = firstOfKey.find(key);
+            if (first == nullptr) {
+                firstOfKey.insert(key, list);
+                ++distinct;
+            } else if (!same(Part{*first, part.classification, part.count}, part) &&
+                       std::none_of(collided.begin(), collided.end(), [&](auto const& other) {
+                           return other.first == key && same(other.second, part);
+                       })) {
+                collided.emplace_back(key, part);
+                ++distinct;
+            }
+        }
+    });
     return distinct;
 }
 

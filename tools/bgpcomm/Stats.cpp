@@ -169,23 +169,18 @@ void Stats::print(std::FILE* out, RunCounts const& counts, Ingest const& ingest)
     for (std::size_t i = 1; i < tallies_.size(); ++i)
         all.merge(*tallies_[i]);
     // The walks over the tables at the end; after a run on several threads
-    // (whose tables take concurrent readers) on two: the standard lists,
-    // most of the work, here, the others beside.
+    // (whose tables take concurrent readers) on two of about equal length:
+    // the lists' values here, the classification lists beside.
     KIV_ASSERT(!keepsEverything_ || counts.routesMatched == counts.routesRead);
-    KeptTally others(false);
-    auto const walkOthers = [&] {
-        if (keepsEverything_)
-            for (CommKind kind : {CommKind::large, CommKind::extended, CommKind::ipv6})
-                others.seeInterned(ingest, kind);
-        return ingest.extClassificationListsInterned();
-    };
+    auto const classify = [&] { return ingest.extClassificationListsInterned(); };
     std::future<std::size_t> beside;
     if (threads_ > 1)
-        beside = std::async(std::launch::async, walkOthers);
+        beside = std::async(std::launch::async, classify);
     if (keepsEverything_)
-        all.seeInterned(ingest, CommKind::standard);
-    std::size_t const classified = beside.valid() ? beside.get() : walkOthers();
-    all.merge(others);
+        for (CommKind kind :
+             {CommKind::standard, CommKind::large, CommKind::extended, CommKind::ipv6})
+            all.seeInterned(ingest, kind);
+    std::size_t const classified = beside.valid() ? beside.get() : classify();
 
     std::fprintf(out, "%-20s %llu\n", "files", static_cast<unsigned long long>(counts.files));
     std::fprintf(out, "%-20s %llu\n", "MRT records",
