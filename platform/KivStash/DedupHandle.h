@@ -19,7 +19,7 @@ class DedupHandle : public Vok::DedupHandle {
     ~DedupHandle() override { liveAdd(~std::size_t(0)); }
 
     // Stash handles currently alive in this process.
-    static std::size_t liveHandles() { return live_.load(std::memory_order_relaxed); }
+    static std::size_t liveHandles() { return live_.count.load(std::memory_order_relaxed); }
 
   protected:
     DedupHandle() { liveAdd(1); }
@@ -27,13 +27,21 @@ class DedupHandle : public Vok::DedupHandle {
   private:
     // Plain while the process has one thread (see Vok/DedupHandle.h).
     static void liveAdd(std::size_t delta) {
+        std::atomic<std::size_t>& live = live_.count;
         if (Vok::processSingleThreaded())
-            live_.store(live_.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
+            live.store(live.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
         else
-            live_.fetch_add(delta, std::memory_order_relaxed);
+            live.fetch_add(delta, std::memory_order_relaxed);
     }
 
-    static inline std::atomic<std::size_t> live_{0};
+    // A cache line of its own: every thread that makes a handle writes it,
+    // and a word read on a hot path beside it (the placement hash's seed
+    // was) would cost every other thread a miss after each handle made.
+    struct alignas(64) LiveCount {
+        std::atomic<std::size_t> count;  // zero: value-initialized
+    };
+    static_assert(sizeof(LiveCount) == 64);
+    static inline LiveCount live_;
 };
 
 }  // namespace KivStash
