@@ -4,6 +4,9 @@
 # ROUNDS wall times of each, runs interleaved so that a load change hits
 # both alike, and the speed-up of two threads over one. Also two files at
 # once. Builds the release preset's bgpcomm first.
+# The machine's fast and slow phases move the bests of a run; the median
+# of the rounds' own speed-ups (each round's one-thread time over its
+# two-thread time) is printed beside them as the steadier figure.
 #   scripts/bgpcomm-threads-bench.sh [ROUNDS, default 5]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -22,16 +25,19 @@ seconds() {  # wall time of "$@"
 }
 for mode in --count --stats; do
   for files in "$file" "$file $file"; do
-    one=999999 two=999999
+    one=999999 two=999999 ratios=()
     for ((r = 0; r < rounds; r++)); do
       # shellcheck disable=SC2086  # the file list is meant to split
-      t=$(seconds "$bin" mrt --threads 1 $mode $files)
-      if (($(echo "$t < $one" | bc -l))); then one=$t; fi
+      t1=$(seconds "$bin" mrt --threads 1 $mode $files)
+      if (($(echo "$t1 < $one" | bc -l))); then one=$t1; fi
       # shellcheck disable=SC2086
-      t=$(seconds "$bin" mrt --threads 2 $mode $files)
-      if (($(echo "$t < $two" | bc -l))); then two=$t; fi
+      t2=$(seconds "$bin" mrt --threads 2 $mode $files)
+      if (($(echo "$t2 < $two" | bc -l))); then two=$t2; fi
+      ratios+=("$(echo "$t1 / $t2" | bc -l)")
     done
-    printf '%-8s %d file(s): 1 thread %.3f s, 2 threads %.3f s, speed-up %.2fx\n' "$mode" \
-      "$(wc -w <<<"$files")" "$one" "$two" "$(echo "$one / $two" | bc -l)"
+    median=$(printf '%s\n' "${ratios[@]}" | sort -g | awk '{v[NR] = $1}
+      END {print NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2}')
+    printf '%-8s %d file(s): 1 thread %.3f s, 2 threads %.3f s, speed-up %.2fx (median of rounds %.2fx)\n' \
+      "$mode" "$(wc -w <<<"$files")" "$one" "$two" "$(echo "$one / $two" | bc -l)" "$median"
   done
 done
