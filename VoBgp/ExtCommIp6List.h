@@ -200,9 +200,7 @@ std::ostream& operator<<(std::ostream& os, ExtCommIp6List const& list);
 // How an ExtCommIp6List record of a stash image spells its members: each
 // content as its five wire words (see ExtCommIp6Content).
 template <>
-struct CommListTraits<ExtCommIp6Content> {
-    static constexpr U32 words = ExtCommIp6Content::stashWords;
-    static constexpr U32 stashKind = 6;
+struct CommListTraits<ExtCommIp6Content> : CommListValueShape<ExtCommIp6Content::stashWords, 6> {
     static constexpr char const* listName = "ExtCommIp6List";
 
     static U32 word(ExtCommIp6Content const& content, U32 index) {
@@ -215,7 +213,6 @@ struct CommListTraits<ExtCommIp6Content> {
     }
     // RFC 5701 section 2: type, subtype, the 16-octet global administrator,
     // the 2-octet local administrator.
-    static constexpr std::size_t wireOctets = 20;
     static ExtCommIp6Content fromWire(U8 const* p) {
         ExtCommIp6Content content;
         content.type = p[0];

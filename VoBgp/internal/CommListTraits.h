@@ -28,21 +28,16 @@ template <class Value>
 struct CommListTraits;
 
 template <>
-struct CommListTraits<U32> {
+struct CommListTraits<U32> : CommListValueShape<1, 1> {
     using List = CommList;
     using Table = CommListDedupTable;
     static constexpr BgpPathAttrType attrType = community;
-    // 32-bit words per element; the wire value is 4 octets per word.
-    static constexpr U32 words = 1;
-    // The record kind in a stash image.
-    static constexpr U32 stashKind = 1;
     static constexpr char const* listName = "CommList";
     static constexpr char const* tableName = "CommListDedupTable";
 
     static U32 word(U32 comm, U32) { return comm; }
     static U32 fromWords(U32 const* words) { return words[0]; }
     // RFC 1997: four octets, network order.
-    static constexpr std::size_t wireOctets = 4;
     static U32 fromWire(U8 const* p) { return wireU32(p); }
     // Plain numbers: the raw vectors compare octet by octet.
     static bool equal(U32 const* a, U32 const* b, std::size_t count) {
@@ -55,12 +50,10 @@ struct CommListTraits<U32> {
 };
 
 template <>
-struct CommListTraits<Acl::CommunityValue> {
+struct CommListTraits<Acl::CommunityValue> : CommListValueShape<3, 2> {
     using List = LargeCommList;
     using Table = LargeCommListDedupTable;
     static constexpr BgpPathAttrType attrType = largeCommunity;
-    static constexpr U32 words = 3;
-    static constexpr U32 stashKind = 2;
     static constexpr char const* listName = "LargeCommList";
     static constexpr char const* tableName = "LargeCommListDedupTable";
 
@@ -74,7 +67,6 @@ struct CommListTraits<Acl::CommunityValue> {
         return Acl::CommunityValue(words[0], words[1], words[2]);
     }
     // RFC 8092: the three fields in that order, four octets each.
-    static constexpr std::size_t wireOctets = 12;
     static Acl::CommunityValue fromWire(U8 const* p) {
         return Acl::CommunityValue(wireU32(p), wireU32(p + 4), wireU32(p + 8));
     }

@@ -265,12 +265,10 @@ template <class Value>
 struct CommListTraits;
 
 // How an ExtCommList record of a stash image spells its members (record kind
-// 3): each 64-bit value as two words, the high word first.
+// 5): each 64-bit value as two words, the high word first.
 template <>
-struct CommListTraits<U64> {
+struct CommListTraits<U64> : CommListValueShape<2, 5> {
     using List = ExtCommList;
-    static constexpr U32 words = 2;
-    static constexpr U32 stashKind = 5;
     static constexpr char const* listName = "ExtCommList";
 
     static U32 word(U64 value, U32 index) {
@@ -278,7 +276,6 @@ struct CommListTraits<U64> {
     }
     static U64 fromWords(U32 const* words) { return U64(words[0]) << 32 | words[1]; }
     // RFC 4360: eight octets, network order.
-    static constexpr std::size_t wireOctets = 8;
     static U64 fromWire(U8 const* p) { return U64(wireU32(p)) << 32 | wireU32(p + 4); }
 };
 

@@ -42,6 +42,16 @@ namespace Routing::Bgp {
 template <class Value>
 struct CommListTraits;
 
+// What every CommListTraits<Value> states alike: its element as `wordCount`
+// 32-bit words, which are also its wire form (four octets each, network
+// order, in word order), and the record kind of its lists in a stash image.
+template <U32 wordCount, U32 stashRecordKind>
+struct CommListValueShape {
+    static constexpr U32 words = wordCount;
+    static constexpr std::size_t wireOctets = 4 * std::size_t(wordCount);
+    static constexpr U32 stashKind = stashRecordKind;
+};
+
 // A 32-bit word of a received attribute, network order.
 inline U32 wireU32(U8 const* p) {
     return U32(p[0]) << 24 | U32(p[1]) << 16 | U32(p[2]) << 8 | p[3];
