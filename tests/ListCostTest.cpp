@@ -41,16 +41,18 @@ void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
 void* operator new[](std::size_t size, std::nothrow_t const& tag) noexcept {
     return operator new(size, tag);
 }
-void operator delete(void* p) noexcept {
+// Not inlined: gcc at -O3 inlines the free() into callers that still see the
+// library's operator new, and reports the pair as mismatched.
+[[gnu::noinline]] void operator delete(void* p) noexcept {
     std::free(p);
 }
-void operator delete[](void* p) noexcept {
+[[gnu::noinline]] void operator delete[](void* p) noexcept {
     std::free(p);
 }
-void operator delete(void* p, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
     std::free(p);
 }
-void operator delete[](void* p, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept {
     std::free(p);
 }
 #endif
