@@ -92,11 +92,9 @@ std::size_t classificationListsOfSplit(Vok::DedupHashTable const& lists) {
                 continue;
             Part const part{list, U32(c), count[c]};
             U64 const key = U64(mix[c].result()) << 32 | U64(c) << 24 | count[c];
-            ExtCommList const* const* const first = firstOfKey.find(key);
-            if (first == nullptr) {
-                firstOfKey.insert(key, list);
+            if (firstOfKey.insert(key, list)) {
                 ++distinct;
-            } else if (!same(Part{*first, part.classification, part.count}, part) &&
+            } else if (!same(Part{*firstOfKey.find(key), part.classification, part.count}, part) &&
                        std::none_of(collided.begin(), collided.end(), [&](auto const& other) {
                            return other.first == key && same(other.second, part);
                        })) {
